@@ -1,0 +1,21 @@
+include(GoogleTest)
+
+# kestrion_add_test(name SOURCES a.cpp b.cpp LIBS lib... LABELS unit|integration|gui|slow|threads [TIMEOUT s])
+# One GoogleTest executable; each TEST is its own CTest case carrying the labels.
+function(kestrion_add_test name)
+    cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+    add_executable(${name} ${T_SOURCES})
+    kestrion_warnings(${name})
+    target_link_libraries(${name} PRIVATE ${T_LIBS} KestrionTestSupport GTest::gmock GTest::gtest_main)
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    set(env "QT_QPA_PLATFORM=offscreen" ${T_ENVIRONMENT})
+    # Discovered tests take a single label, so several labels are joined ("unit_threads");
+    # ctest's -L and -LE match label regular expressions, so "-L threads" still selects it.
+    string(REPLACE ";" "_" labels "${T_LABELS}")
+    string(REPLACE ";" "\\;" env "${env}")
+    gtest_discover_tests(${name}
+        DISCOVERY_MODE PRE_TEST
+        PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
+endfunction()
