@@ -1,0 +1,186 @@
+#include "host/licensing/License.h"
+#include "host/licensing/LicenseService.h"
+#include "host/licensing/Licensing.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+using namespace Kestrion;
+
+namespace {
+
+std::string parseError(const std::string& text) {
+    std::string error;
+    EXPECT_FALSE(License::parse(text, &error).has_value()) << text;
+    return error;
+}
+
+// Points KESTRION_LICENSE at a file of the test's own for the test's duration.
+class LicenseFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dir = std::filesystem::temp_directory_path() /
+                ("kestrion-licence-" + std::to_string(::getpid()) + "-" +
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::create_directories(m_dir);
+        m_path = (m_dir / "test.lic").string();
+        ::setenv("KESTRION_LICENSE", m_path.c_str(), 1);
+        LicenseService::instance().reload();
+    }
+    void TearDown() override {
+        ::unsetenv("KESTRION_LICENSE");
+        LicenseService::instance().reload();
+        std::filesystem::remove_all(m_dir);
+    }
+    void write(const std::string& text) { std::ofstream(m_path) << text; }
+
+    std::filesystem::path m_dir;
+    std::string m_path;
+};
+
+} // namespace
+
+TEST(License, ParsesFeaturesLicenseeAndExpiryIgnoringCommentsAndBlanks) {
+    const auto license = License::parse("\n# a comment\n  KESTRION-LICENSE 1  \n\n"
+                                        "licensee =  Clinic A, Ward 3 \n"
+                                        "   # indented comment\n"
+                                        "feature=Atracsys\n"
+                                        "feature = Kestrion.Other Feature\r\n"
+                                        "expires = 2030-02-28\n");
+    ASSERT_TRUE(license.has_value());
+    EXPECT_EQ(license->licensee(), "Clinic A, Ward 3");
+    EXPECT_EQ(license->features(), (std::vector<std::string>{"Atracsys", "Kestrion.Other Feature"}));
+    EXPECT_TRUE(license->lists("Atracsys"));
+    EXPECT_TRUE(license->lists("Kestrion.Other Feature"));
+    // Exact comparison: case, prefixes and suffixes matter.
+    EXPECT_FALSE(license->lists("atracsys"));
+    EXPECT_FALSE(license->lists("Atracsys "));
+    EXPECT_FALSE(license->lists("Atrac"));
+    EXPECT_EQ(license->expiryText(), "2030-02-28");
+    const long lastDay = *License::parseDate("2030-02-28");
+    EXPECT_TRUE(license->isValidOn(lastDay));
+    EXPECT_FALSE(license->isValidOn(lastDay + 1));
+
+    const auto forever = License::parse("KESTRION-LICENSE 1\n");
+    ASSERT_TRUE(forever.has_value());
+    EXPECT_TRUE(forever->features().empty());
+    EXPECT_TRUE(forever->isValidOn(1000000));
+}
+
+TEST(License, MalformedTextsNameTheLineAndTheProblem) {
+    EXPECT_EQ(parseError(""), "line 0: no \"KESTRION-LICENSE 1\" header");
+    EXPECT_EQ(parseError("# only\n\n"), "line 2: no \"KESTRION-LICENSE 1\" header");
+    EXPECT_EQ(parseError("feature = Atracsys\n"), "line 1: expected \"KESTRION-LICENSE 1\"");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 2\n"), "line 1: expected \"KESTRION-LICENSE 1\"");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nfeature Atracsys\n"), "line 2: expected \"key = value\"");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\n#\nfeatures = Atracsys\n"), "line 3: unknown key \"features\"");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nfeature = \n"), "line 2: empty feature name");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nlicensee = a\nlicensee = b\n"), "line 3: licensee given twice");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nexpires = 2030-01-01\nexpires = 2031-01-01\n"),
+              "line 3: expires given twice");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nexpires = 2023-02-29\n"),
+              "line 2: expiry date \"2023-02-29\" is not a valid YYYY-MM-DD date");
+    EXPECT_EQ(parseError("KESTRION-LICENSE 1\nexpires = 31.12.2030\n"),
+              "line 2: expiry date \"31.12.2030\" is not a valid YYYY-MM-DD date");
+}
+
+TEST(License, DatesAreCountedInDaysSinceTheEpoch) {
+    EXPECT_EQ(License::parseDate("1970-01-01"), 0);
+    EXPECT_EQ(License::parseDate("2000-03-01"), 11017);
+    EXPECT_EQ(License::parseDate("2024-02-29"), 19782); // leap day
+    EXPECT_FALSE(License::parseDate("1900-02-29"));     // not a leap year
+    EXPECT_FALSE(License::parseDate("2024-13-01"));
+    EXPECT_FALSE(License::parseDate("2024-04-31"));
+    EXPECT_FALSE(License::parseDate("2024-4-1"));
+    EXPECT_GT(License::today(), *License::parseDate("2024-01-01"));
+}
+
+TEST_F(LicenseFileTest, ListedFeaturesAreLicensedAndOthersReportedOnce) {
+    write("KESTRION-LICENSE 1\nlicensee = Test\nfeature = Atracsys\nexpires = 2999-12-31\n");
+    TestSupport::LogCapture capture;
+    EXPECT_TRUE(isLicensed("Atracsys"));
+    EXPECT_FALSE(isLicensed("Other"));
+    EXPECT_FALSE(isLicensed("Other"));
+    EXPECT_FALSE(isLicensed("ATRACSYS"));
+    EXPECT_EQ(capture->count(Log::Info, "Licensing", "Feature \"Other\" is not licensed"), 1u)
+        << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Info, "Licensing",
+                                  "Licence file " + m_path + " for \"Test\" covers: Atracsys"))
+        << capture->dump();
+    EXPECT_EQ(capture->countContaining("no feature is licensed"), 0u);
+}
+
+TEST_F(LicenseFileTest, MissingMalformedOrExpiredFilesAreReportedOnceAndLicenseNothing) {
+    {
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_FALSE(isLicensed("Other"));
+        EXPECT_EQ(
+            capture->count(Log::Error, "Licensing",
+                           "Licence file " + m_path + ": No such file or directory; no feature is licensed"),
+            1u)
+            << capture->dump();
+    }
+    {
+        write("KESTRION-LICENSE 1\nfeature = Atracsys\nbogus\n");
+        LicenseService::instance().reload();
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_EQ(capture->count(Log::Error, "Licensing",
+                                 "Licence file " + m_path +
+                                     ": line 3: expected \"key = value\"; no feature is licensed"),
+                  1u)
+            << capture->dump();
+    }
+    {
+        write("KESTRION-LICENSE 1\nfeature = Atracsys\nexpires = 2001-01-31\n");
+        LicenseService::instance().reload();
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_EQ(capture->count(Log::Error, "Licensing",
+                                 "Licence file " + m_path + " expired on 2001-01-31; no feature is licensed"),
+                  1u)
+            << capture->dump();
+    }
+    {
+        // A folder in place of the file.
+        std::filesystem::create_directories(m_dir / "folder.lic");
+        ::setenv("KESTRION_LICENSE", (m_dir / "folder.lic").c_str(), 1);
+        LicenseService::instance().reload();
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(isLicensed("Atracsys"));
+        EXPECT_TRUE(capture->contains(Log::Error, "Licensing",
+                                      "Licence file " + (m_dir / "folder.lic").string() +
+                                          ": is a directory; no feature is licensed"))
+            << capture->dump();
+    }
+}
+
+TEST_F(LicenseFileTest, TheFileIsReadOnceUntilReloaded) {
+    write("KESTRION-LICENSE 1\nfeature = A\n");
+    EXPECT_TRUE(isLicensed("A"));
+    write("KESTRION-LICENSE 1\nfeature = B\n");
+    EXPECT_TRUE(isLicensed("A"));
+    EXPECT_FALSE(isLicensed("B"));
+    LicenseService::instance().reload();
+    EXPECT_FALSE(isLicensed("A"));
+    EXPECT_TRUE(isLicensed("B"));
+}
+
+TEST(LicenseService, TheDefaultLicenceBesideTheAppsCoversTheBundledPlugins) {
+    ::unsetenv("KESTRION_LICENSE");
+    LicenseService::instance().reload();
+    // Test executables are built into the apps' folder, where the build copies the default licence.
+    EXPECT_EQ(LicenseService::licensePath(), std::string(KESTRION_BINARY_DIR) + "/bin/kestrion.lic");
+    EXPECT_TRUE(isLicensed("Atracsys"));
+    EXPECT_FALSE(isLicensed("NotBundled"));
+    LicenseService::instance().reload();
+}
