@@ -1,0 +1,33 @@
+#pragma once
+
+#include <ftkInterface.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace Kestrion::Simulator {
+
+/// One frame as a device produced it, before it is copied into a caller's frame record.
+/// Devices keep one and refill it for every new frame, so its vectors keep their capacity.
+struct FrameData {
+    std::uint64_t index = 0;       ///< Frame counter since the device started.
+    std::uint64_t timestampUS = 0; ///< Device time of exposure, microseconds since the epoch.
+    std::vector<ftkRawData> rawLeft;
+    std::vector<ftkRawData> rawRight;
+    std::vector<ftk3DFiducial> fiducials;
+    std::vector<ftkMarker> markers;
+
+    bool hasImages = false; ///< Images were rendered for this frame.
+    std::uint16_t width = 0;
+    std::uint16_t height = 0;
+    std::vector<std::uint8_t> imageLeft; ///< width * height bytes, row after row.
+    std::vector<std::uint8_t> imageRight;
+};
+
+/// Container status overrides a fault script may impose on one delivery.
+struct DeliveryFaults {
+    bool overrideMarkers = false;
+    ftkQueryStatus markersStatus = ftkQueryStatus::QS_OK;
+};
+
+} // namespace Kestrion::Simulator
