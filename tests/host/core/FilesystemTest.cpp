@@ -1,0 +1,198 @@
+#include "host/core/Directory.h"
+#include "host/core/File.h"
+#include "tests/support/LogCapture.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Kestrion;
+using namespace Kestrion::Filesystem;
+
+namespace {
+
+// Names in a folder, hidden ones included, to see leftover temporary files.
+std::vector<std::string> allNames(const Path& folder) {
+    std::vector<std::string> names;
+    for (const Path& p : Directory(folder).files(".*"))
+        names.push_back(p.fileName());
+    for (const Path& p : Directory(folder).files("*"))
+        names.push_back(p.fileName());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace
+
+TEST(Filesystem, PathsSplitJoinAndNormaliseLexically) {
+    const Path file("/home/user/markers/geometry1000.ini");
+    EXPECT_EQ(file.fileName(), "geometry1000.ini");
+    EXPECT_EQ(file.baseName(), "geometry1000");
+    EXPECT_EQ(file.extension(), "ini");
+    EXPECT_EQ(file.parent(), Path("/home/user/markers"));
+    EXPECT_TRUE(file.isAbsolute());
+
+    EXPECT_EQ(Path("archive.tar.gz").extension(), "gz");
+    EXPECT_EQ(Path("archive.tar.gz").baseName(), "archive.tar");
+    EXPECT_EQ(Path(".bashrc").extension(), "");
+    EXPECT_EQ(Path(".bashrc").baseName(), ".bashrc");
+    EXPECT_EQ(Path("folder.d/file").extension(), "");
+    EXPECT_EQ(Path("a/b/").fileName(), "b");
+    EXPECT_EQ(Path("a/b/").parent(), Path("a"));
+    EXPECT_EQ(Path("name").parent(), Path(""));
+    EXPECT_EQ(Path("/name").parent(), Path("/"));
+    EXPECT_EQ(Path("/").parent(), Path(""));
+    EXPECT_EQ(Path("/").fileName(), "");
+    EXPECT_FALSE(Path("relative/x").isAbsolute());
+    EXPECT_FALSE(Path().isAbsolute());
+
+    EXPECT_EQ(Path("a").join("b.ini"), Path("a/b.ini"));
+    EXPECT_EQ(Path("a/").join("b.ini"), Path("a/b.ini"));
+    EXPECT_EQ(Path("a") / "/abs", Path("/abs"));
+    EXPECT_EQ(Path("") / "b", Path("b"));
+    EXPECT_EQ(Path("a") / "", Path("a"));
+
+    EXPECT_EQ(Path("/a//b/./c/../d/").normalized(), Path("/a/b/d"));
+    EXPECT_EQ(Path("/../x").normalized(), Path("/x"));
+    EXPECT_EQ(Path("../../x/..").normalized(), Path("../.."));
+    EXPECT_EQ(Path("a/..").normalized(), Path("."));
+    EXPECT_EQ(Path("").normalized(), Path(""));
+    EXPECT_EQ(Path("x/y").absoluteFrom("/base/dir"), Path("/base/dir/x/y"));
+    EXPECT_EQ(Path("../y").absoluteFrom("/base/dir"), Path("/base/y"));
+    EXPECT_EQ(Path("/abs/./y").absoluteFrom("/base"), Path("/abs/y"));
+    EXPECT_EQ(Path("x").absolute(), Path::currentDirectory() / "x");
+    EXPECT_TRUE(Path::currentDirectory().isAbsolute());
+    EXPECT_FALSE(Path::homeDirectory().empty());
+}
+
+TEST(Filesystem, DirectoriesAreCreatedWithParentsAndListedByPattern) {
+    TestSupport::LogCapture capture;
+    QTemporaryDir temporary;
+    const Path root(temporary.path().toStdString());
+    const Directory folder(root / "user/.local/share/geometries");
+    EXPECT_FALSE(folder.exists());
+    EXPECT_TRUE(folder.files("geometry*.ini").empty()) << "an absent folder lists nothing";
+    EXPECT_EQ(capture->size(), 0u) << "an absent folder is no error: " << capture->dump();
+
+    ASSERT_TRUE(folder.create());
+    EXPECT_TRUE(folder.exists());
+    EXPECT_TRUE(folder.create()) << "creating an existing folder succeeds";
+
+    for (const char* name : {"geometry1001.ini", "geometry1000.ini", "geometry.ini.bak", "Geometry7.ini",
+                             "notes.txt", ".geometry5.ini", "geometry10001.ini"})
+        ASSERT_TRUE(File::writeText(folder.filePath(name), "x"));
+    ASSERT_TRUE(Directory(folder.filePath("geometry9.ini")).create()) << "a folder is not a file";
+
+    std::vector<std::string> names;
+    for (const Path& p : folder.files("geometry*.ini")) {
+        EXPECT_EQ(p.parent(), folder.path());
+        names.push_back(p.fileName());
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"geometry1000.ini", "geometry10001.ini", "geometry1001.ini"}));
+    EXPECT_EQ(folder.files("geometry100?.ini").size(), 2u);
+    EXPECT_EQ(folder.files("*").size(), 6u) << "hidden files need a pattern beginning with a dot";
+    EXPECT_EQ(folder.files(".*").size(), 1u);
+
+    // A file in the way of a folder.
+    const Directory blocked(folder.filePath("notes.txt/sub"));
+    EXPECT_FALSE(blocked.create());
+    EXPECT_EQ(capture->countContaining("Could not create folder '" + blocked.path().str() + "'"), 1u)
+        << capture->dump();
+}
+
+TEST(Filesystem, TextIsWrittenWholeKeepingModeAndLinks) {
+    QTemporaryDir temporary;
+    const Path root(temporary.path().toStdString());
+    const Path file = root / "marker.ini";
+    const std::string text = std::string("[geometry]\ncount=4\n") + std::string(1 << 20, 'x') + '\0' + "end";
+    ASSERT_TRUE(File::writeText(file, text));
+    EXPECT_EQ(File::readText(file), std::optional<std::string>(text));
+    ASSERT_TRUE(File::writeText(file, ""));
+    EXPECT_EQ(File::readText(file), std::optional<std::string>(""));
+
+    ASSERT_EQ(::chmod(file.str().c_str(), 0640), 0);
+    ASSERT_TRUE(File::writeText(file, "second"));
+    struct stat info;
+    ASSERT_EQ(::stat(file.str().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+
+    const Path link = root / "link.ini";
+    ASSERT_EQ(::symlink(file.str().c_str(), link.str().c_str()), 0);
+    ASSERT_TRUE(File::writeText(link, "through the link"));
+    EXPECT_EQ(File::readText(file), std::optional<std::string>("through the link"));
+    struct stat linkInfo;
+    ASSERT_EQ(::lstat(link.str().c_str(), &linkInfo), 0);
+    EXPECT_TRUE(S_ISLNK(linkInfo.st_mode));
+
+    EXPECT_EQ(allNames(root), (std::vector<std::string>{"link.ini", "marker.ini"}))
+        << "no temporary file is left";
+    EXPECT_TRUE(File::remove(link));
+    EXPECT_TRUE(File::remove(link)) << "an absent file counts as removed";
+    EXPECT_FALSE(link.exists());
+}
+
+TEST(Filesystem, FailedWritesLeaveTheTargetUntouchedAndSayWhy) {
+    TestSupport::LogCapture capture;
+    QTemporaryDir temporary;
+    const Path root(temporary.path().toStdString());
+
+    // The rename fails: a folder sits where the file should go.
+    const Path folderTarget = root / "occupied";
+    ASSERT_TRUE(Directory(folderTarget).create());
+    EXPECT_FALSE(File::writeText(folderTarget, "text"));
+    EXPECT_TRUE(capture->contains(Log::Error, "Filesystem",
+                                  "Could not write file '" + folderTarget.str() +
+                                      "': cannot replace it: Is a directory"))
+        << capture->dump();
+    EXPECT_TRUE(folderTarget.isDirectory());
+
+    // The folder does not exist, or cannot take new files (even for the superuser).
+    EXPECT_FALSE(File::writeText(root / "missing/file.ini", "text"));
+    EXPECT_TRUE(capture->contains(Log::Error, "Filesystem",
+                                  "Could not write file '" + (root / "missing/file.ini").str() +
+                                      "': cannot create a file in its folder: No such file or directory"));
+    EXPECT_FALSE(File::writeText("/proc/kestrion-test.ini", "text"));
+    EXPECT_EQ(capture->countContaining("Could not write file '/proc/kestrion-test.ini'"), 1u);
+
+    // The write itself fails half-way (the file size limit stands in for a full disk).
+    const Path file = root / "geometry1000.ini";
+    ASSERT_TRUE(File::writeText(file, "old content"));
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit previous{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
+    rlimit limited = previous;
+    limited.rlim_cur = 4096;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const bool written = File::writeText(file, std::string(100000, 'n'));
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(written);
+    EXPECT_TRUE(capture->contains(Log::Error, "Filesystem",
+                                  "Could not write file '" + file.str() + "': File too large"))
+        << capture->dump();
+    EXPECT_EQ(File::readText(file), std::optional<std::string>("old content"));
+    EXPECT_EQ(allNames(root), (std::vector<std::string>{"geometry1000.ini"}))
+        << "the temporary file is removed";
+
+    // A folder that refuses writes (only meaningful without superuser rights).
+    if (::geteuid() != 0) {
+        const Path locked = root / "locked";
+        ASSERT_TRUE(Directory(locked).create());
+        ASSERT_TRUE(File::writeText(locked / "kept.ini", "kept"));
+        ASSERT_EQ(::chmod(locked.str().c_str(), 0555), 0);
+        EXPECT_FALSE(File::writeText(locked / "kept.ini", "replacement"));
+        ::chmod(locked.str().c_str(), 0755);
+        EXPECT_EQ(File::readText(locked / "kept.ini"), std::optional<std::string>("kept"));
+    }
+
+    EXPECT_FALSE(File::readText(root / "absent.ini").has_value());
+    EXPECT_TRUE(capture->contains(Log::Error, "Filesystem",
+                                  "Could not read file '" + (root / "absent.ini").str() +
+                                      "': No such file or directory"));
+    EXPECT_FALSE(File::readText(root).has_value()) << "a folder is not readable text";
+}

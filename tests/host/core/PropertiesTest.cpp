@@ -1,0 +1,302 @@
+#include "host/core/Properties.h"
+#include "host/core/Path.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+using namespace Kestrion;
+
+namespace {
+
+enum class Mode : int { BestFrame = 0, Average = 1, Nonlinear = 2 };
+enum PlainMode { PlainA = 3, PlainB = 7 };
+
+} // namespace
+
+TEST(Properties, TypedValuesReadBackExactly) {
+    Properties p("Settings");
+    p.setParam("flag", true);
+    p.setParam("count", -42);
+    p.setParam("size", 4000000000u);
+    p.setParam("tenth", 0.1);
+    p.setParam("tiny", 4.9e-324);
+    p.setParam("ratio", 1.0f / 3.0f);
+    p.setParam("text", std::string("a b  c"));
+    p.setParam("literal", "plain");
+    p.setParam("mode", Mode::Nonlinear);
+    p.setParam("plain", PlainB);
+    p.setParam("v2", Eigen::Vector2d(1.5, -2.25));
+    p.setParam("v3", Eigen::Vector3d(0.1, 0.2, 0.3));
+    p.setParam("v4", Eigen::Vector4d(1e10, -1e-10, 0, 3));
+    Eigen::Matrix4d pose = Eigen::Matrix4d::Identity();
+    pose(0, 3) = 12.5;
+    pose(1, 0) = -0.5;
+    p.setParam("pose", pose);
+
+    bool flag = false;
+    int count = 0;
+    unsigned size = 0;
+    double tenth = 0, tiny = 0;
+    float ratio = 0;
+    std::string text, literal;
+    Mode mode = Mode::BestFrame;
+    PlainMode plain = PlainA;
+    Eigen::Vector2d v2;
+    Eigen::Vector3d v3;
+    Eigen::Vector4d v4;
+    Eigen::Matrix4d readPose;
+    ASSERT_TRUE(p.getParam("flag", flag) && p.getParam("count", count) && p.getParam("size", size));
+    ASSERT_TRUE(p.getParam("tenth", tenth) && p.getParam("tiny", tiny) && p.getParam("ratio", ratio));
+    ASSERT_TRUE(p.getParam("text", text) && p.getParam("literal", literal));
+    ASSERT_TRUE(p.getParam("mode", mode) && p.getParam("plain", plain));
+    ASSERT_TRUE(p.getParam("v2", v2) && p.getParam("v3", v3) && p.getParam("v4", v4) &&
+                p.getParam("pose", readPose));
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(count, -42);
+    EXPECT_EQ(size, 4000000000u);
+    EXPECT_EQ(tenth, 0.1);
+    EXPECT_EQ(tiny, 4.9e-324);
+    EXPECT_EQ(ratio, 1.0f / 3.0f);
+    EXPECT_EQ(text, "a b  c");
+    EXPECT_EQ(literal, "plain");
+    EXPECT_EQ(mode, Mode::Nonlinear);
+    EXPECT_EQ(plain, PlainB);
+    EXPECT_EQ(v2, Eigen::Vector2d(1.5, -2.25));
+    EXPECT_EQ(v3, Eigen::Vector3d(0.1, 0.2, 0.3));
+    EXPECT_EQ(v4, Eigen::Vector4d(1e10, -1e-10, 0, 3));
+    EXPECT_EQ(readPose, pose);
+
+    // Enumerations are stored as integers, vectors as space-separated text.
+    EXPECT_EQ(p.paramType("mode"), "int");
+    EXPECT_EQ(p.paramText("mode"), std::optional<std::string>("2"));
+    EXPECT_EQ(p.paramText("v2"), std::optional<std::string>("1.5 -2.25"));
+    EXPECT_EQ(p.paramType("v3"), "vector");
+    EXPECT_EQ(p.paramType("pose"), "matrix");
+    EXPECT_EQ(p.paramType("flag"), "bool");
+    EXPECT_EQ(p.paramText("flag"), std::optional<std::string>("true"));
+    EXPECT_EQ(p.paramType("size"), "unsigned");
+    EXPECT_EQ(p.paramType("ratio"), "float");
+    EXPECT_EQ(p.paramType("literal"), "string");
+    EXPECT_EQ(p.paramType("absent"), "");
+}
+
+TEST(Properties, FailedReadsLeaveTheTargetUntouched) {
+    Properties p;
+    p.setParam("half", 3.5);
+    p.setParam("negative", -1);
+    p.setParam("word", std::string("abc"));
+    p.setParam("big", 2147483648LL);
+    p.setParam("short vector", Eigen::Vector2d(1, 2));
+    p.setParamText("padded", " 42 ", "string");
+    p.setParamText("junk", "12abc", "string");
+    p.setParamText("yes", "yes", "string");
+    p.setParamText("upper", "TRUE", "string");
+    p.setParamText("plus", "+5", "string");
+
+    int i = 7;
+    EXPECT_FALSE(p.getParam("absent", i));
+    EXPECT_FALSE(p.getParam("half", i));
+    EXPECT_FALSE(p.getParam("word", i));
+    EXPECT_FALSE(p.getParam("big", i));
+    EXPECT_FALSE(p.getParam("junk", i));
+    EXPECT_EQ(i, 7);
+    unsigned u = 9;
+    EXPECT_FALSE(p.getParam("negative", u));
+    EXPECT_EQ(u, 9u);
+    bool b = false;
+    EXPECT_FALSE(p.getParam("yes", b));
+    EXPECT_FALSE(b);
+    Eigen::Vector3d v(5, 5, 5);
+    EXPECT_FALSE(p.getParam("short vector", v));
+    EXPECT_EQ(v, Eigen::Vector3d(5, 5, 5));
+    Mode mode = Mode::Average;
+    EXPECT_FALSE(p.getParam("word", mode));
+    EXPECT_EQ(mode, Mode::Average);
+
+    // What the text allows converts: an int as a double, padded numbers, any case for booleans.
+    double d = 0;
+    EXPECT_TRUE(p.getParam("negative", d));
+    EXPECT_EQ(d, -1.0);
+    long long big = 0;
+    EXPECT_TRUE(p.getParam("big", big));
+    EXPECT_EQ(big, 2147483648LL);
+    EXPECT_TRUE(p.getParam("padded", i));
+    EXPECT_EQ(i, 42);
+    EXPECT_TRUE(p.getParam("plus", i));
+    EXPECT_EQ(i, 5);
+    EXPECT_TRUE(p.getParam("upper", b));
+    EXPECT_TRUE(b);
+    std::string s;
+    EXPECT_TRUE(p.getParam("half", s));
+    EXPECT_EQ(s, "3.5");
+
+    EXPECT_EQ(p.param("absent", 11), 11);
+    EXPECT_EQ(p.param("half", 11), 11);
+    EXPECT_EQ(p.param("half", 0.0), 3.5);
+}
+
+TEST(Properties, ParametersKeepOrderPositionAndAttributesWhenReplaced) {
+    TestSupport::LogCapture capture;
+    Properties p;
+    p.setParam("b", 1);
+    p.setParam("a", 2);
+    p.setParam("c", 3);
+    ASSERT_TRUE(p.setParamAttribute("a", "hidden", "true"));
+    ASSERT_TRUE(p.setParamAttribute("a", "unit", "mm"));
+    p.setParam("a", std::string("now text"));
+    EXPECT_EQ(p.paramNames(), (std::vector<std::string>{"b", "a", "c"}));
+    EXPECT_EQ(p.paramType("a"), "string");
+    EXPECT_EQ(p.paramAttribute("a", "hidden"), std::optional<std::string>("true"));
+    EXPECT_EQ(p.paramAttributes("a"), (Properties::Attributes{{"hidden", "true"}, {"unit", "mm"}}));
+    EXPECT_EQ(p.paramAttribute("a", "absent"), std::nullopt);
+    EXPECT_EQ(p.paramAttribute("absent", "hidden"), std::nullopt);
+    EXPECT_TRUE(p.removeParamAttribute("a", "unit"));
+    EXPECT_FALSE(p.removeParamAttribute("a", "unit"));
+
+    EXPECT_TRUE(p.removeParam("b"));
+    EXPECT_FALSE(p.removeParam("b"));
+    EXPECT_FALSE(p.hasParam("b"));
+    EXPECT_EQ(p.paramNames(), (std::vector<std::string>{"a", "c"}));
+
+    // Text of a known type is checked; editors keep the existing type.
+    EXPECT_FALSE(p.setParamText("c", "three", "int"));
+    EXPECT_EQ(p.param("c", 0), 3);
+    EXPECT_FALSE(p.setParamFromText("c", "3.5"));
+    EXPECT_TRUE(p.setParamFromText("c", "4"));
+    EXPECT_EQ(p.paramType("c"), "int");
+    EXPECT_TRUE(p.setParamFromText("fresh", "anything"));
+    EXPECT_EQ(p.paramType("fresh"), "string");
+
+    // Refused attributes.
+    EXPECT_FALSE(p.setParamAttribute("absent", "hidden", "true"));
+    EXPECT_TRUE(capture->contains(Log::Warning, "Properties",
+                                  "Cannot set attribute 'hidden' of the absent parameter 'absent'"))
+        << capture->dump();
+    EXPECT_FALSE(p.hasParam("absent"));
+    EXPECT_FALSE(p.setParamAttribute("c", "type", "x"));
+    EXPECT_TRUE(capture->contains(Log::Warning, "Properties", "Attribute name 'type' is reserved"));
+    EXPECT_FALSE(p.setParamAttribute("c", "two words", "x"));
+    EXPECT_TRUE(
+        capture->contains(Log::Warning, "Properties", "Attribute name 'two words' is not a plain word"));
+    EXPECT_FALSE(p.setAttribute("name", "x"));
+    EXPECT_TRUE(p.setAttribute("type", "allowed on blocks"));
+    EXPECT_EQ(p.attribute("type"), std::optional<std::string>("allowed on blocks"));
+}
+
+TEST(Properties, SubPropertiesAreOrderedFoundWithoutCreatingAndRenamedInPlace) {
+    Properties workspace("Workspace");
+    EXPECT_EQ(workspace.subProperty("Algorithms"), nullptr);
+    EXPECT_TRUE(workspace.subProperties().empty());
+    EXPECT_TRUE(workspace.empty());
+
+    Properties* algorithms = workspace.addSubProperties("Algorithms");
+    Properties* first = algorithms->addSubProperties("Atracsys.AtracsysTrackingStreamSpryTrack");
+    Properties* second = algorithms->addSubProperties("Other");
+    Properties* third = algorithms->addSubProperties("Other");
+    first->setParam("connect", true);
+    EXPECT_EQ(first->parent(), algorithms);
+    EXPECT_EQ(algorithms->parent(), &workspace);
+    EXPECT_EQ(workspace.parent(), nullptr);
+
+    EXPECT_EQ(workspace.subProperty("Algorithms"), algorithms);
+    EXPECT_EQ(algorithms->subProperty("Other"), second) << "the first block of a name is found";
+    EXPECT_EQ(algorithms->subProperty("Missing"), nullptr);
+    EXPECT_EQ(algorithms->subProperties().size(), 3u);
+
+    first->setName("Atracsys.SpryTrackStream");
+    const std::vector<Properties*> children = algorithms->subProperties();
+    ASSERT_EQ(children.size(), 3u);
+    EXPECT_EQ(children[0], first);
+    EXPECT_EQ(children[0]->name(), "Atracsys.SpryTrackStream");
+    EXPECT_TRUE(children[0]->param("connect", false));
+
+    const Properties& constView = workspace;
+    ASSERT_NE(constView.subProperty("Algorithms"), nullptr);
+    EXPECT_EQ(constView.subProperty("Algorithms")->subProperties().size(), 3u);
+
+    EXPECT_FALSE(algorithms->removeSubProperties(&workspace));
+    EXPECT_TRUE(algorithms->removeSubProperties(third));
+    EXPECT_EQ(algorithms->subProperties().size(), 2u);
+    algorithms->addSubProperties("Other");
+    EXPECT_TRUE(algorithms->removeSubProperties("Other"));
+    EXPECT_EQ(algorithms->subProperties(), (std::vector<Properties*>{first}));
+    EXPECT_FALSE(algorithms->removeSubProperties("Other"));
+}
+
+TEST(Properties, CopiesAreDeepAndIndependent) {
+    Properties original("root");
+    original.setParam("x", 1);
+    original.setAttribute("version", "2");
+    Properties* child = original.addSubProperties("child");
+    child->setParam("y", 2.5);
+    child->setParamAttribute("y", "hidden", "true");
+    child->addSubProperties("grandchild")->setParam("z", std::string("deep"));
+
+    Properties copy(original);
+    EXPECT_EQ(copy, original);
+    Properties* copiedChild = copy.subProperty("child");
+    ASSERT_NE(copiedChild, nullptr);
+    EXPECT_NE(copiedChild, child);
+    EXPECT_EQ(copiedChild->parent(), &copy);
+    EXPECT_EQ(copiedChild->subProperty("grandchild")->parent(), copiedChild);
+    copiedChild->setParam("y", 3.5);
+    copiedChild->subProperty("grandchild")->setName("renamed");
+    EXPECT_EQ(child->param("y", 0.0), 2.5);
+    EXPECT_NE(child->subProperty("grandchild"), nullptr);
+    EXPECT_NE(copy, original);
+
+    std::unique_ptr<Properties> cloned = original.clone();
+    EXPECT_EQ(*cloned, original);
+
+    // Assigning a block from one of its own descendants.
+    Properties tree = original;
+    tree = *tree.subProperty("child");
+    EXPECT_EQ(tree.name(), "child");
+    EXPECT_EQ(tree.param("y", 0.0), 2.5);
+    ASSERT_NE(tree.subProperty("grandchild"), nullptr);
+    EXPECT_EQ(tree.subProperty("grandchild")->parent(), &tree);
+
+    // Assigning into a block keeps the block in its tree.
+    Properties host("host");
+    Properties* slot = host.addSubProperties("slot");
+    *slot = original;
+    EXPECT_EQ(slot->parent(), &host);
+    EXPECT_EQ(slot->name(), "root");
+    EXPECT_EQ(slot->subProperty("child")->parent(), slot);
+
+    Properties moved(std::move(copy));
+    EXPECT_EQ(moved.subProperty("child")->parent(), &moved);
+    Properties* added = host.addSubProperties(original);
+    EXPECT_EQ(*added, original);
+    EXPECT_EQ(added->parent(), &host);
+}
+
+TEST(Properties, RelativePathsResolveAgainstTheNearestBaseFolder) {
+    Properties root;
+    Properties* targets = root.addSubProperties("TrackingTargets");
+    EXPECT_EQ(root.baseFolder(), "");
+    EXPECT_EQ(targets->absolutePath("/abs/geometry.ini"), "/abs/geometry.ini");
+    EXPECT_EQ(targets->absolutePath(""), "");
+    EXPECT_EQ(targets->absolutePath("geometry.ini"),
+              Filesystem::Path::currentDirectory().join("geometry.ini").normalized().str());
+
+    root.setBaseFolder("/data/workspaces");
+    EXPECT_EQ(targets->absolutePath("geometry.ini"), "/data/workspaces/geometry.ini");
+    EXPECT_EQ(targets->absolutePath("../markers/./g.ini"), "/data/markers/g.ini");
+    EXPECT_EQ(targets->absolutePath("/abs/./g.ini"), "/abs/./g.ini") << "absolute paths stay as they are";
+
+    // A copy of a block keeps resolving as it did inside the tree it came from.
+    Properties detached(*targets);
+    EXPECT_EQ(detached.parent(), nullptr);
+    EXPECT_EQ(detached.absolutePath("g.ini"), "/data/workspaces/g.ini");
+    Properties other;
+    other.setBaseFolder("/elsewhere");
+    Properties* adopted = other.addSubProperties(*targets);
+    EXPECT_EQ(adopted->absolutePath("g.ini"), "/data/workspaces/g.ini");
+    Properties* own = root.addSubProperties(*targets);
+    root.setBaseFolder("/moved");
+    EXPECT_EQ(own->absolutePath("g.ini"), "/moved/g.ini") << "a block copied within its tree inherits";
+}

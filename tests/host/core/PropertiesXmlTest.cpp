@@ -1,0 +1,190 @@
+#include "host/core/PropertiesXml.h"
+#include "host/core/File.h"
+#include "tests/support/LogCapture.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+
+namespace {
+
+Properties sampleTree() {
+    Properties root("Workspace");
+    root.setAttribute("version", "3");
+    root.setParam("imageIntegrationTime", 300);
+    root.setParam("fiducialQueryMode", 2);
+    root.setParamAttribute("fiducialQueryMode", "hidden", "true");
+    root.setParam("maxFiducialMarkerDistance", 100.25);
+    root.setParam("special", std::string("<tag attr=\"v\"> & 'quotes' \u00e9\u4e2d\u263a"));
+    root.setParam("whitespace", std::string("  leading\ttab\nnew line\r\ncrlf trailing  "));
+    root.setParam("empty", std::string());
+    root.setParam("Distance matching tolerance", 1.5f);
+    root.setParamAttribute("Distance matching tolerance", "description", "a < b & \"c\"\nnext");
+    root.setParam("position", Eigen::Vector3d(1.0 / 3.0, -2, 1e-17));
+    Properties* targets = root.addSubProperties("TrackingTargets");
+    targets->setAttribute("hidden", "true");
+    targets->addSubProperties("marker <1000>")->setParam("Path", std::string("geometry1000.ini"));
+    targets->addSubProperties("")->setParam("", std::string("nameless"));
+    root.addSubProperties("Empty block");
+    return root;
+}
+
+// Reads malformed text and returns the error (the read must fail).
+PropertiesXml::Error readError(const std::string& xml) {
+    PropertiesXml::Error error;
+    const auto result = PropertiesXml::readString(xml, "bad.kws", &error);
+    EXPECT_FALSE(result.has_value()) << xml;
+    return error;
+}
+
+} // namespace
+
+TEST(PropertiesXml, TreesRoundTripWithAttributesNestingSpecialCharactersAndEmptyValues) {
+    const Properties original = sampleTree();
+    const std::optional<std::string> xml = PropertiesXml::toString(original);
+    ASSERT_TRUE(xml.has_value());
+    const std::optional<Properties> back = PropertiesXml::readString(*xml);
+    ASSERT_TRUE(back.has_value()) << *xml;
+    EXPECT_EQ(*back, original) << *xml;
+    EXPECT_EQ(back->param("whitespace", std::string()), "  leading\ttab\nnew line\r\ncrlf trailing  ");
+    EXPECT_EQ(back->paramAttribute("Distance matching tolerance", "description"),
+              std::optional<std::string>("a < b & \"c\"\nnext"));
+    EXPECT_EQ(back->param("Distance matching tolerance", 0.0f), 1.5f);
+    EXPECT_EQ(back->param("position", Eigen::Vector3d()), Eigen::Vector3d(1.0 / 3.0, -2, 1e-17));
+    EXPECT_EQ(back->subProperty("TrackingTargets")->attribute("hidden"), std::optional<std::string>("true"));
+
+    // The text is the documented, readable format.
+    EXPECT_NE(xml->find("<param name=\"fiducialQueryMode\" type=\"int\" hidden=\"true\">2</param>"),
+              std::string::npos)
+        << *xml;
+    EXPECT_NE(xml->find("<properties name=\"TrackingTargets\" hidden=\"true\">"), std::string::npos) << *xml;
+
+    // A hand-written file: missing type means string, empty elements are empty values.
+    const auto hand = PropertiesXml::readString("<properties><param name='a'/><param name='b' type='int'> 7 "
+                                                "</param><properties name='c'/></properties>");
+    ASSERT_TRUE(hand.has_value());
+    EXPECT_EQ(hand->name(), "");
+    EXPECT_EQ(hand->paramText("a"), std::optional<std::string>(""));
+    EXPECT_EQ(hand->paramType("a"), "string");
+    EXPECT_EQ(hand->param("b", 0), 7);
+    ASSERT_NE(hand->subProperty("c"), nullptr);
+}
+
+TEST(PropertiesXml, MalformedDocumentsGiveSourceLineAndReasonAndNoTree) {
+    TestSupport::LogCapture capture;
+
+    PropertiesXml::Error error = readError("<?xml version=\"1.0\"?>\n<properties name=\"w\">\n"
+                                           "  <param name=\"a\" type=\"int\">1</param>\n"
+                                           "  <param name=\"b\" type=\"int\">2</parm>\n</properties>\n");
+    EXPECT_EQ(error.source, "bad.kws");
+    EXPECT_EQ(error.line, 4);
+    EXPECT_EQ(error.reason, "Opening and ending tag mismatch.");
+    EXPECT_EQ(error.message(),
+              "bad.kws:4:" + std::to_string(error.column) + ": Opening and ending tag mismatch.");
+    EXPECT_TRUE(capture->contains(Log::Error, "Properties",
+                                  "Could not read properties from 'bad.kws' (line 4, column " +
+                                      std::to_string(error.column) + "): Opening and ending tag mismatch."))
+        << capture->dump();
+
+    error = readError("<properties>\n\n<param name=\"n\" type=\"int\">12abc</param>\n</properties>");
+    EXPECT_EQ(error.line, 3);
+    EXPECT_EQ(error.reason, "value '12abc' of parameter 'n' is not a valid int");
+
+    error = readError("<properties>\n<param name=\"n\">1</param>\n<param name=\"n\">2</param></properties>");
+    EXPECT_EQ(error.line, 3);
+    EXPECT_EQ(error.reason, "parameter 'n' appears twice");
+
+    error = readError("<properties>\n<param type=\"int\">1</param></properties>");
+    EXPECT_EQ(error.line, 2);
+    EXPECT_EQ(error.reason, "a <param> element has no name attribute");
+
+    error = readError("<properties>\n<properties name=\"x\">\n<value>1</value></properties></properties>");
+    EXPECT_EQ(error.line, 3);
+    EXPECT_EQ(error.reason, "unexpected element <value>");
+
+    error = readError("<properties><param name=\"p\">a<b/></param></properties>");
+    EXPECT_EQ(error.line, 1);
+    EXPECT_FALSE(error.reason.empty());
+
+    error = readError("<settings/>");
+    EXPECT_EQ(error.reason, "expected <properties> as the document element, found <settings>");
+
+    error = readError("");
+    EXPECT_FALSE(error.reason.empty());
+    error = readError("<properties/>\n<properties/>");
+    EXPECT_EQ(error.line, 2);
+    error = readError("<properties name=\"a\">\n<param name=\"x\">1</param>\n");
+    EXPECT_EQ(error.reason, "Premature end of document.");
+    error = readError("<properties xmlns:k=\"urn:x\" k:flag=\"1\"/>");
+    EXPECT_EQ(error.reason, "unsupported attribute name 'k:flag'");
+
+    std::string deep;
+    for (int i = 0; i < 300; ++i)
+        deep += "<properties>";
+    error = readError(deep);
+    EXPECT_EQ(error.reason, "properties nested deeper than 256 levels");
+}
+
+TEST(PropertiesXml, FilesRememberTheirFolderForRelativePaths) {
+    TestSupport::LogCapture capture;
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const Filesystem::Path base(folder.path().toStdString());
+    const Filesystem::Path file = base.join("workspaces/session.kws");
+    ASSERT_TRUE(Filesystem::File::writeText(base.join("placeholder"), "")); // folder exists
+
+    Properties workspace("Workspace");
+    Properties* stream =
+        workspace.addSubProperties("Algorithms")->addSubProperties("Atracsys.SpryTrackStream");
+    stream->addSubProperties("TrackingTargets")
+        ->addSubProperties("tool")
+        ->setParam("Path", "../markers/tool.ini");
+    EXPECT_FALSE(PropertiesXml::writeFile(workspace, file)) << "the workspaces folder does not exist yet";
+    ASSERT_EQ(::mkdir(base.join("workspaces").str().c_str(), 0755), 0);
+    ASSERT_TRUE(PropertiesXml::writeFile(workspace, file));
+
+    const std::optional<Properties> read = PropertiesXml::readFile(file);
+    ASSERT_TRUE(read.has_value());
+    EXPECT_EQ(*read, workspace);
+    EXPECT_EQ(read->baseFolder(), base.join("workspaces").str());
+    const Properties* tool = read->subProperty("Algorithms")
+                                 ->subProperty("Atracsys.SpryTrackStream")
+                                 ->subProperty("TrackingTargets")
+                                 ->subProperty("tool");
+    ASSERT_NE(tool, nullptr);
+    EXPECT_EQ(tool->absolutePath(tool->param("Path", std::string())), base.join("markers/tool.ini").str());
+
+    PropertiesXml::Error error;
+    EXPECT_FALSE(PropertiesXml::readFile(base.join("missing.kws"), &error).has_value());
+    EXPECT_EQ(error.line, 0);
+    EXPECT_EQ(error.reason, "No such file or directory");
+    EXPECT_TRUE(capture->contains(Log::Error, "Properties",
+                                  "Could not read properties from '" + base.join("missing.kws").str() +
+                                      "' (line 0, column 0): No such file or directory"))
+        << capture->dump();
+}
+
+TEST(PropertiesXml, TextThatXmlCannotCarryIsRefusedBeforeTouchingTheFile) {
+    TestSupport::LogCapture capture;
+    QTemporaryDir folder;
+    const Filesystem::Path file(folder.filePath("out.kws").toStdString());
+    ASSERT_TRUE(Filesystem::File::writeText(file, "previous"));
+
+    Properties p("root");
+    p.setParam("bell", std::string("ring\x07"));
+    EXPECT_FALSE(PropertiesXml::toString(p).has_value());
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "Properties",
+                          "Cannot write properties: the value of 'bell' holds the control character 7, "
+                          "which XML cannot carry"))
+        << capture->dump();
+    EXPECT_FALSE(PropertiesXml::writeFile(p, file));
+    EXPECT_EQ(Filesystem::File::readText(file), std::optional<std::string>("previous"));
+
+    Properties latin("root");
+    latin.addSubProperties("child")->setParam("name", std::string("caf\xe9"));
+    EXPECT_FALSE(PropertiesXml::toString(latin).has_value());
+    EXPECT_TRUE(capture->contains(Log::Error, "Properties",
+                                  "Cannot write properties: the value of 'name' is not valid UTF-8"));
+}
