@@ -1,0 +1,183 @@
+#include "host/core/Configurable.h"
+#include "host/core/Parameter.h"
+#include "host/core/PropertiesXml.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace Kestrion;
+
+namespace {
+
+enum class OptimizationMode : int { BestFrame = 0, WeightedAverage = 1, Nonlinear = 2 };
+
+class Optimizer : public Configurable {
+public:
+    Parameter<std::string> geometryId{"geometryId", "", this};
+    Parameter<OptimizationMode> optimizationMode{"optimizationMode", OptimizationMode::Nonlinear, this};
+    Parameter<bool> keepCoordinateLocation{"keepCoordinateLocation", true, this};
+    Parameter<int> recordedFrames{"recordedFrames", 500, this};
+};
+
+// A configurable with settings of its own besides registered parameters.
+class Tracker : public Configurable {
+public:
+    Tracker() { tolerance.setAttribute("unit", "mm"); }
+
+    void configure(const Properties* p) override {
+        Configurable::configure(p);
+        if (p)
+            p->getParam("maxFiducialMarkerDistance", maxDistance);
+    }
+    void configuration(Properties* p) const override {
+        Configurable::configuration(p);
+        if (p)
+            p->setParam("maxFiducialMarkerDistance", maxDistance);
+    }
+    void configureDefaults() override {
+        Configurable::configureDefaults();
+        maxDistance = 100.0;
+    }
+
+    Parameter<float> tolerance{"Distance matching tolerance", 1.0f, this};
+    Parameter<unsigned> budget{"budget", 7u, this};
+    Parameter<double> scale{"scale", 0.5, this};
+    Parameter<Eigen::Vector3d> offset{"offset", Eigen::Vector3d(1, 2, 3), this};
+    double maxDistance = 100.0;
+};
+
+} // namespace
+
+TEST(Configurable, RegisteredParametersAreWrittenInOrderAndReadBackByName) {
+    Optimizer optimizer;
+    Properties written;
+    optimizer.configuration(&written);
+    EXPECT_EQ(written.paramNames(), (std::vector<std::string>{"geometryId", "optimizationMode",
+                                                              "keepCoordinateLocation", "recordedFrames"}));
+    EXPECT_EQ(written.paramText("optimizationMode"), std::optional<std::string>("2"));
+    EXPECT_EQ(written.paramType("optimizationMode"), "int");
+    EXPECT_EQ(written.paramText("keepCoordinateLocation"), std::optional<std::string>("true"));
+
+    Properties settings;
+    settings.setParam("geometryId", std::string("atracsys-1004"));
+    settings.setParam("optimizationMode", 1);
+    settings.setParam("recordedFrames", 120);
+    optimizer.configure(&settings);
+    EXPECT_EQ(optimizer.geometryId.value(), "atracsys-1004");
+    EXPECT_EQ(optimizer.optimizationMode, OptimizationMode::WeightedAverage);
+    EXPECT_TRUE(optimizer.keepCoordinateLocation) << "an absent key keeps the value";
+    EXPECT_EQ(optimizer.recordedFrames, 120);
+
+    // Through a file and into a fresh object.
+    Properties saved;
+    optimizer.configuration(&saved);
+    const auto reread = PropertiesXml::readString(*PropertiesXml::toString(saved));
+    ASSERT_TRUE(reread.has_value());
+    Optimizer restored;
+    restored.configure(&*reread);
+    EXPECT_EQ(restored.geometryId.value(), "atracsys-1004");
+    EXPECT_EQ(restored.optimizationMode.value(), OptimizationMode::WeightedAverage);
+    EXPECT_EQ(restored.recordedFrames.value(), 120);
+
+    restored.configureDefaults();
+    EXPECT_EQ(restored.geometryId.value(), "");
+    EXPECT_EQ(restored.optimizationMode.value(), OptimizationMode::Nonlinear);
+    EXPECT_EQ(restored.recordedFrames.value(), 500);
+
+    EXPECT_EQ(restored.parameter("recordedFrames"), &restored.recordedFrames);
+    EXPECT_EQ(restored.parameter("missing"), nullptr);
+}
+
+TEST(Configurable, DerivedSettingsAttributesInvalidValuesAndNullTrees) {
+    TestSupport::LogCapture capture;
+    Tracker tracker;
+    EXPECT_EQ(static_cast<float>(tracker.tolerance), 1.0f);
+
+    Properties p;
+    p.setParam("Distance matching tolerance", 2.5f);
+    p.setParam("maxFiducialMarkerDistance", 80.0);
+    p.setParam("budget", -3);
+    p.setParam("offset", std::string("1 2"));
+    p.setParam("scale", std::string("0.25"));
+    tracker.configure(&p);
+    EXPECT_EQ(tracker.tolerance.value(), 2.5f);
+    EXPECT_EQ(tracker.maxDistance, 80.0);
+    EXPECT_EQ(tracker.scale.value(), 0.25) << "a text value that converts is accepted";
+    EXPECT_EQ(tracker.budget.value(), 7u);
+    EXPECT_EQ(tracker.offset.value(), Eigen::Vector3d(1, 2, 3));
+    EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
+                                  "Invalid value '-3' for parameter 'budget' (unsigned), keeping 7"))
+        << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
+                                  "Invalid value '1 2' for parameter 'offset' (vector), keeping 1 2 3"));
+
+    Properties out;
+    tracker.configuration(&out);
+    EXPECT_EQ(out.paramNames(), (std::vector<std::string>{"Distance matching tolerance", "budget", "scale",
+                                                          "offset", "maxFiducialMarkerDistance"}));
+    EXPECT_EQ(out.param("Distance matching tolerance", 0.0f), 2.5f);
+    EXPECT_EQ(out.paramType("Distance matching tolerance"), "float");
+    EXPECT_EQ(out.paramAttribute("Distance matching tolerance", "unit"), std::optional<std::string>("mm"));
+
+    tracker.configure(nullptr);
+    tracker.configuration(nullptr);
+    EXPECT_EQ(tracker.tolerance.value(), 2.5f);
+    tracker.configureDefaults();
+    EXPECT_EQ(tracker.tolerance.value(), 1.0f);
+    EXPECT_EQ(tracker.maxDistance, 100.0);
+
+    tracker.tolerance = 3.0f;
+    EXPECT_EQ(tracker.tolerance.text(), "3");
+    EXPECT_FALSE(tracker.tolerance.setText("wide"));
+    EXPECT_EQ(tracker.tolerance.value(), 3.0f);
+}
+
+TEST(Configurable, ParametersLeaveTheRegistryWhenDestroyed) {
+    TestSupport::LogCapture capture;
+    Tracker tracker;
+    ASSERT_EQ(tracker.parameters().size(), 4u);
+    {
+        Parameter<int> temporary("temporary", 1, &tracker);
+        EXPECT_EQ(tracker.parameters().size(), 5u);
+        EXPECT_EQ(tracker.parameters().back(), &temporary);
+    }
+    EXPECT_EQ(tracker.parameters().size(), 4u);
+    EXPECT_EQ(tracker.parameter("temporary"), nullptr);
+
+    // A parameter that outlives its owner no longer refers to it.
+    auto owner = std::make_unique<Optimizer>();
+    auto outliving = std::make_unique<Parameter<int>>("recordedFrames", 1, owner.get());
+    EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
+                                  "Parameter 'recordedFrames' is registered twice; both use the same key"));
+    owner.reset();
+    EXPECT_EQ(outliving->owner(), nullptr);
+    outliving.reset();
+
+    Parameter<std::string> standalone("free", "x", nullptr);
+    EXPECT_EQ(standalone.value(), "x");
+}
+
+TEST(Configurable, ParameterValuesAreSharedSafelyBetweenThreads) {
+    Tracker tracker;
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i) {
+            tracker.tolerance = static_cast<float>(i % 2 ? 1.5 : 2.5);
+            tracker.tolerance.setAttribute("step", std::to_string(i));
+        }
+        done = true;
+    });
+    int reads = 0;
+    while (!done || reads == 0) {
+        const float value = tracker.tolerance;
+        ASSERT_TRUE(value == 1.0f || value == 1.5f || value == 2.5f);
+        Properties p;
+        tracker.configuration(&p);
+        ++reads;
+    }
+    writer.join();
+    EXPECT_EQ(tracker.tolerance.attribute("step"), std::optional<std::string>("1999"));
+}
