@@ -1,0 +1,253 @@
+#include "host/core/Math.h"
+#include "tests/support/LogCapture.h"
+
+#include <Eigen/Geometry>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+using namespace Kestrion;
+using Points = std::vector<Eigen::Vector3d>;
+
+namespace {
+
+// A 6-fiducial marker shape (millimetres), not planar.
+Points markerShape() {
+    return {{0, 0, 0}, {50, 0, 0}, {0, 80, 0}, {-40, 30, 10}, {25, 60, -15}, {70, 90, 5}};
+}
+
+Eigen::Matrix4d pose(double angle, const Eigen::Vector3d& axis, const Eigen::Vector3d& translation) {
+    Eigen::Matrix4d t = Eigen::Matrix4d::Identity();
+    t.topLeftCorner<3, 3>() = Eigen::AngleAxisd(angle, axis.normalized()).toRotationMatrix();
+    t.topRightCorner<3, 1>() = translation;
+    return t;
+}
+
+Points transformed(const Eigen::Matrix4d& t, const Points& points) {
+    Points out;
+    for (const auto& p : points)
+        out.push_back(Math::transformPointAffine(t, p));
+    return out;
+}
+
+double rotationDeterminant(const Eigen::Matrix4d& t) {
+    return t.topLeftCorner<3, 3>().determinant();
+}
+
+} // namespace
+
+TEST(FitRigidTransform, RecoversKnownPosesExactlyIncludingPlanarSets) {
+    const Points shape = markerShape();
+    const Points planar = {{0, 0, 0}, {60, 0, 0}, {60, 40, 0}, {0, 40, 0}};
+    const Eigen::Matrix4d poses[] = {
+        pose(0.0, Eigen::Vector3d::UnitZ(), {0, 0, 0}), pose(0.7, Eigen::Vector3d(1, 2, 3), {100, -50, 1200}),
+        pose(M_PI - 1e-3, Eigen::Vector3d(0, 1, 0), {-3, 4, 5}), // near half turn
+        pose(M_PI, Eigen::Vector3d(1, 0, 0), {10, 0, 0}),        // exact half turn
+    };
+    for (const auto& truth : poses) {
+        for (const Points* from : {&shape, &planar}) {
+            double rms = -1.0;
+            const auto fit = Math::fitRigidTransform(*from, transformed(truth, *from), &rms);
+            ASSERT_TRUE(fit.has_value());
+            EXPECT_LT((*fit - truth).norm(), 1e-8) << *fit << "\n\n" << truth;
+            EXPECT_NEAR(rms, 0.0, 1e-9);
+            EXPECT_NEAR(rotationDeterminant(*fit), 1.0, 1e-12);
+            EXPECT_EQ(fit->row(3), Eigen::RowVector4d(0, 0, 0, 1));
+        }
+    }
+}
+
+TEST(FitRigidTransform, NoisyPointsGiveAnRmsOfTheNoiseLevel) {
+    std::mt19937 rng(42);
+    std::normal_distribution<double> noise(0.0, 0.05);
+    const Points shape = markerShape();
+    const Eigen::Matrix4d truth = pose(-1.1, Eigen::Vector3d(0.3, -1, 0.2), {20, 30, -900});
+    Points measured = transformed(truth, shape);
+    for (auto& p : measured)
+        p += Eigen::Vector3d(noise(rng), noise(rng), noise(rng));
+
+    double rms = 0.0;
+    const auto fit = Math::fitRigidTransform(shape, measured, &rms);
+    ASSERT_TRUE(fit.has_value());
+    EXPECT_LT((fit->topRightCorner<3, 1>() - truth.topRightCorner<3, 1>()).norm(), 0.5);
+    const Eigen::Matrix3d delta = fit->topLeftCorner<3, 3>().transpose() * truth.topLeftCorner<3, 3>();
+    EXPECT_LT(Eigen::AngleAxisd(delta).angle(), 0.005);
+    // Six points, six degrees of freedom: the residual is below the per-axis noise times sqrt(3).
+    EXPECT_GT(rms, 0.01);
+    EXPECT_LT(rms, 0.05 * std::sqrt(3.0));
+}
+
+TEST(FitRigidTransform, RmsHasTheExpectedValueAndIgnoresTheScaleOfTheWeights) {
+    // A regular tetrahedron around the origin, every vertex pushed outwards by 0.3: by symmetry the
+    // best rigid fit is the identity and every residual is 0.3.
+    const Points tetra = {{1, 1, 1}, {1, -1, -1}, {-1, 1, -1}, {-1, -1, 1}};
+    Points pushed;
+    for (const auto& p : tetra)
+        pushed.push_back(p + 0.3 * p.normalized());
+    for (double w : {1.0, 7.0, 1e-6}) {
+        double rms = 0.0;
+        const auto fit = Math::fitRigidTransform(tetra, pushed, std::vector<double>(4, w), &rms);
+        ASSERT_TRUE(fit.has_value());
+        EXPECT_TRUE(fit->isApprox(Eigen::Matrix4d::Identity(), 1e-9)) << *fit;
+        EXPECT_NEAR(rms, 0.3, 1e-12);
+    }
+
+    // With unequal weights the RMS is the weighted one of the fitted transform's residuals.
+    const std::vector<double> weights = {1.0, 2.0, 0.5, 4.0};
+    double rms = 0.0;
+    const auto fit = Math::fitRigidTransform(tetra, pushed, weights, &rms);
+    ASSERT_TRUE(fit.has_value());
+    double sum = 0.0;
+    for (std::size_t i = 0; i < 4; ++i)
+        sum += weights[i] * (Math::transformPointAffine(*fit, tetra[i]) - pushed[i]).squaredNorm();
+    EXPECT_NEAR(rms, std::sqrt(sum / 7.5), 1e-12);
+
+    // The scaled fit explains the push completely.
+    const auto similar = Math::fitRigidTransform(tetra, pushed, &rms, true);
+    ASSERT_TRUE(similar.has_value());
+    const double scale = 1.0 + 0.3 / std::sqrt(3.0);
+    EXPECT_TRUE((similar->topLeftCorner<3, 3>().isApprox(scale * Eigen::Matrix3d::Identity(), 1e-12)));
+    EXPECT_NEAR(rms, 0.0, 1e-12);
+}
+
+TEST(FitRigidTransform, ScalingIsFittedOnlyWhenAllowed) {
+    const Points shape = markerShape();
+    Eigen::Matrix4d truth = pose(0.4, Eigen::Vector3d(1, 1, 0), {5, 6, 7});
+    truth.topLeftCorner<3, 3>() *= 2.5;
+    const Points target = transformed(truth, shape);
+
+    double rms = 0.0;
+    const auto similar = Math::fitRigidTransform(shape, target, std::vector<double>(6, 1.0), &rms, true);
+    ASSERT_TRUE(similar.has_value());
+    EXPECT_TRUE(similar->isApprox(truth, 1e-10));
+    EXPECT_NEAR(rms, 0.0, 1e-9);
+
+    const auto rigid = Math::fitRigidTransform(shape, target, std::vector<double>(6, 1.0), &rms, false);
+    ASSERT_TRUE(rigid.has_value());
+    EXPECT_NEAR(rotationDeterminant(*rigid), 1.0, 1e-12);
+    EXPECT_GT(rms, 10.0);
+}
+
+TEST(FitRigidTransform, DownWeightedOutlierDoesNotPullTheFit) {
+    const Points shape = markerShape();
+    const Eigen::Matrix4d truth = pose(0.9, Eigen::Vector3d(-1, 0.5, 2), {-30, 70, 800});
+    Points measured = transformed(truth, shape);
+    measured[3] += Eigen::Vector3d(25, -40, 10); // a 48 mm outlier
+
+    std::vector<double> weights(6, 1.0);
+    const auto pulled = Math::fitRigidTransform(shape, measured, weights);
+    ASSERT_TRUE(pulled.has_value());
+    EXPECT_GT((*pulled - truth).norm(), 1.0);
+
+    weights[3] = 1e-9;
+    double rms = 0.0;
+    const auto fit = Math::fitRigidTransform(shape, measured, weights, &rms);
+    ASSERT_TRUE(fit.has_value());
+    EXPECT_LT((*fit - truth).norm(), 1e-5);
+    EXPECT_LT(rms, 1e-3);
+
+    weights[3] = 0.0; // excluded entirely
+    const auto exact = Math::fitRigidTransform(shape, measured, weights, &rms);
+    ASSERT_TRUE(exact.has_value());
+    EXPECT_TRUE(exact->isApprox(truth, 1e-10));
+    EXPECT_NEAR(rms, 0.0, 1e-9);
+}
+
+TEST(FitRigidTransform, MirroredPointsGetAProperRotationNotAReflection) {
+    const Points shape = markerShape();
+    Points mirrored;
+    for (const auto& p : shape)
+        mirrored.emplace_back(-p.x(), p.y(), p.z());
+
+    double rms = 0.0;
+    const auto fit = Math::fitRigidTransform(shape, mirrored, &rms);
+    ASSERT_TRUE(fit.has_value());
+    EXPECT_NEAR(rotationDeterminant(*fit), 1.0, 1e-12);
+    EXPECT_TRUE((fit->topLeftCorner<3, 3>().transpose() * fit->topLeftCorner<3, 3>())
+                    .isApprox(Eigen::Matrix3d::Identity(), 1e-12));
+    EXPECT_GT(rms, 1.0);
+    // No proper rotation does better: a few perturbed ones are all worse.
+    for (double angle : {0.05, -0.05}) {
+        const Eigen::Matrix4d nudged = *fit * pose(angle, Eigen::Vector3d(1, 2, -1), {0, 0, 0});
+        double sum = 0.0;
+        for (std::size_t i = 0; i < shape.size(); ++i)
+            sum += (Math::transformPointAffine(nudged, shape[i]) - mirrored[i]).squaredNorm();
+        EXPECT_GT(std::sqrt(sum / 6.0), rms);
+    }
+}
+
+TEST(FitRigidTransform, DegenerateInputsFailWithAMessageAndLeaveRmsAlone) {
+    TestSupport::LogCapture capture;
+    const Points shape = markerShape();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    double rms = -7.0;
+
+    struct Case {
+        Points from, to;
+        std::vector<double> weights;
+        const char* message;
+    };
+    const Points line = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {-5, -5, -5}};
+    const Points same = {{3, 4, 5}, {3, 4, 5}, {3, 4, 5}};
+    Points withNan = shape;
+    withNan[2].y() = nan;
+    const Case cases[] = {
+        {shape, Points(shape.begin(), shape.end() - 1), std::vector<double>(6, 1.0),
+         "fitRigidTransform: point counts differ (6 source, 5 target)"},
+        {shape, shape, std::vector<double>(5, 1.0), "fitRigidTransform: 5 weights for 6 points"},
+        {Points(shape.begin(), shape.begin() + 2),
+         Points(shape.begin(), shape.begin() + 2),
+         {1.0, 1.0},
+         "fitRigidTransform: at least 3 points are needed, got 2"},
+        {shape, shape, std::vector<double>(6, 0.0), "fitRigidTransform: all weights are zero"},
+        {shape,
+         shape,
+         {1, 1, -0.5, 1, 1, 1},
+         "fitRigidTransform: weight 2 is -0.5 (weights must be finite and >= 0)"},
+        {shape,
+         shape,
+         {1, 1, 1, nan, 1, 1},
+         "fitRigidTransform: weight 3 is nan (weights must be finite and >= 0)"},
+        {shape,
+         shape,
+         {1, 1, 1, 1, inf, 1},
+         "fitRigidTransform: weight 4 is inf (weights must be finite and >= 0)"},
+        {withNan, shape, std::vector<double>(6, 1.0),
+         "fitRigidTransform: point 2 has a non-finite coordinate"},
+        {line, shape, {1, 1, 1, 1}, "fitRigidTransform: point counts differ (4 source, 6 target)"},
+        {line,
+         Points(shape.begin(), shape.begin() + 4),
+         {1, 1, 1, 1},
+         "fitRigidTransform: the source points are collinear or coincident"},
+        {Points(shape.begin(), shape.begin() + 4),
+         line,
+         {1, 1, 1, 1},
+         "fitRigidTransform: the target points are collinear or coincident"},
+        {same, same, {1, 1, 1}, "fitRigidTransform: the source points are collinear or coincident"},
+        // Only two points carry weight: as good as two points, so the rotation about them is free.
+        {shape,
+         shape,
+         {1, 0, 0, 0, 1, 0},
+         "fitRigidTransform: the source points are collinear or coincident"},
+    };
+    for (const auto& c : cases) {
+        capture->clear();
+        EXPECT_FALSE(Math::fitRigidTransform(c.from, c.to, c.weights, &rms).has_value()) << c.message;
+        EXPECT_TRUE(capture->contains(Log::Warning, "Math", c.message)) << capture->dump();
+        EXPECT_EQ(rms, -7.0);
+    }
+    capture->clear();
+    EXPECT_FALSE(Math::fitRigidTransform(line, line, &rms, true).has_value());
+    EXPECT_EQ(capture->size(), 1u);
+
+    // Nearly, but not exactly, collinear points still give a finite proper rotation.
+    Points thin = line;
+    thin[1].x() += 1e-3;
+    const auto fit = Math::fitRigidTransform(thin, transformed(pose(0.3, {0, 0, 1}, {1, 2, 3}), thin), &rms);
+    ASSERT_TRUE(fit.has_value());
+    EXPECT_TRUE(fit->allFinite());
+    EXPECT_NEAR(rotationDeterminant(*fit), 1.0, 1e-9);
+}

@@ -1,0 +1,322 @@
+#include "host/core/OptimizerNL.h"
+#include "host/core/Math.h"
+#include "tests/support/LogCapture.h"
+
+#include <Eigen/Geometry>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <new>
+#include <random>
+#include <stdexcept>
+
+using namespace Kestrion;
+
+// Counts operator new calls made on a thread while counting is switched on there, so a test can
+// tell whether the optimiser allocates between two evaluations of the cost function.
+namespace {
+thread_local bool countAllocations = false;
+thread_local long allocations = 0;
+} // namespace
+
+void* operator new(std::size_t size) {
+    if (countAllocations)
+        ++allocations;
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+namespace {
+
+// A cost function from a lambda, counting its calls.
+class Function : public CostFunction {
+public:
+    explicit Function(std::function<double(int, const double*, double*)> f)
+        : m_f(std::move(f)) {}
+    double evaluate(int n, const double* x, double* gradient) override {
+        ++calls;
+        return m_f(n, x, gradient);
+    }
+    int calls = 0;
+
+private:
+    std::function<double(int, const double*, double*)> m_f;
+};
+
+// (x0 - 3)^2 + 2 (x1 + 2)^2 + 0.5 (x2 - 7.5)^2 + 4, with its gradient when asked.
+double shiftedQuadratic(int n, const double* x, double* g) {
+    if (g) {
+        g[0] = 2 * (x[0] - 3);
+        g[1] = 4 * (x[1] + 2);
+        g[2] = x[2] - 7.5;
+    }
+    return (x[0] - 3) * (x[0] - 3) + 2 * (x[1] + 2) * (x[1] + 2) + 0.5 * (x[2] - 7.5) * (x[2] - 7.5) + 4;
+}
+
+double rosenbrock(int, const double* x, double*) {
+    return 100 * (x[1] - x[0] * x[0]) * (x[1] - x[0] * x[0]) + (1 - x[0]) * (1 - x[0]);
+}
+
+} // namespace
+
+static_assert(OptimizerNL::LnBobyqa == 34, "the derivative-free method the geometry solve asks for");
+
+TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithAndWithoutGradients) {
+    bool sawGradient = false;
+    Function f([&](int n, const double* x, double* g) {
+        sawGradient = sawGradient || g != nullptr;
+        return shiftedQuadratic(n, x, g);
+    });
+    for (int method : {OptimizerNL::LnBobyqa, OptimizerNL::LnNelderMead, OptimizerNL::LdLbfgs}) {
+        sawGradient = false;
+        f.calls = 0;
+        OptimizerNL optimizer(3, method, &f, {}, 1e-10, true, 1.0, 0, 1);
+        std::vector<double> x = {0, 0, 0};
+        ASSERT_EQ(optimizer.optimize(x), 1) << optimizer.algorithmName();
+        EXPECT_NEAR(x[0], 3.0, 1e-4) << optimizer.algorithmName();
+        EXPECT_NEAR(x[1], -2.0, 1e-4);
+        EXPECT_NEAR(x[2], 7.5, 1e-4);
+        EXPECT_NEAR(optimizer.bestValue(), 4.0, 1e-7);
+        EXPECT_EQ(optimizer.evaluations(), f.calls);
+        EXPECT_GT(optimizer.lastResult(), 0);
+        EXPECT_EQ(sawGradient, method == OptimizerNL::LdLbfgs);
+    }
+
+    // Maximising the negated function finds the same point; the best value keeps its sign.
+    Function negated([](int n, const double* x, double* g) { return -shiftedQuadratic(n, x, g); });
+    OptimizerNL maximiser(3, OptimizerNL::LnBobyqa, &negated, {}, 1e-10, true, 1.0, 0, 0);
+    EXPECT_FALSE(maximiser.minimize());
+    std::vector<double> x = {10, 10, 10};
+    ASSERT_EQ(maximiser.optimize(x), 1);
+    EXPECT_NEAR(x[1], -2.0, 1e-4);
+    EXPECT_NEAR(maximiser.bestValue(), -4.0, 1e-7);
+}
+
+TEST(OptimizerNL, SolvesRosenbrockAndRespectsTheEvaluationLimitOnlyWhenEnabled) {
+    Function f(rosenbrock);
+    OptimizerNL optimizer(2, OptimizerNL::LnBobyqa, &f, {"a", "b"}, 1e-10, true, 0.5, 0, 1);
+    std::vector<double> x = {-1.2, 1.0};
+    ASSERT_EQ(optimizer.optimize(x), 1);
+    EXPECT_NEAR(x[0], 1.0, 1e-4);
+    EXPECT_NEAR(x[1], 1.0, 1e-4);
+    EXPECT_LT(optimizer.bestValue(), 1e-8);
+    const int unlimited = optimizer.evaluations();
+    EXPECT_GT(unlimited, 40);
+
+    // The limit is set but only counts once switched on; reaching it is a success with the best
+    // point so far, which must be better than the start.
+    optimizer.setMaxEvaluations(40);
+    x = {-1.2, 1.0};
+    ASSERT_EQ(optimizer.optimize(x), 1);
+    EXPECT_EQ(optimizer.evaluations(), unlimited);
+
+    optimizer.setMaxEvaluationsEnabled(true);
+    f.calls = 0;
+    x = {-1.2, 1.0};
+    ASSERT_EQ(optimizer.optimize(x), 1);
+    EXPECT_EQ(optimizer.lastResult(), 5); // stopped by the evaluation limit
+    EXPECT_LE(f.calls, 40);
+    EXPECT_EQ(optimizer.evaluations(), f.calls);
+    const double start[] = {-1.2, 1.0};
+    EXPECT_LT(optimizer.bestValue(), rosenbrock(2, start, nullptr));
+    EXPECT_DOUBLE_EQ(optimizer.bestValue(), rosenbrock(2, x.data(), nullptr));
+
+    // A loose tolerance stops it early, a disabled one does not.
+    optimizer.setMaxEvaluations(100000);
+    optimizer.setTolerance(1e-2);
+    x = {-1.2, 1.0};
+    ASSERT_EQ(optimizer.optimize(x), 1);
+    const int loose = optimizer.evaluations();
+    EXPECT_LT(loose, unlimited);
+    optimizer.setToleranceEnabled(false);
+    x = {-1.2, 1.0};
+    optimizer.optimize(x);
+    EXPECT_GT(optimizer.evaluations(), loose);
+}
+
+TEST(OptimizerNL, FailuresReturnZeroAndSayWhy) {
+    TestSupport::LogCapture capture;
+    Function quadratic(shiftedQuadratic);
+    std::vector<double> x = {1, 1, 1};
+
+    OptimizerNL noCost(3, OptimizerNL::LnBobyqa);
+    EXPECT_EQ(noCost.optimize(x), 0);
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "OptimizerNL", "OptimizerNL: cannot run without a cost function"));
+
+    OptimizerNL wrongMethod(3, 99, &quadratic);
+    EXPECT_TRUE(capture->contains(Log::Error, "OptimizerNL", "OptimizerNL: invalid method number 99"));
+    EXPECT_EQ(wrongMethod.optimize(x), 0);
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "OptimizerNL", "OptimizerNL: cannot run, invalid method number 99"));
+    EXPECT_EQ(wrongMethod.algorithmName(), "invalid method 99");
+
+    OptimizerNL optimizer(3, OptimizerNL::LnBobyqa, &quadratic);
+    std::vector<double> shortX = {1, 1};
+    EXPECT_EQ(optimizer.optimize(shortX), 0);
+    EXPECT_TRUE(capture->contains(Log::Error, "OptimizerNL",
+                                  "OptimizerNL: start vector has 2 values, the dimension is 3"));
+
+    optimizer.setMaxEvaluationsEnabled(true);
+    optimizer.setMaxEvaluations(0);
+    EXPECT_EQ(optimizer.optimize(x), 0);
+    EXPECT_TRUE(capture->contains(Log::Error, "OptimizerNL",
+                                  "OptimizerNL: evaluation limit 0 is enabled but not positive"));
+    optimizer.setMaxEvaluationsEnabled(false);
+
+    // A cost function that throws on its 5th call ends the run; x stays finite.
+    int count = 0;
+    Function throwing([&count](int n, const double* p, double* g) {
+        if (++count == 5)
+            throw std::runtime_error("lost the recording");
+        return shiftedQuadratic(n, p, g);
+    });
+    optimizer.setCostFunction(&throwing);
+    x = {1, 1, 1};
+    EXPECT_EQ(optimizer.optimize(x), 0);
+    EXPECT_EQ(optimizer.evaluations(), 5);
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "OptimizerNL",
+                          "OptimizerNL: run stopped after 5 evaluations: the cost function threw: lost the "
+                          "recording"))
+        << capture->dump();
+    for (double v : x)
+        EXPECT_TRUE(std::isfinite(v));
+
+    Function nan([](int, const double*, double*) { return std::numeric_limits<double>::quiet_NaN(); });
+    optimizer.setCostFunction(&nan);
+    EXPECT_EQ(optimizer.optimize(x), 0);
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "OptimizerNL",
+                          "OptimizerNL: run stopped after 1 evaluations: the cost function returned NaN at "
+                          "evaluation 1"));
+
+    // A stop request made during a run ends it at the next evaluation; the next run starts afresh.
+    Function stopping([&optimizer](int n, const double* p, double* g) {
+        if (optimizer.evaluations() == 7)
+            optimizer.requestStop();
+        return shiftedQuadratic(n, p, g);
+    });
+    optimizer.setCostFunction(&stopping);
+    EXPECT_EQ(optimizer.optimize(x), 0);
+    EXPECT_EQ(stopping.calls, 7);
+    EXPECT_TRUE(capture->contains(Log::Error, "OptimizerNL",
+                                  "OptimizerNL: run stopped after 7 evaluations: stop requested"));
+    optimizer.setCostFunction(&quadratic);
+    EXPECT_EQ(optimizer.optimize(x), 1);
+    EXPECT_NEAR(x[0], 3.0, 1e-3);
+}
+
+TEST(OptimizerNL, EvaluationsAllocateNothingAndTraceNamedParametersOnlyWhenVerbose) {
+    long between = -1;
+    bool first = true;
+    Function probe([&](int n, const double* x, double* g) {
+        // Allocations made since the previous evaluation, i.e. by the optimiser's own loop.
+        if (!first)
+            between = std::max(between, allocations);
+        first = false;
+        allocations = 0;
+        return shiftedQuadratic(n, x, g);
+    });
+    OptimizerNL optimizer(3, OptimizerNL::LnBobyqa, &probe, {"x", "y", "z"}, 1e-8, true, 1.0, 0, 1);
+    std::vector<double> x = {0, 0, 0};
+    {
+        TestSupport::LogCapture capture;
+        countAllocations = true;
+        const int ok = optimizer.optimize(x);
+        countAllocations = false;
+        ASSERT_EQ(ok, 1);
+        EXPECT_EQ(between, 0);
+        EXPECT_GT(probe.calls, 10);
+        EXPECT_EQ(capture->size(), 0u) << capture->dump(); // verbosity 0: silent on success
+    }
+
+    TestSupport::LogCapture capture;
+    optimizer.setVerbosity(2);
+    optimizer.setMaxEvaluationsEnabled(true);
+    optimizer.setMaxEvaluations(3);
+    x = {1, 2, 3};
+    ASSERT_EQ(optimizer.optimize(x), 1);
+    EXPECT_TRUE(
+        capture->contains(Log::Trace, "OptimizerNL", "OptimizerNL: evaluation 1: x=1 y=2 z=3 -> 50.125"))
+        << capture->dump();
+    EXPECT_EQ(capture->countContaining("OptimizerNL: evaluation "), 3u);
+    EXPECT_EQ(capture->countContaining("finished ("), 1u);
+    EXPECT_EQ(capture->countContaining("MAXEVAL_REACHED) after 3 evaluations, value "), 1u);
+}
+
+// The geometry refinement's use: a marker's fiducials as 3N parameters in hundredths of a millimetre,
+// the cost being the summed RMS of rigid fits of noisy recorded frames onto the candidate, with the
+// settings that refinement constructs the optimiser with.
+TEST(OptimizerNL, RefinesAMarkerShapeFromNoisyFramesWithTheGeometrySettings) {
+    const std::vector<Eigen::Vector3d> truth = {{0, 0, 0}, {52, 3, 0}, {8, 71, 2}, {-35, 40, 12}};
+    std::mt19937 rng(7);
+    std::normal_distribution<double> noise(0.0, 0.08);
+    std::uniform_real_distribution<double> angle(-0.5, 0.5);
+    std::vector<std::vector<Eigen::Vector3d>> frames;
+    for (int f = 0; f < 30; ++f) {
+        const Eigen::Matrix3d r =
+            Eigen::AngleAxisd(angle(rng), Eigen::Vector3d(1, 1, 0).normalized()).toRotationMatrix();
+        std::vector<Eigen::Vector3d> frame;
+        for (const auto& p : truth)
+            frame.push_back(100.0 * (r * p + Eigen::Vector3d(10, -20, 900 + f) +
+                                     Eigen::Vector3d(noise(rng), noise(rng), noise(rng))));
+        frames.push_back(frame);
+    }
+    const std::vector<double> weights(4, 1.0);
+    std::vector<Eigen::Vector3d> candidate(4);
+    long fitAllocations = 0;
+    Function cost([&](int n, const double* x, double*) {
+        for (int i = 0; i < n / 3; ++i)
+            candidate[static_cast<std::size_t>(i)] = Eigen::Vector3d(x[3 * i], x[3 * i + 1], x[3 * i + 2]);
+        allocations = 0;
+        double sum = 0.0;
+        for (const auto& frame : frames) {
+            double rms = 0.0;
+            if (Math::fitRigidTransform(frame, candidate, weights, &rms))
+                sum += rms;
+        }
+        fitAllocations = std::max(fitAllocations, allocations);
+        return 0.001 * sum;
+    });
+
+    const auto shapeError = [&](const std::vector<Eigen::Vector3d>& points) {
+        double rms = 0.0;
+        std::vector<Eigen::Vector3d> mm;
+        for (const auto& p : points)
+            mm.push_back(p / 100.0);
+        EXPECT_TRUE(Math::fitRigidTransform(mm, truth, &rms).has_value());
+        return rms;
+    };
+
+    OptimizerNL optimizer(12, 34, nullptr, {}, 5e-05, true, 1.0, 0, 1);
+    optimizer.setCostFunction(&cost);
+    optimizer.setMaxEvaluationsEnabled(true);
+    optimizer.setMaxEvaluations(1000);
+    std::vector<double> x;
+    for (const auto& p : frames[0])
+        x.insert(x.end(), {p.x(), p.y(), p.z()});
+    const double before = shapeError(frames[0]);
+    countAllocations = true;
+    const int ok = optimizer.optimize(x);
+    countAllocations = false;
+    ASSERT_EQ(ok, 1);
+    EXPECT_EQ(fitAllocations, 0); // the rigid fits allocate nothing either
+    EXPECT_LE(optimizer.evaluations(), 1000);
+    std::vector<Eigen::Vector3d> result;
+    for (int i = 0; i < 4; ++i)
+        result.emplace_back(x[3 * i], x[3 * i + 1], x[3 * i + 2]);
+    const double after = shapeError(result);
+    EXPECT_LT(after, 0.5 * before) << "before " << before << " mm, after " << after << " mm";
+    EXPECT_LT(after, 0.05);
+}
