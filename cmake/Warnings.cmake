@@ -2,8 +2,12 @@
 # system headers (Qt, Eigen, NLopt, nlohmann_json, GoogleTest), so they do not trip these.
 function(kestrion_warnings target)
     target_compile_options(${target} PRIVATE
-        -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual
+        -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual
         -Wno-unused-parameter -Werror)
+    # Clang (the fuzz build) has no -Wshadow=local.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} PRIVATE -Wshadow=local)
+    endif()
 endfunction()
 
 # Adds each listed folder that holds a CMakeLists.txt, in the order given.

@@ -1,0 +1,268 @@
+#include "atracsys/device/AtracsysGeometryHelpers.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+using namespace Kestrion;
+using namespace Kestrion::SpryTrack::AtracsysHelpers;
+
+namespace {
+
+const std::string dataDir = KESTRION_TEST_DATA_DIR "/geometry/";
+
+std::optional<ftkGeometry> loadText(const std::string& text) {
+    std::istringstream in(text);
+    return loadFile(in);
+}
+
+std::string missingSection(const std::string& section) {
+    return "AtracsysTracking: Parsing INI file, could not find section \"" + section + "\"";
+}
+
+std::string missingKey(const std::string& key, const std::string& section) {
+    return "AtracsysTracking: Parsing INI file, could not find key \"" + key + "\" in section \"" + section +
+           "\"";
+}
+
+void expectPosition(const ftkGeometry& geometry, unsigned i, float x, float y, float z) {
+    EXPECT_EQ(geometry.positions[i].x, x) << "fiducial " << i;
+    EXPECT_EQ(geometry.positions[i].y, y) << "fiducial " << i;
+    EXPECT_EQ(geometry.positions[i].z, z) << "fiducial " << i;
+}
+
+void expectUnusedPositionsZero(const ftkGeometry& geometry) {
+    for (unsigned i = geometry.pointsCount; i < FTK_MAX_FIDUCIALS; ++i)
+        expectPosition(geometry, i, 0.0f, 0.0f, 0.0f);
+}
+
+const char* const example = "[fiducial0]\nx=0\ny=0\nz=0\n"
+                            "[fiducial1]\nx=25.5\ny=0\nz=0\n"
+                            "[fiducial2]\nx=0\ny=41.2\nz=0\n"
+                            "[geometry]\ncount=3\nid=1200\n";
+
+} // namespace
+
+TEST(GeometryLoading, ReadsIdCountAndPositionsIntoAZeroedRecord) {
+    TestSupport::LogCapture capture;
+    const auto geometry = loadText(example);
+    ASSERT_TRUE(geometry.has_value()) << capture->dump();
+    EXPECT_EQ(geometry->geometryId, 1200u);
+    EXPECT_EQ(geometry->pointsCount, 3u);
+    EXPECT_EQ(geometry->version, 0u);
+    expectPosition(*geometry, 0, 0.0f, 0.0f, 0.0f);
+    expectPosition(*geometry, 1, 25.5f, 0.0f, 0.0f);
+    expectPosition(*geometry, 2, 0.0f, 41.2f, 0.0f);
+    expectUnusedPositionsZero(*geometry);
+    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 1200, composed of 3 fiducials"));
+    EXPECT_EQ(capture->size(), 1u) << capture->dump();
+}
+
+TEST(GeometryLoading, IgnoresSectionOrderCommentsExtraSectionsAndLineEndings) {
+    TestSupport::LogCapture capture;
+    // Geometry first, comments, blank lines, a tip section and a fiducial beyond the count.
+    const auto field = loadGeometry(dataDir + "geometry4.ini");
+    ASSERT_TRUE(field.has_value()) << capture->dump();
+    EXPECT_EQ(field->geometryId, 8u);
+    EXPECT_EQ(field->pointsCount, 4u);
+    expectPosition(*field, 1, 0.0f, 72.5f, 0.0f);
+    expectPosition(*field, 3, -12.0f, -52.75f, 0.0f);
+    expectUnusedPositionsZero(*field);
+    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 8, composed of 4 fiducials"));
+
+    // The same file with CR LF line ends gives a byte-identical record.
+    const auto lf = loadGeometry(dataDir + "geometry1200.ini");
+    const auto crlf = loadGeometry(dataDir + "geometry1200-crlf.ini");
+    ASSERT_TRUE(lf.has_value());
+    ASSERT_TRUE(crlf.has_value()) << capture->dump();
+    EXPECT_EQ(std::memcmp(&*lf, &*crlf, sizeof(ftkGeometry)), 0);
+    EXPECT_EQ(crlf->geometryId, 1200u);
+    expectPosition(*crlf, 2, 0.0f, 41.2f, 0.0f);
+
+    // Extra keys are ignored; a repeated key keeps its last value.
+    const auto repeated =
+        loadText("[geometry]\ncount=1\nid=5\nid=6\nname=tool\n[fiducial0]\nx=1\nx=2\ny=3\nz=4\nw=9\n");
+    ASSERT_TRUE(repeated.has_value());
+    EXPECT_EQ(repeated->geometryId, 6u);
+    expectPosition(*repeated, 0, 2.0f, 3.0f, 4.0f);
+}
+
+TEST(GeometryLoading, MissingSectionsAndKeysAreNamedAndNothingIsLoaded) {
+    {
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("[fiducial0]\nx=0\ny=0\nz=0\n").has_value());
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingSection("geometry")));
+        EXPECT_EQ(capture->size(), 1u) << capture->dump();
+    }
+    {
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("[geometry]\nid=3\n").has_value());
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("count", "geometry")));
+        EXPECT_EQ(capture->size(), 1u) << capture->dump();
+    }
+    {
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("[geometry]\ncount=0\n").has_value());
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("id", "geometry")));
+        EXPECT_EQ(capture->size(), 1u) << capture->dump();
+    }
+    {
+        // Count 3 with sections for fiducials 0 and 1 only.
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(
+            loadText("[geometry]\ncount=3\nid=4\n[fiducial0]\nx=0\ny=0\nz=0\n[fiducial1]\nx=1\ny=0\nz=0\n"));
+        EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 4, composed of 3 fiducials"));
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingSection("fiducial2")));
+        EXPECT_EQ(capture->size(), 2u) << capture->dump();
+    }
+    {
+        // A fiducial section without "z".
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(
+            loadText("[geometry]\ncount=2\nid=4\n[fiducial0]\nx=0\ny=0\nz=0\n[fiducial1]\nx=1\ny=0\n"));
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("z", "fiducial1")));
+        EXPECT_EQ(capture->size(), 2u) << capture->dump();
+    }
+    {
+        // Blanks around "=" belong to the key: "x " is defined, "x" is not.
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("[geometry]\ncount=1\nid=4\n[fiducial0]\nx = 1\ny=0\nz=0\n"));
+        EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("x", "fiducial0")));
+    }
+    {
+        // A malformed text fails in the INI parser, which logs nothing.
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("count=3\n[geometry]\ncount=0\nid=1\n").has_value());
+        EXPECT_FALSE(loadText("[geometry]\ncount=0\nid=1\n# comment\n").has_value());
+        EXPECT_EQ(capture->size(), 0u) << capture->dump();
+    }
+}
+
+TEST(GeometryLoading, NumbersAreReadLeniently) {
+    TestSupport::LogCapture capture;
+    // Count 0 with a valid id loads an empty geometry.
+    const auto empty = loadText("[geometry]\ncount=0\nid=77\n");
+    ASSERT_TRUE(empty.has_value());
+    EXPECT_EQ(empty->pointsCount, 0u);
+    EXPECT_EQ(empty->geometryId, 77u);
+    expectUnusedPositionsZero(*empty);
+    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 77, composed of 0 fiducials"));
+
+    // Non-numeric text reads as 0, a numeric prefix as its number, values wrap to 32 bits.
+    const auto lenient = loadText("[geometry]\ncount=1abc\nid=abc\n[fiducial0]\nx=abc\ny=-2.5e1mm\nz= 7\n");
+    ASSERT_TRUE(lenient.has_value()) << capture->dump();
+    EXPECT_EQ(lenient->geometryId, 0u);
+    EXPECT_EQ(lenient->pointsCount, 1u);
+    expectPosition(*lenient, 0, 0.0f, -25.0f, 7.0f);
+    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 0, composed of 1 fiducials"));
+
+    const auto wrapped = loadText("[geometry]\ncount=4294967296\nid=-1\n");
+    ASSERT_TRUE(wrapped.has_value());
+    EXPECT_EQ(wrapped->geometryId, 4294967295u);
+    EXPECT_EQ(wrapped->pointsCount, 0u);
+
+    // Coordinates beyond single precision become infinities rather than undefined values.
+    const auto huge = loadText("[geometry]\ncount=1\nid=1\n[fiducial0]\nx=1e300\ny=-1e300\nz=1e-300\n");
+    ASSERT_TRUE(huge.has_value());
+    EXPECT_EQ(huge->positions[0].x, std::numeric_limits<float>::infinity());
+    EXPECT_EQ(huge->positions[0].y, -std::numeric_limits<float>::infinity());
+    EXPECT_EQ(huge->positions[0].z, 0.0f);
+}
+
+TEST(GeometryLoading, CountsBeyondTheRecordCapacityAreRefused) {
+    std::string text = "[geometry]\ncount=7\nid=9\n";
+    for (int i = 0; i < 8; ++i)
+        text += "[fiducial" + std::to_string(i) + "]\nx=" + std::to_string(i) + "\ny=1\nz=2\n";
+    {
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText(text).has_value());
+        EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 9, composed of 7 fiducials"));
+        EXPECT_TRUE(capture->contains(
+            Log::Error, "",
+            "AtracsysTracking: Parsing INI file, geometry 9 has 7 fiducials, more than the maximum of 6"))
+            << capture->dump();
+    }
+    {
+        // A count that wraps from a negative number is refused the same way.
+        TestSupport::LogCapture capture;
+        EXPECT_FALSE(loadText("[geometry]\ncount=-1\nid=9\n").has_value());
+        EXPECT_EQ(capture->countContaining("has 4294967295 fiducials, more than the maximum of 6"), 1u);
+    }
+    // Exactly the capacity loads.
+    text.replace(text.find("count=7"), 7, "count=6");
+    const auto full = loadText(text);
+    ASSERT_TRUE(full.has_value());
+    EXPECT_EQ(full->pointsCount, 6u);
+    expectPosition(*full, 5, 5.0f, 1.0f, 2.0f);
+}
+
+TEST(GeometryLoading, CheckAndAssignFunctionsLeaveTheOutputUntouchedOnFailure) {
+    IniFile ini;
+    std::string text = "[s]\nn=12abc\nf=2.5\nneg=-2\n[empty]\n";
+    ASSERT_TRUE(ini.parse(text.data(), text.size()));
+    TestSupport::LogCapture capture;
+
+    EXPECT_TRUE(checkSection(ini, "empty"));
+    EXPECT_FALSE(checkSection(ini, "S"));
+    EXPECT_TRUE(capture->contains(Log::Error, "", missingSection("S")));
+    EXPECT_TRUE(checkKey(ini, "s", "n"));
+    EXPECT_FALSE(checkKey(ini, "empty", "n"));
+    EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("n", "empty")));
+    EXPECT_FALSE(checkKey(ini, "nosuch", "n")); // a missing section is reported as a missing key
+    EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("n", "nosuch")));
+    EXPECT_FALSE(checkSection(ini, "nosuch")); // and never creates it
+
+    unsigned u = 99;
+    EXPECT_TRUE(assignUint32(ini, "s", "n", &u));
+    EXPECT_EQ(u, 12u);
+    EXPECT_TRUE(assignUint32(ini, "s", "neg", &u));
+    EXPECT_EQ(u, 4294967294u);
+    u = 99;
+    EXPECT_FALSE(assignUint32(ini, "s", "missing", &u));
+    EXPECT_EQ(u, 99u);
+    EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("missing", "s")));
+
+    float f = 99.0f;
+    EXPECT_TRUE(assignFloatXX(ini, "s", "f", &f));
+    EXPECT_EQ(f, 2.5f);
+    f = 99.0f;
+    EXPECT_FALSE(assignFloatXX(ini, "empty", "f", &f));
+    EXPECT_EQ(f, 99.0f);
+}
+
+TEST(GeometryLoading, LoadsFromDiskAndFromCompiledInResources) {
+    TestSupport::LogCapture capture;
+    const auto disk = loadGeometry(dataDir + "geometry1200.ini");
+    const auto resource = loadGeometry(":/test-geometry/geometry1200.ini");
+    const auto resourceCrlf = loadGeometry(":/test-geometry/geometry1200-crlf.ini");
+    ASSERT_TRUE(disk.has_value());
+    ASSERT_TRUE(resource.has_value()) << capture->dump();
+    ASSERT_TRUE(resourceCrlf.has_value());
+    EXPECT_EQ(std::memcmp(&*disk, &*resource, sizeof(ftkGeometry)), 0);
+    EXPECT_EQ(std::memcmp(&*disk, &*resourceCrlf, sizeof(ftkGeometry)), 0);
+    EXPECT_EQ(capture->count(Log::Info, "", "Loading geometry 1200, composed of 3 fiducials"), 3u);
+
+    // Files that cannot be opened fail without a message of their own.
+    capture->clear();
+    EXPECT_FALSE(loadGeometry(":/test-geometry/missing.ini").has_value());
+    EXPECT_FALSE(loadGeometry(dataDir + "missing.ini").has_value());
+    EXPECT_FALSE(loadGeometry("").has_value());
+    EXPECT_EQ(capture->size(), 0u) << capture->dump();
+
+    // Only a leading ":/" selects the resources; a file written on disk loads from its path.
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string path = dir.filePath("geometry3.ini").toStdString();
+    std::ofstream(path) << "[geometry]\r\ncount=0\r\nid=3";
+    const auto written = loadGeometry(path);
+    ASSERT_TRUE(written.has_value());
+    EXPECT_EQ(written->geometryId, 3u);
+    EXPECT_FALSE(loadGeometry("./:/test-geometry/geometry1200.ini").has_value());
+}
