@@ -80,8 +80,11 @@ Properties::Properties(Properties&& other) noexcept {
 
 Properties& Properties::operator=(Properties&& other) noexcept {
     if (this != &other) {
-        m_baseFolder = other.baseFolder();
-        takeContentFrom(other);
+        // Through a temporary: other may be one of this block's own descendants, which taking
+        // over its content would destroy half-way.
+        Properties moved(std::move(other));
+        m_baseFolder = moved.m_baseFolder;
+        takeContentFrom(moved);
     }
     return *this;
 }

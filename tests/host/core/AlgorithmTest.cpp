@@ -77,11 +77,6 @@ TEST(Algorithm, ComputesReportsStatusAndUsesItsProgress) {
     counter.configure(&settings);
     counter.compute();
     EXPECT_EQ(counter.status(), Algorithm::Error);
-
-    counter.setName("Counter");
-    counter.setIdentifier("Test.Counter");
-    EXPECT_EQ(counter.name(), "Counter");
-    EXPECT_EQ(counter.identifier(), "Test.Counter");
 }
 
 TEST(Algorithm, CreationHookAndDataLists) {

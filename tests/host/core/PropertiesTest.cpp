@@ -269,6 +269,10 @@ TEST(Properties, CopiesAreDeepAndIndependent) {
 
     Properties moved(std::move(copy));
     EXPECT_EQ(moved.subProperty("child")->parent(), &moved);
+    moved = std::move(*moved.subProperty("child")); // from a descendant, which the move destroys
+    EXPECT_EQ(moved.name(), "child");
+    ASSERT_NE(moved.subProperty("renamed"), nullptr);
+    EXPECT_EQ(moved.subProperty("renamed")->parent(), &moved);
     Properties* added = host.addSubProperties(original);
     EXPECT_EQ(*added, original);
     EXPECT_EQ(added->parent(), &host);
