@@ -4,20 +4,17 @@
 
 namespace Kestrion {
 
-void CaptureLogSink::write(const LogRecord& record)
-{
+void CaptureLogSink::write(const LogRecord& record) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_records.push_back(record);
 }
 
-std::vector<LogRecord> CaptureLogSink::records() const
-{
+std::vector<LogRecord> CaptureLogSink::records() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_records;
 }
 
-std::size_t CaptureLogSink::count(int level, const std::string& category, const std::string& message) const
-{
+std::size_t CaptureLogSink::count(int level, const std::string& category, const std::string& message) const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::size_t n = 0;
     for (const auto& r : m_records)
@@ -26,13 +23,11 @@ std::size_t CaptureLogSink::count(int level, const std::string& category, const 
     return n;
 }
 
-bool CaptureLogSink::contains(int level, const std::string& category, const std::string& message) const
-{
+bool CaptureLogSink::contains(int level, const std::string& category, const std::string& message) const {
     return count(level, category, message) > 0;
 }
 
-std::size_t CaptureLogSink::countContaining(const std::string& text) const
-{
+std::size_t CaptureLogSink::countContaining(const std::string& text) const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::size_t n = 0;
     for (const auto& r : m_records)
@@ -41,20 +36,17 @@ std::size_t CaptureLogSink::countContaining(const std::string& text) const
     return n;
 }
 
-std::size_t CaptureLogSink::size() const
-{
+std::size_t CaptureLogSink::size() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_records.size();
 }
 
-void CaptureLogSink::clear()
-{
+void CaptureLogSink::clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_records.clear();
 }
 
-std::string CaptureLogSink::dump() const
-{
+std::string CaptureLogSink::dump() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::ostringstream out;
     for (const auto& r : m_records)

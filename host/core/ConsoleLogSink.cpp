@@ -8,12 +8,9 @@ namespace Kestrion {
 
 ConsoleLogSink::ConsoleLogSink(std::FILE* out)
     : m_out(out)
-    , m_colour(out && isatty(fileno(out)))
-{
-}
+    , m_colour(out && isatty(fileno(out))) {}
 
-void ConsoleLogSink::write(const LogRecord& record)
-{
+void ConsoleLogSink::write(const LogRecord& record) {
     static const char* const colours[] = {"\033[90m", "\033[36m", "", "\033[33m", "\033[31m", "\033[1;31m"};
     const char* colour = (m_colour && record.level >= 0 && record.level <= 5) ? colours[record.level] : "";
     const char* reset = (m_colour && *colour) ? "\033[0m" : "";

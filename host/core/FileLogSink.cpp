@@ -5,12 +5,9 @@
 namespace Kestrion {
 
 FileLogSink::FileLogSink(const std::string& path)
-    : m_stream(path, std::ios::app)
-{
-}
+    : m_stream(path, std::ios::app) {}
 
-void FileLogSink::write(const LogRecord& record)
-{
+void FileLogSink::write(const LogRecord& record) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_stream)
         return;

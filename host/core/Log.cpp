@@ -28,14 +28,12 @@ struct LogState {
     bool consoleEnabled = true;
 };
 
-LogState& state()
-{
+LogState& state() {
     static LogState s;
     return s;
 }
 
-std::vector<std::shared_ptr<LogSink>> sinkSnapshot()
-{
+std::vector<std::shared_ptr<LogSink>> sinkSnapshot() {
     LogState& s = state();
     std::lock_guard<std::mutex> lock(s.sinkMutex);
     std::vector<std::shared_ptr<LogSink>> result = s.sinks;
@@ -47,8 +45,7 @@ std::vector<std::shared_ptr<LogSink>> sinkSnapshot()
 } // namespace
 
 void Log::log(int level, const std::string& category, const std::string& message, const char* file,
-              int line)
-{
+              int line) {
     LogRecord record;
     record.level = level;
     record.category = category;
@@ -61,8 +58,7 @@ void Log::log(int level, const std::string& category, const std::string& message
         sink->write(record);
 }
 
-bool Log::isAccepted(int level, const std::string& category)
-{
+bool Log::isAccepted(int level, const std::string& category) {
     LogState& s = state();
     if (level < s.globalLevel.load(std::memory_order_relaxed))
         return false;
@@ -73,28 +69,29 @@ bool Log::isAccepted(int level, const std::string& category)
     return it == s.categoryLevels.end() || level >= it->second;
 }
 
-void Log::setGlobalLevel(int level) { state().globalLevel.store(level); }
+void Log::setGlobalLevel(int level) {
+    state().globalLevel.store(level);
+}
 
-int Log::globalLevel() { return state().globalLevel.load(); }
+int Log::globalLevel() {
+    return state().globalLevel.load();
+}
 
-void Log::setCategoryLevel(const std::string& category, int level)
-{
+void Log::setCategoryLevel(const std::string& category, int level) {
     LogState& s = state();
     std::unique_lock<std::shared_mutex> lock(s.categoryMutex);
     s.categoryLevels[category] = level;
     s.hasCategoryLevels.store(true, std::memory_order_release);
 }
 
-void Log::clearCategoryLevels()
-{
+void Log::clearCategoryLevels() {
     LogState& s = state();
     std::unique_lock<std::shared_mutex> lock(s.categoryMutex);
     s.categoryLevels.clear();
     s.hasCategoryLevels.store(false, std::memory_order_release);
 }
 
-void Log::addSink(std::shared_ptr<LogSink> sink)
-{
+void Log::addSink(std::shared_ptr<LogSink> sink) {
     if (!sink)
         return;
     LogState& s = state();
@@ -102,22 +99,19 @@ void Log::addSink(std::shared_ptr<LogSink> sink)
     s.sinks.push_back(std::move(sink));
 }
 
-void Log::removeSink(const std::shared_ptr<LogSink>& sink)
-{
+void Log::removeSink(const std::shared_ptr<LogSink>& sink) {
     LogState& s = state();
     std::lock_guard<std::mutex> lock(s.sinkMutex);
     s.sinks.erase(std::remove(s.sinks.begin(), s.sinks.end(), sink), s.sinks.end());
 }
 
-void Log::setConsoleEnabled(bool enabled)
-{
+void Log::setConsoleEnabled(bool enabled) {
     LogState& s = state();
     std::lock_guard<std::mutex> lock(s.sinkMutex);
     s.consoleEnabled = enabled;
 }
 
-const char* Log::levelName(int level)
-{
+const char* Log::levelName(int level) {
     switch (level) {
     case Trace:
         return "TRACE";
@@ -136,8 +130,7 @@ const char* Log::levelName(int level)
     }
 }
 
-int Log::parseLevel(const std::string& text)
-{
+int Log::parseLevel(const std::string& text) {
     std::string lower;
     for (char c : text)
         lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

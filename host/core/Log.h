@@ -39,15 +39,15 @@ public:
 } // namespace Kestrion
 
 /// Builds the message only when the level is accepted for the category.
-#define KESTRION_LOG(level, category, expr)                                                        \
-    do {                                                                                           \
-        const int kestrionLogLevel_ = (level);                                                     \
-        if (::Kestrion::Log::isAccepted(kestrionLogLevel_, (category))) {                         \
-            std::ostringstream kestrionLogStream_;                                                 \
-            kestrionLogStream_ << expr;                                                            \
-            ::Kestrion::Log::log(kestrionLogLevel_, (category), kestrionLogStream_.str(), __FILE__, \
-                                 __LINE__);                                                        \
-        }                                                                                          \
+#define KESTRION_LOG(level, category, expr)                                                                  \
+    do {                                                                                                     \
+        const int kestrionLogLevel_ = (level);                                                               \
+        if (::Kestrion::Log::isAccepted(kestrionLogLevel_, (category))) {                                    \
+            std::ostringstream kestrionLogStream_;                                                           \
+            kestrionLogStream_ << expr;                                                                      \
+            ::Kestrion::Log::log(kestrionLogLevel_, (category), kestrionLogStream_.str(), __FILE__,          \
+                                 __LINE__);                                                                  \
+        }                                                                                                    \
     } while (false)
 
 #define KESTRION_LOG_DEBUG(category, expr) KESTRION_LOG(::Kestrion::Log::Debug, category, expr)

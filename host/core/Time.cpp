@@ -4,8 +4,7 @@
 
 namespace Kestrion::Time {
 
-std::uint64_t utcMilliseconds()
-{
+std::uint64_t utcMilliseconds() {
     using namespace std::chrono;
     return static_cast<std::uint64_t>(
         duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());

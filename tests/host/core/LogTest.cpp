@@ -15,16 +15,14 @@ struct Counted {
     int* builds;
 };
 
-std::ostream& operator<<(std::ostream& out, const Counted& c)
-{
+std::ostream& operator<<(std::ostream& out, const Counted& c) {
     ++*c.builds;
     return out << "built";
 }
 
 } // namespace
 
-TEST(Log, MessagesBelowTheGlobalLevelAreNeverBuilt)
-{
+TEST(Log, MessagesBelowTheGlobalLevelAreNeverBuilt) {
     TestSupport::LogCapture capture(Log::Warning);
     int builds = 0;
     KESTRION_LOG_DEBUG("Cat", Counted{&builds});
@@ -36,8 +34,7 @@ TEST(Log, MessagesBelowTheGlobalLevelAreNeverBuilt)
     EXPECT_TRUE(capture->contains(Log::Warning, "Cat", "built"));
 }
 
-TEST(Log, CategoryLevelsFilterOnTopOfTheGlobalLevel)
-{
+TEST(Log, CategoryLevelsFilterOnTopOfTheGlobalLevel) {
     TestSupport::LogCapture capture(Log::Debug);
     Log::setCategoryLevel("Noisy", Log::Error);
     EXPECT_FALSE(Log::isAccepted(Log::Warning, "Noisy"));
@@ -48,8 +45,7 @@ TEST(Log, CategoryLevelsFilterOnTopOfTheGlobalLevel)
     EXPECT_TRUE(Log::isAccepted(Log::Warning, "Noisy"));
 }
 
-TEST(Log, CaptureRecordsExactLevelCategoryAndMessageFromManyThreads)
-{
+TEST(Log, CaptureRecordsExactLevelCategoryAndMessageFromManyThreads) {
     TestSupport::LogCapture capture;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
@@ -65,8 +61,7 @@ TEST(Log, CaptureRecordsExactLevelCategoryAndMessageFromManyThreads)
     EXPECT_EQ(capture->countContaining("message 5"), 4u * 11u);
 }
 
-TEST(Log, LevelNamesParse)
-{
+TEST(Log, LevelNamesParse) {
     EXPECT_EQ(Log::parseLevel("debug"), Log::Debug);
     EXPECT_EQ(Log::parseLevel("WARNING"), Log::Warning);
     EXPECT_EQ(Log::parseLevel("4"), Log::Error);
