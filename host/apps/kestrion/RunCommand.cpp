@@ -1,0 +1,58 @@
+#include "host/apps/kestrion/RunCommand.h"
+
+#include "host/apps/kestrion/CommandContext.h"
+#include "host/core/Log.h"
+#include "host/lib/Workspace.h"
+
+#include <ostream>
+
+namespace Kestrion::Cli {
+
+std::string RunCommand::summary() const {
+    return "load a workspace (.kws) and compute its algorithms";
+}
+
+std::string RunCommand::help() const {
+    return "Usage: kestrion run WORKSPACE\n"
+           "\n"
+           "Loads the plugins, reads the workspace file, applies the workspace conversions, then\n"
+           "creates, configures and computes each algorithm of its \"Algorithms\" block in order.\n"
+           "Prints the outcome of each algorithm; problems are logged on stderr.\n"
+           "Exits with 1 when the workspace cannot be read or an algorithm is unknown or fails.\n";
+}
+
+int RunCommand::run(CommandContext& context, const std::vector<std::string>& arguments) {
+    if (arguments.size() != 1) {
+        context.err() << "kestrion run: " << (arguments.empty() ? "no workspace given" : "too many arguments")
+                      << " (see kestrion run --help)\n";
+        return 2;
+    }
+    if (!context.loadPlugins())
+        return 1;
+
+    std::ostream& out = context.out();
+    const std::string& file = arguments.front();
+    Workspace workspace;
+    const Workspace::LoadReport report = workspace.load(file);
+    out << "Workspace " << file << "\n";
+    for (const auto& conversion : report.conversions)
+        out << "  converted: " << conversion << "\n";
+    for (const auto& item : workspace.algorithms())
+        out << "  " << item.identifier << ": "
+            << (!item.algorithm ? "unknown algorithm"
+                : item.computed ? "computed"
+                                : "failed")
+            << "\n";
+    if (!report.read) {
+        out << "Not loaded\n";
+        // The reason is logged; say it here when the log level hides it.
+        if (!Log::isAccepted(Log::Error, "Workspace") && !report.errors.empty())
+            context.err() << "kestrion run: " << report.errors.front() << "\n";
+        return 1;
+    }
+    out << "Summary: " << report.computed << " of " << workspace.algorithms().size()
+        << " algorithms computed\n";
+    return report.ok() ? 0 : 1;
+}
+
+} // namespace Kestrion::Cli

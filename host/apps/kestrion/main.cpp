@@ -1,0 +1,12 @@
+#include "host/apps/kestrion/Application.h"
+#include "host/apps/kestrion/PluginsCommand.h"
+#include "host/apps/kestrion/RunCommand.h"
+
+#include <iostream>
+
+int main(int argc, char** argv) {
+    Kestrion::Cli::Application application;
+    application.addCommand(std::make_unique<Kestrion::Cli::PluginsCommand>());
+    application.addCommand(std::make_unique<Kestrion::Cli::RunCommand>());
+    return application.run(std::vector<std::string>(argv + 1, argv + argc), std::cout, std::cerr);
+}

@@ -1,0 +1,125 @@
+#include "host/lib/Workspace.h"
+
+#include "host/core/Log.h"
+#include "host/core/PropertiesXml.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/lib/WorkspaceConversionRegistry.h"
+
+namespace Kestrion {
+
+namespace {
+const char* const Category = "Workspace";
+}
+
+Workspace::Workspace() = default;
+
+Workspace::~Workspace() {
+    clear();
+}
+
+void Workspace::clear() {
+    while (!m_items.empty())
+        m_items.pop_back();
+    m_document = Properties("Workspace");
+}
+
+void Workspace::add(std::string identifier, std::unique_ptr<Algorithm> algorithm) {
+    Item item;
+    item.identifier = std::move(identifier);
+    item.algorithm = std::move(algorithm);
+    m_items.push_back(std::move(item));
+}
+
+Workspace::LoadReport Workspace::load(const Filesystem::Path& file) {
+    return load(file, FactoryRegistry::instance());
+}
+
+Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const FactoryRegistry& registry) {
+    clear();
+    LoadReport report;
+    auto problem = [&report](const std::string& message) {
+        KESTRION_LOG_ERROR(Category, message);
+        report.errors.push_back(message);
+    };
+
+    if (!file.isFile()) {
+        problem("Cannot load workspace " + file.str() + ": " +
+                (file.exists() ? "not a file" : "no such file"));
+        return report;
+    }
+    PropertiesXml::Error xmlError;
+    std::optional<Properties> tree = PropertiesXml::readFile(file, &xmlError);
+    if (!tree) {
+        problem("Cannot load workspace " + file.str() + ": " + xmlError.message());
+        return report;
+    }
+
+    std::string conversionError;
+    auto applied = WorkspaceConversionRegistry::instance().convert(*tree, file, &conversionError);
+    if (!applied) {
+        problem("Cannot load workspace " + file.str() + ": " + conversionError);
+        return report;
+    }
+    report.conversions = std::move(*applied);
+
+    const Properties* algorithms = tree->subProperty("Algorithms");
+    if (!algorithms) {
+        problem("Cannot load workspace " + file.str() + ": no \"Algorithms\" block");
+        return report;
+    }
+    report.read = true;
+
+    for (const Properties* block : algorithms->subProperties()) {
+        Item item;
+        item.identifier = block->name();
+        item.algorithm = registry.createAlgorithm(item.identifier);
+        if (!item.algorithm) {
+            problem("Workspace " + file.str() + ": unknown algorithm \"" + item.identifier + "\"");
+            item.unresolved = block->clone();
+            m_items.push_back(std::move(item));
+            continue;
+        }
+        ++report.created;
+        try {
+            item.algorithm->configure(block);
+            item.algorithm->compute();
+            if (item.algorithm->status() == Algorithm::Success)
+                item.computed = true;
+            else
+                problem("Workspace " + file.str() + ": algorithm " + item.identifier + " failed (status " +
+                        std::to_string(item.algorithm->status()) + ")");
+        } catch (const std::exception& e) {
+            problem("Workspace " + file.str() + ": algorithm " + item.identifier + " failed: " + e.what());
+        }
+        report.computed += item.computed ? 1 : 0;
+        m_items.push_back(std::move(item));
+    }
+    const std::size_t total = algorithms->subProperties().size();
+    tree->removeSubProperties(algorithms);
+    m_document = std::move(*tree);
+    KESTRION_LOG_INFO(Category, "Workspace " << file.str() << ": " << report.computed << " of " << total
+                                             << " algorithms computed");
+    return report;
+}
+
+Properties Workspace::toProperties() const {
+    Properties root(m_document);
+    Properties* algorithms = root.addSubProperties("Algorithms");
+    for (const auto& item : m_items) {
+        if (item.algorithm)
+            item.algorithm->configuration(algorithms->addSubProperties(item.identifier));
+        else if (item.unresolved)
+            algorithms->addSubProperties(*item.unresolved);
+    }
+    return root;
+}
+
+bool Workspace::save(const Filesystem::Path& file) const {
+    if (!PropertiesXml::writeFile(toProperties(), file)) {
+        KESTRION_LOG_ERROR(Category, "Cannot save workspace " << file.str());
+        return false;
+    }
+    return true;
+}
+
+} // namespace Kestrion

@@ -1,0 +1,229 @@
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStringList>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+namespace {
+
+const std::string PluginDir = KESTRION_TEST_PLUGIN_DIR;
+
+struct Result {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+    bool has(const std::string& line) const { return out.find(line + "\n") != std::string::npos; }
+    bool hasError(const std::string& line) const { return err.find(line + "\n") != std::string::npos; }
+};
+
+std::ostream& operator<<(std::ostream& s, const Result& r) {
+    return s << "exit " << r.exitCode << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
+}
+
+/// Runs kestrion with the arguments; the plugin path and licence variables are cleared unless
+/// given in `environment`.
+Result kestrion(const std::vector<std::string>& arguments,
+                const std::map<std::string, std::string>& environment = {}) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("KESTRION_PLUGIN_PATH");
+    env.remove("KESTRION_LICENSE");
+    for (const auto& [name, value] : environment)
+        env.insert(QString::fromStdString(name), QString::fromStdString(value));
+    process.setProcessEnvironment(env);
+    QStringList args;
+    for (const auto& a : arguments)
+        args << QString::fromStdString(a);
+    process.start(QString(KESTRION_APP), args);
+    Result result;
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
+        return result;
+    result.exitCode = process.exitCode();
+    result.out = process.readAllStandardOutput().toStdString();
+    result.err = process.readAllStandardError().toStdString();
+    return result;
+}
+
+class KestrionCommand : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "kestrion-cli-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        m_dir = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(m_dir); }
+
+    std::string write(const std::string& name, const std::string& text) {
+        const std::string file = m_dir + "/" + name;
+        std::ofstream(file) << text;
+        return file;
+    }
+    std::string workspace(const std::string& name, const std::string& algorithms) {
+        return write(name, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<properties name=\"Workspace\">\n"
+                           "<properties name=\"Algorithms\">\n" +
+                               algorithms + "</properties>\n</properties>\n");
+    }
+
+    std::string m_dir;
+};
+
+} // namespace
+
+TEST_F(KestrionCommand, PluginsListsEveryLibraryWithItsStatusAndAlgorithms) {
+    const Result r = kestrion({"plugins", "--plugin-path", PluginDir});
+    ASSERT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.has("Plugins in " + PluginDir + ":")) << r;
+    EXPECT_TRUE(r.has("libTestPluginB_Base.so\n"
+                      "  id:           Test.Base\n"
+                      "  status:       active\n"
+                      "  version:      (none)\n"
+                      "  author:       Kestrion test team\n"
+                      "  description:  Test plugin Test.Base\n"
+                      "  depends on:   Kestrion.Stream\n"
+                      "  build flags:  GLIBCXX_DEBUG:_GLIBCXX_DEBUG\n"
+                      "  algorithms:   TestBase.Recorder  [Test;TestBase;Recorder]"))
+        << r;
+    EXPECT_TRUE(r.has("  algorithms:   TestDependent.Recorder  [Test;TestDependent;Recorder]")) << r;
+    EXPECT_TRUE(
+        r.has("libTestPluginBadMagic.so\n"
+              "  status:       failed: wrong magic string \"__KESTRION_PLUGIN_V1_MAGIC_STRING__\" (expected "
+              "\"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"))
+        << r;
+    EXPECT_TRUE(r.has("libTestPluginBadHostVersion.so\n"
+                      "  status:       failed: built for host version 4.3.0, this host is 4.4.6"))
+        << r;
+    EXPECT_TRUE(r.has("libTestPluginUnlicensed.so\n"
+                      "  id:           Test.Unlicensed\n"
+                      "  status:       inactive: init() returned 1, the plugin stays inactive"))
+        << r;
+    EXPECT_TRUE(r.has("  status:       failed: missing dependency \"Test.NotThere\"")) << r;
+    EXPECT_TRUE(r.has("Built in: Kestrion.Stream")) << r;
+    EXPECT_TRUE(r.has("Summary: 2 active, 2 inactive, 8 failed")) << r;
+    // Each failure is also logged, by file name.
+    EXPECT_TRUE(r.hasError("[ERROR] PluginLoader: Plugin libTestPluginNoDescriptor.so skipped: no plugin "
+                           "descriptor (symbol kestrionPluginDescriptor not found)"))
+        << r;
+
+    // The same through the environment variable.
+    const Result viaEnvironment = kestrion({"plugins"}, {{"KESTRION_PLUGIN_PATH", PluginDir}});
+    EXPECT_EQ(viaEnvironment.exitCode, 0) << viaEnvironment;
+    EXPECT_EQ(viaEnvironment.out, r.out);
+}
+
+TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
+    const std::string file =
+        workspace("case.kws", "<properties name=\"TestOld.Recorder\">"
+                              "<param name=\"value\" type=\"int\">7</param></properties>\n"
+                              "<properties name=\"TestDependent.Recorder\">"
+                              "<param name=\"label\" type=\"string\">dep</param></properties>\n");
+    const Result r = kestrion({"--log-level", "info", "run", file, "--plugin-path", PluginDir});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_EQ(r.out, "Workspace " + file +
+                         "\n"
+                         "  converted: Renamed TestOld.Recorder to TestBase.Recorder\n"
+                         "  TestBase.Recorder: computed\n"
+                         "  TestDependent.Recorder: computed\n"
+                         "Summary: 2 of 2 algorithms computed\n");
+    // Default properties first, then the workspace's configuration.
+    EXPECT_TRUE(r.hasError("[INFO] TestPlugin: TestBase.Recorder computed: label=default value=7")) << r;
+    EXPECT_TRUE(r.hasError("[INFO] TestPlugin: TestDependent.Recorder computed: label=dep value=0")) << r;
+    EXPECT_TRUE(
+        r.hasError("[INFO] Workspace: Workspace " + file + ": Renamed TestOld.Recorder to TestBase.Recorder"))
+        << r;
+
+    // An unknown or failing algorithm makes the run fail; the others still run.
+    const std::string mixed =
+        workspace("mixed.kws", "<properties name=\"Nobody.Knows\"/>\n"
+                               "<properties name=\"TestBase.Recorder\">"
+                               "<param name=\"fail\" type=\"bool\">true</param></properties>\n"
+                               "<properties name=\"TestBase.Recorder\"/>\n");
+    const Result m = kestrion({"run", mixed, "--plugin-path", PluginDir});
+    EXPECT_EQ(m.exitCode, 1) << m;
+    EXPECT_EQ(m.out, "Workspace " + mixed +
+                         "\n"
+                         "  Nobody.Knows: unknown algorithm\n"
+                         "  TestBase.Recorder: failed\n"
+                         "  TestBase.Recorder: computed\n"
+                         "Summary: 1 of 3 algorithms computed\n");
+    EXPECT_TRUE(m.hasError("[ERROR] Workspace: Workspace " + mixed + ": unknown algorithm \"Nobody.Knows\""))
+        << m;
+    EXPECT_TRUE(m.hasError("[ERROR] Workspace: Workspace " + mixed +
+                           ": algorithm TestBase.Recorder failed (status 1)"))
+        << m;
+}
+
+TEST_F(KestrionCommand, MissingOrMalformedWorkspacesFailWithTheirReason) {
+    const std::string missing = m_dir + "/missing.kws";
+    Result r = kestrion({"run", missing, "--plugin-path", PluginDir});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.hasError("[ERROR] Workspace: Cannot load workspace " + missing + ": no such file")) << r;
+    // The reason is printed even when the log level hides errors.
+    r = kestrion({"run", missing, "--plugin-path", PluginDir, "--log-level", "fatal"});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_EQ(r.err, "kestrion run: Cannot load workspace " + missing + ": no such file\n");
+
+    const std::string malformed = write("bad.kws", "<properties name=\"Workspace\">\n<param");
+    r = kestrion({"run", malformed, "--plugin-path", PluginDir});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_NE(r.err.find("[ERROR] Workspace: Cannot load workspace " + malformed + ": " + malformed + ":2:"),
+              std::string::npos)
+        << r;
+
+    const std::string noAlgorithms = write("plain.kws", "<properties name=\"Workspace\"/>\n");
+    r = kestrion({"run", noAlgorithms, "--plugin-path", PluginDir});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(
+        r.hasError("[ERROR] Workspace: Cannot load workspace " + noAlgorithms + ": no \"Algorithms\" block"))
+        << r;
+}
+
+TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{}, "kestrion: no command given (see kestrion --help)\n"},
+        {{"track-everything"}, "kestrion: unknown command 'track-everything' (see kestrion --help)\n"},
+        {{"--verbose", "plugins"}, "kestrion: unknown option '--verbose' (see kestrion --help)\n"},
+        {{"plugins", "--log-level"}, "kestrion: option --log-level needs a value (see kestrion --help)\n"},
+        {{"--log-level", "loud", "plugins"}, "kestrion: unknown log level 'loud' (see kestrion --help)\n"},
+        {{"plugins", "--plugin-path", ""},
+         "kestrion: option --plugin-path needs a folder (see kestrion --help)\n"},
+        {{"plugins", "extra"},
+         "kestrion plugins: unexpected argument 'extra' (see kestrion plugins --help)\n"},
+        {{"run"}, "kestrion run: no workspace given (see kestrion run --help)\n"},
+        {{"run", "a.kws", "b.kws"}, "kestrion run: too many arguments (see kestrion run --help)\n"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const Result r = kestrion(arguments);
+        EXPECT_EQ(r.exitCode, 2) << r;
+        EXPECT_EQ(r.err, message) << r;
+        EXPECT_EQ(r.out, "") << r;
+    }
+
+    const std::string missingFolder = m_dir + "/no-plugins-here";
+    for (const char* command : {"plugins", "run"}) {
+        std::vector<std::string> arguments{command, "--plugin-path", missingFolder};
+        if (std::string(command) == "run")
+            arguments.push_back(m_dir + "/x.kws");
+        const Result r = kestrion(arguments);
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_EQ(r.err, "kestrion: plugin folder " + missingFolder + " does not exist\n") << r;
+    }
+}
+
+TEST_F(KestrionCommand, HelpDescribesTheCommands) {
+    Result r = kestrion({"--help"});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.has("Usage: kestrion [OPTIONS] COMMAND [ARGS...]")) << r;
+    EXPECT_TRUE(r.has("  plugins     list the plugins found, their status and algorithms")) << r;
+    EXPECT_TRUE(r.has("  run         load a workspace (.kws) and compute its algorithms")) << r;
+    EXPECT_EQ(kestrion({"-h"}).out, r.out);
+
+    r = kestrion({"run", "--help"});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_EQ(r.out.rfind("Usage: kestrion run WORKSPACE\n", 0), 0u) << r;
+    EXPECT_EQ(kestrion({"plugins", "-h"}).out.rfind("Usage: kestrion plugins\n", 0), 0u);
+}

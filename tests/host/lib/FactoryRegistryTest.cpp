@@ -1,0 +1,223 @@
+#include "host/lib/FactoryRegistry.h"
+#include "host/core/Parameter.h"
+#include "host/lib/AlgorithmControllerFactory.h"
+#include "host/lib/AlgorithmFactory.h"
+#include "host/lib/DataAnnotationFactory.h"
+#include "host/lib/KestrionLibPlugin.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+
+namespace {
+
+class Counter : public Algorithm {
+public:
+    void compute() override { ++computed; }
+    Parameter<int> start{"start", 0, this};
+    int computed = 0;
+};
+
+struct ImageData : Data {};
+
+class ImageFilter : public Algorithm {
+public:
+    void compute() override {}
+};
+
+Properties counterDefaults() {
+    Properties defaults;
+    defaults.setParam("start", 5);
+    return defaults;
+}
+
+class TestFactory : public AlgorithmFactory {
+public:
+    explicit TestFactory(const std::string& prefix, bool listed = true)
+        : AlgorithmFactory(prefix, listed) {
+        registerAlgorithm<Counter>("Counter", "Test;Counting;Counter", {"experimental"}, counterDefaults());
+        registerAlgorithm(Entry{"ImageFilter",
+                                "Test;Images;Filter",
+                                {},
+                                std::nullopt,
+                                [](const DataList& data) { return data.getFirst<ImageData>() != nullptr; },
+                                [](const DataList&) { return std::make_unique<ImageFilter>(); }});
+    }
+};
+
+class NamedController : public AlgorithmController {
+public:
+    NamedController(Algorithm* algorithm, std::string from)
+        : AlgorithmController(algorithm)
+        , madeBy(std::move(from)) {}
+    std::string madeBy;
+};
+
+/// Makes controllers for algorithms of type A (any algorithm when A is Algorithm).
+template <class A>
+class ControllerFactory : public AlgorithmControllerFactory {
+public:
+    ControllerFactory(std::string name, bool preferred)
+        : AlgorithmControllerFactory("Test", preferred)
+        , m_name(std::move(name)) {}
+    AlgorithmController* create(Algorithm* algorithm) override {
+        return dynamic_cast<A*>(algorithm) ? new NamedController(algorithm, m_name) : nullptr;
+    }
+
+private:
+    std::string m_name;
+};
+
+class RegisteringPlugin : public KestrionLibPlugin {
+public:
+    int init() override {
+        registerFactories(std::make_unique<TestFactory>("Reg"),
+                          std::make_unique<ControllerFactory<Counter>>("reg", true),
+                          std::make_unique<DataAnnotationFactory>("Reg"));
+        return 0;
+    }
+    std::string id() const override { return "Test.Registering"; }
+    std::string author() const override { return "tests"; }
+    std::string description() const override { return "registers"; }
+};
+
+std::string madeBy(const std::unique_ptr<AlgorithmController>& controller) {
+    auto* named = dynamic_cast<NamedController*>(controller.get());
+    return named ? named->madeBy : "(none)";
+}
+
+} // namespace
+
+TEST(AlgorithmFactory, RegistersAlgorithmsByNameAndCreatesConfiguredInstances) {
+    TestSupport::LogCapture capture;
+    TestFactory factory("Test");
+    EXPECT_EQ(factory.identifier("Counter"), "Test.Counter");
+    ASSERT_EQ(factory.algorithms().size(), 2u);
+    EXPECT_EQ(factory.find("Counter")->guiPath, "Test;Counting;Counter");
+    EXPECT_EQ(factory.find("Counter")->attributes, std::set<std::string>{"experimental"});
+    EXPECT_EQ(factory.find("counter"), nullptr);
+
+    // Refusals leave the factory as it was.
+    EXPECT_FALSE(factory.registerAlgorithm<Counter>("Counter", "Elsewhere"));
+    EXPECT_TRUE(capture->contains(Log::Warning, "AlgorithmFactory",
+                                  "Factory Test: algorithm Test.Counter is already registered"));
+    EXPECT_FALSE(factory.registerAlgorithm<Counter>("", "Nameless"));
+    EXPECT_TRUE(capture->contains(Log::Warning, "AlgorithmFactory",
+                                  "Factory Test: an algorithm without a name is not registered"));
+    EXPECT_FALSE(factory.registerAlgorithm(
+        AlgorithmFactory::Entry{"NoCreator", "X", {}, std::nullopt, nullptr, nullptr}));
+    EXPECT_TRUE(
+        capture->contains(Log::Warning, "AlgorithmFactory",
+                          "Factory Test: algorithm Test.NoCreator has no creator and is not registered"));
+    EXPECT_EQ(factory.algorithms().size(), 2u);
+
+    // Creation names the instance and applies the default properties.
+    auto algorithm = factory.create("Counter");
+    ASSERT_NE(algorithm, nullptr);
+    EXPECT_EQ(algorithm->name(), "Counter");
+    EXPECT_EQ(algorithm->identifier(), "Test.Counter");
+    EXPECT_EQ(static_cast<Counter*>(algorithm.get())->start.value(), 5);
+
+    // Compatibility: no input for the counter (the default predicate), an image for the filter.
+    const DataList images{std::make_shared<ImageData>()};
+    EXPECT_EQ(factory.compatibleAlgorithms({}), std::vector<std::string>{"Counter"});
+    EXPECT_EQ(factory.compatibleAlgorithms(images), std::vector<std::string>{"ImageFilter"});
+    EXPECT_EQ(factory.create("Counter", images), nullptr);
+    EXPECT_TRUE(capture->contains(Log::Warning, "AlgorithmFactory",
+                                  "Algorithm Test.Counter does not accept the given input data"));
+    EXPECT_EQ(factory.create("ImageFilter"), nullptr);
+    EXPECT_NE(factory.create("ImageFilter", images), nullptr);
+    EXPECT_EQ(factory.create("Missing"), nullptr);
+    EXPECT_TRUE(
+        capture->contains(Log::Warning, "AlgorithmFactory", "Factory Test has no algorithm Test.Missing"));
+}
+
+TEST(FactoryRegistry, FindsAlgorithmsByIdentifierAcrossFactoriesAndOwners) {
+    TestSupport::LogCapture capture;
+    FactoryRegistry registry;
+    registry.addAlgorithmFactory(std::make_unique<TestFactory>("Alpha"), "Plugin.A");
+    registry.addAlgorithmFactory(std::make_unique<TestFactory>("Alpha.Beta", false), "Plugin.B");
+    registry.addAlgorithmFactory(std::make_unique<TestFactory>("Alpha"), "Plugin.C");
+    registry.addAlgorithmFactory(nullptr, "Plugin.D");
+    EXPECT_EQ(registry.algorithmFactoryCount(), 3u);
+    EXPECT_TRUE(capture->contains(Log::Warning, "FactoryRegistry",
+                                  "Algorithm Alpha.Counter of plugin Plugin.C is already provided by plugin "
+                                  "Plugin.A, which keeps it"))
+        << capture->dump();
+
+    const auto all = registry.algorithms();
+    ASSERT_EQ(all.size(), 6u);
+    EXPECT_EQ(all[2].identifier, "Alpha.Beta.Counter");
+    EXPECT_EQ(all[2].guiPath, "Test;Counting;Counter");
+    EXPECT_EQ(all[2].owner, "Plugin.B");
+    EXPECT_FALSE(all[2].listed);
+    EXPECT_EQ(registry.algorithmsOf("Plugin.B").size(), 2u);
+
+    // A dotted prefix resolves to its own factory; the first factory keeps a duplicate.
+    auto beta = registry.createAlgorithm("Alpha.Beta.Counter");
+    ASSERT_NE(beta, nullptr);
+    EXPECT_EQ(beta->identifier(), "Alpha.Beta.Counter");
+    EXPECT_EQ(registry.algorithms()[0].factory, registry.algorithmsOf("Plugin.A")[0].factory);
+    EXPECT_TRUE(registry.hasAlgorithm("Alpha.Counter"));
+    EXPECT_FALSE(registry.hasAlgorithm("Alpha"));
+    EXPECT_FALSE(registry.hasAlgorithm("Alpha."));
+    EXPECT_FALSE(registry.hasAlgorithm("Counter"));
+    EXPECT_FALSE(registry.hasAlgorithm("alpha.Counter"));
+    EXPECT_EQ(registry.createAlgorithm("Gamma.Counter"), nullptr);
+    EXPECT_EQ(registry.compatibleAlgorithms(DataList{std::make_shared<ImageData>()}),
+              (std::vector<std::string>{"Alpha.ImageFilter", "Alpha.Beta.ImageFilter", "Alpha.ImageFilter"}));
+
+    EXPECT_EQ(registry.removeOwnedBy("Plugin.A"), 1u);
+    EXPECT_EQ(registry.removeOwnedBy("Plugin.A"), 0u);
+    // The duplicate of the removed factory takes over.
+    EXPECT_TRUE(registry.hasAlgorithm("Alpha.Counter"));
+    EXPECT_EQ(registry.algorithms()[2].owner, "Plugin.C");
+}
+
+TEST(FactoryRegistry, ControllersComeFromPreferredFactoriesFirst) {
+    FactoryRegistry registry;
+    // A generic fallback registered first, a specific one after it.
+    registry.addControllerFactory(std::make_unique<ControllerFactory<Algorithm>>("generic", false), "");
+    registry.addControllerFactory(std::make_unique<ControllerFactory<Counter>>("counter", true), "Plugin.A");
+    EXPECT_EQ(registry.controllerFactoryCount(), 2u);
+
+    Counter counter;
+    ImageFilter filter;
+    auto forCounter = registry.createController(&counter);
+    ASSERT_NE(forCounter, nullptr);
+    EXPECT_EQ(madeBy(forCounter), "counter");
+    EXPECT_EQ(forCounter->algorithm(), &counter);
+    EXPECT_FALSE(forCounter->isInitialized());
+    forCounter->init();
+    EXPECT_TRUE(forCounter->isInitialized());
+    EXPECT_EQ(madeBy(registry.createController(&filter)), "generic");
+    EXPECT_EQ(registry.createController(nullptr), nullptr);
+
+    EXPECT_EQ(registry.removeOwnedBy(""), 1u);
+    EXPECT_EQ(registry.createController(&filter), nullptr);
+    EXPECT_EQ(madeBy(registry.createController(&counter)), "counter");
+}
+
+TEST(FactoryRegistry, APluginHandsItsFactoriesToTheHostUnderItsId) {
+    FactoryRegistry& registry = FactoryRegistry::instance();
+    const auto before = registry.algorithms().size();
+    RegisteringPlugin plugin;
+    EXPECT_EQ(plugin.init(), 0);
+    EXPECT_EQ(registry.algorithmsOf("Test.Registering").size(), 2u);
+    EXPECT_EQ(registry.annotationFactories().back()->prefix(), "Reg");
+    Counter counter;
+    EXPECT_EQ(madeBy(registry.createController(&counter)), "reg");
+    EXPECT_EQ(registry.removeOwnedBy("Test.Registering"), 3u);
+    EXPECT_EQ(registry.algorithms().size(), before);
+
+    // Null factories are simply not registered.
+    struct Empty : RegisteringPlugin {
+        int init() override {
+            registerFactories(nullptr, nullptr, nullptr);
+            return 0;
+        }
+    } empty;
+    empty.init();
+    EXPECT_EQ(registry.removeOwnedBy("Test.Registering"), 0u);
+}

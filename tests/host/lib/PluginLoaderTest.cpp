@@ -1,0 +1,201 @@
+#include "host/lib/PluginLoader.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/lib/PluginAutoRegistrationGuard.h"
+#include "host/lib/WorkspaceConversionRegistry.h"
+#include "host/licensing/LicenseService.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+using namespace Kestrion;
+
+namespace {
+
+const std::string PluginDir = KESTRION_TEST_PLUGIN_DIR;
+
+const PluginRecord* byFile(const PluginLoader& loader, const std::string& fileName) {
+    for (const auto& record : loader.records())
+        if (record.fileName == fileName)
+            return &record;
+    return nullptr;
+}
+
+std::vector<std::string> identifiers(const std::vector<FactoryRegistry::AlgorithmInfo>& algorithms) {
+    std::vector<std::string> result;
+    for (const auto& a : algorithms)
+        result.push_back(a.identifier);
+    return result;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& item) {
+    return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+// The test plugins are checked against the default licence beside the test executables.
+class PluginLoaderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ::unsetenv("KESTRION_LICENSE");
+        LicenseService::instance().reload();
+    }
+};
+
+} // namespace
+
+TEST_F(PluginLoaderTest, EachBadLibraryIsReportedByFileAndReasonWhileTheOthersLoad) {
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    EXPECT_TRUE(loader.load({PluginDir}));
+
+    // README.txt is not a library name and is not even recorded.
+    EXPECT_EQ(loader.records().size(), 12u);
+    EXPECT_EQ(byFile(loader, "README.txt"), nullptr);
+
+    const std::vector<std::pair<std::string, std::string>> failures{
+        {"libTestPluginBadHostVersion.so", "built for host version 4.3.0, this host is 4.4.6"},
+        {"libTestPluginBadMagic.so", "wrong magic string \"__KESTRION_PLUGIN_V1_MAGIC_STRING__\" (expected "
+                                     "\"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
+        {"libTestPluginCycleA.so", "dependency cycle: Test.CycleA -> Test.CycleB -> Test.CycleA"},
+        {"libTestPluginCycleB.so", "dependency cycle: Test.CycleB -> Test.CycleA -> Test.CycleB"},
+        {"libTestPluginMissingDependency.so", "missing dependency \"Test.NotThere\""},
+        {"libTestPluginNoDescriptor.so", "no plugin descriptor (symbol kestrionPluginDescriptor not found)"},
+        {"libTestPluginNoEntryPoint.so", "missing entry point kestrionCreatePlugin"},
+    };
+    for (const auto& [file, reason] : failures) {
+        const PluginRecord* record = byFile(loader, file);
+        ASSERT_NE(record, nullptr) << file;
+        EXPECT_EQ(record->status, PluginStatus::Failed) << file;
+        EXPECT_EQ(record->reason, reason) << file;
+        EXPECT_EQ(record->plugin, nullptr) << file;
+        EXPECT_EQ(record->initOrder, -1) << file;
+        EXPECT_EQ(capture->count(Log::Error, "PluginLoader", "Plugin " + file + " skipped: " + reason), 1u)
+            << capture->dump();
+    }
+    const PluginRecord* notALibrary = byFile(loader, "libTestPluginNotALibrary.so");
+    ASSERT_NE(notALibrary, nullptr);
+    EXPECT_EQ(notALibrary->status, PluginStatus::Failed);
+    EXPECT_EQ(notALibrary->reason.rfind("not a loadable library: ", 0), 0u) << notALibrary->reason;
+    EXPECT_NE(notALibrary->reason.find("libTestPluginNotALibrary.so"), std::string::npos);
+
+    for (const char* file : {"libTestPluginInactive.so", "libTestPluginUnlicensed.so"}) {
+        const PluginRecord* record = byFile(loader, file);
+        ASSERT_NE(record, nullptr);
+        EXPECT_EQ(record->status, PluginStatus::Inactive) << file;
+        EXPECT_EQ(record->reason, "init() returned 1, the plugin stays inactive");
+        EXPECT_NE(record->plugin, nullptr);
+        EXPECT_TRUE(capture->contains(Log::Warning, "PluginLoader",
+                                      std::string("Plugin ") + file +
+                                          " inactive: init() returned 1, the plugin stays inactive"));
+    }
+
+    for (const char* id : {"Test.Base", "Test.Dependent"}) {
+        const PluginRecord* record = loader.find(id);
+        ASSERT_NE(record, nullptr) << id;
+        EXPECT_EQ(record->status, PluginStatus::Active);
+        EXPECT_EQ(record->reason, "");
+        EXPECT_EQ(record->hostVersion, "4.4.6");
+        EXPECT_EQ(record->buildFlags, "GLIBCXX_DEBUG:_GLIBCXX_DEBUG");
+        EXPECT_EQ(record->pluginVersion, "");
+        EXPECT_EQ(record->author, "Kestrion test team");
+        EXPECT_EQ(record->announcedIds, std::vector<std::string>{id});
+        EXPECT_TRUE(capture->contains(Log::Info, "PluginLoader",
+                                      "Loaded plugin " + std::string(id) + " from " + record->fileName));
+    }
+    EXPECT_EQ(loader.find("Test.Base")->dependencies, std::vector<std::string>{"Kestrion.Stream"});
+}
+
+TEST_F(PluginLoaderTest, PluginsAreInitialisedAfterTheirDependenciesAndRegisterUnderTheirIds) {
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    ASSERT_TRUE(loader.load({PluginDir}));
+
+    // libTestPluginA_Dependent.so is found first but depends on Test.Base (its init() also
+    // checks that Test.Base's algorithm is registered already, else it fails).
+    const auto initialised = loader.initialised();
+    ASSERT_EQ(initialised.size(), 2u);
+    EXPECT_EQ(initialised[0]->id, "Test.Base");
+    EXPECT_EQ(initialised[1]->id, "Test.Dependent");
+    EXPECT_LT(initialised[0]->initOrder, initialised[1]->initOrder);
+    std::vector<std::string> inits;
+    for (const auto& record : capture->records())
+        if (record.category == "TestPlugin" && record.message.rfind("init ", 0) == 0)
+            inits.push_back(record.message);
+    ASSERT_GE(inits.size(), 2u);
+    EXPECT_EQ(inits[0], "init Test.Base");
+    EXPECT_EQ(inits[1], "init Test.Dependent");
+    // Failed plugins never reach init(); inactive ones do.
+    EXPECT_EQ(inits.size(), 4u) << capture->dump();
+
+    FactoryRegistry& registry = FactoryRegistry::instance();
+    EXPECT_EQ(identifiers(registry.algorithmsOf("Test.Base")), std::vector<std::string>{"TestBase.Recorder"});
+    EXPECT_EQ(identifiers(registry.algorithmsOf("Test.Dependent")),
+              std::vector<std::string>{"TestDependent.Recorder"});
+    EXPECT_EQ(registry.algorithmsOf("Test.Base").front().guiPath, "Test;TestBase;Recorder");
+    // The unlicensed and the inactive plugin registered nothing.
+    EXPECT_TRUE(registry.algorithmsOf("Test.Unlicensed").empty());
+    EXPECT_TRUE(registry.algorithmsOf("Test.Inactive").empty());
+    EXPECT_EQ(registry.algorithms().size(), 2u);
+    EXPECT_EQ(registry.controllerFactoryCount(), 2u);
+    EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), 1u);
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "Licensing", "Feature \"Test.FeatureNobodyLicenses\" is not licensed"));
+    EXPECT_EQ(capture->countContaining("although inactive"), 0u);
+
+    // A controller comes from the plugin that knows the algorithm.
+    auto algorithm = registry.createAlgorithm("TestBase.Recorder");
+    ASSERT_NE(algorithm, nullptr);
+    EXPECT_NE(registry.createController(algorithm.get()), nullptr);
+}
+
+TEST_F(PluginLoaderTest, UnloadingRemovesWhatThePluginsRegisteredAndAllowsLoadingAgain) {
+    {
+        PluginLoader loader;
+        loader.load({PluginDir});
+        EXPECT_TRUE(contains(PluginAutoRegistrationGuard::announcedIds(), "Test.Base"));
+        EXPECT_EQ(FactoryRegistry::instance().algorithms().size(), 2u);
+    }
+    EXPECT_TRUE(FactoryRegistry::instance().algorithms().empty());
+    EXPECT_EQ(FactoryRegistry::instance().controllerFactoryCount(), 0u);
+    EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), 0u);
+    // The libraries were closed: their guards are gone.
+    EXPECT_FALSE(contains(PluginAutoRegistrationGuard::announcedIds(), "Test.Base"));
+
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    loader.load({PluginDir});
+    EXPECT_EQ(loader.initialised().size(), 2u);
+    EXPECT_EQ(FactoryRegistry::instance().algorithms().size(), 2u);
+    EXPECT_EQ(loader.find("Test.Base")->announcedIds, std::vector<std::string>{"Test.Base"});
+
+    // The same folder again through the same loader: every id is taken now.
+    loader.load({PluginDir});
+    EXPECT_EQ(loader.records().size(), 24u);
+    EXPECT_EQ(loader.records()[13].fileName, "libTestPluginB_Base.so");
+    EXPECT_EQ(loader.records()[13].reason,
+              "plugin id \"Test.Base\" is already provided by libTestPluginB_Base.so");
+    EXPECT_EQ(loader.initialised().size(), 2u);
+    EXPECT_EQ(FactoryRegistry::instance().algorithms().size(), 2u);
+}
+
+TEST_F(PluginLoaderTest, PluginFoldersComeFromTheEnvironmentOrBesideTheExecutable) {
+    ::unsetenv("KESTRION_PLUGIN_PATH");
+    EXPECT_EQ(PluginLoader::defaultFolders(),
+              std::vector<std::string>{std::string(KESTRION_BINARY_DIR) + "/bin/plugins"});
+    ::setenv("KESTRION_PLUGIN_PATH", "/a/b::/c", 1);
+    EXPECT_EQ(PluginLoader::defaultFolders(), (std::vector<std::string>{"/a/b", "/c"}));
+    ::unsetenv("KESTRION_PLUGIN_PATH");
+
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    const std::string missing = PluginDir + "/does-not-exist";
+    const std::string file = PluginDir + "/README.txt";
+    EXPECT_FALSE(loader.load({missing, PluginDir, file}));
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "PluginLoader", "Plugin folder " + missing + " does not exist"));
+    EXPECT_TRUE(capture->contains(Log::Error, "PluginLoader", "Plugin folder " + file + " is not a folder"));
+    // The folder that exists is loaded all the same.
+    EXPECT_EQ(loader.initialised().size(), 2u);
+}

@@ -1,0 +1,276 @@
+#include "host/lib/Workspace.h"
+#include "host/core/File.h"
+#include "host/core/Parameter.h"
+#include "host/core/PropertiesXml.h"
+#include "host/lib/AlgorithmFactory.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/lib/PluginRegistrationScope.h"
+#include "host/lib/WorkspaceConversionRegistry.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+using namespace Kestrion;
+
+namespace {
+
+class Settings : public Algorithm {
+public:
+    void compute() override { ++computed; }
+    Parameter<double> gain{"gain", 1.0, this};
+    Parameter<std::string> path{"path", "", this};
+    Parameter<bool> enabled{"enabled", true, this};
+    int computed = 0;
+};
+
+class Failing : public Algorithm {
+public:
+    void compute() override { setStatus(Error); }
+};
+
+class Throwing : public Algorithm {
+public:
+    void compute() override { throw std::runtime_error("boom"); }
+};
+
+class WorkspaceFactory : public AlgorithmFactory {
+public:
+    WorkspaceFactory()
+        : AlgorithmFactory("Test", true) {
+        registerAlgorithm<Settings>("Settings", "Test;Settings");
+        registerAlgorithm<Failing>("Failing", "Test;Failing");
+        registerAlgorithm<Throwing>("Throwing", "Test;Throwing");
+    }
+};
+
+/// A fresh folder per test, removed afterwards.
+class WorkspaceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "kestrion-workspace-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        m_dir = pattern;
+        m_registry.addAlgorithmFactory(std::make_unique<WorkspaceFactory>(), "");
+    }
+    void TearDown() override { std::filesystem::remove_all(m_dir); }
+
+    std::string write(const std::string& name, const std::string& text) {
+        const std::string file = m_dir + "/" + name;
+        EXPECT_TRUE(Filesystem::File::writeText(file, text));
+        return file;
+    }
+    static std::string workspace(const std::string& algorithms, const std::string& more = "") {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<properties name=\"Workspace\">\n" + more +
+               "<properties name=\"Algorithms\">\n" + algorithms + "</properties>\n</properties>\n";
+    }
+
+    std::string m_dir;
+    FactoryRegistry m_registry;
+};
+
+Properties algorithmsBlock(const std::vector<std::string>& names) {
+    Properties workspace("Workspace");
+    Properties* algorithms = workspace.addSubProperties("Algorithms");
+    for (const auto& name : names)
+        algorithms->addSubProperties(name)->setParam("keep", name);
+    return workspace;
+}
+
+std::vector<std::string> childNames(const Properties& workspace) {
+    std::vector<std::string> names;
+    for (const Properties* block : workspace.subProperty("Algorithms")->subProperties())
+        names.push_back(block->name());
+    return names;
+}
+
+WorkspaceConversion rename(const std::string& description, int order, const std::string& from,
+                           const std::string& to) {
+    return {description, order, [from, to](Properties& workspace, const Filesystem::Path&) {
+                Properties* algorithms = workspace.subProperty("Algorithms");
+                if (!algorithms)
+                    return false;
+                bool changed = false;
+                for (Properties* block : algorithms->subProperties())
+                    if (block->name() == from) {
+                        block->setName(to);
+                        changed = true;
+                    }
+                return changed;
+            }};
+}
+
+} // namespace
+
+TEST(WorkspaceConversionRegistry, ConversionsRunInOrderRenameInPlaceAndReportChanges) {
+    TestSupport::LogCapture capture;
+    WorkspaceConversionRegistry registry;
+    registry.addConversion(rename("B to C", 34, "Old.B", "New.C"));
+    registry.addConversion(rename("A to B", 5, "Old.A", "Old.B"));
+    registry.addConversion(rename("Z to Y", 5, "Old.Z", "Old.Y"));
+    registry.addConversion({"no function", 1, nullptr});
+    EXPECT_TRUE(capture->contains(Log::Warning, "WorkspaceConversionRegistry",
+                                  "Workspace conversion \"no function\" has no function and is not added"));
+    ASSERT_EQ(registry.size(), 3u);
+    EXPECT_EQ(registry.conversions()[0].description, "A to B");
+    EXPECT_EQ(registry.conversions()[1].description, "Z to Y"); // equal numbers: order of adding
+    EXPECT_EQ(registry.conversions()[2].description, "B to C");
+
+    Properties workspace = algorithmsBlock({"X", "Old.A", "Old.Ax", "old.a", "Old.A"});
+    auto applied = registry.convert(workspace, "/data/case.kws");
+    ASSERT_TRUE(applied.has_value());
+    // A becomes B, which the later conversion turns into C; names are compared exactly and
+    // each block keeps its place and content.
+    EXPECT_EQ(*applied, (std::vector<std::string>{"A to B", "B to C"}));
+    EXPECT_EQ(childNames(workspace), (std::vector<std::string>{"X", "New.C", "Old.Ax", "old.a", "New.C"}));
+    EXPECT_EQ(workspace.subProperty("Algorithms")->subProperties()[1]->param<std::string>("keep", ""),
+              "Old.A");
+    EXPECT_TRUE(capture->contains(Log::Info, "Workspace", "Workspace /data/case.kws: A to B"));
+
+    // Nothing left to convert, or nothing to convert in: nothing reported.
+    EXPECT_EQ(registry.convert(workspace, "/data/case.kws"), std::vector<std::string>{});
+    Properties empty("Workspace");
+    EXPECT_EQ(registry.convert(empty, "/data/empty.kws"), std::vector<std::string>{});
+    EXPECT_TRUE(empty.empty());
+
+    registry.addConversion({"explodes", 40, [](Properties&, const Filesystem::Path&) -> bool {
+                                throw std::runtime_error("bad block");
+                            }});
+    std::string error;
+    EXPECT_FALSE(registry.convert(workspace, "/data/case.kws", &error).has_value());
+    EXPECT_EQ(error, "conversion \"explodes\" failed: bad block");
+}
+
+TEST(WorkspaceConversionRegistry, ConversionsAddedDuringAPluginsInitBelongToThatPlugin) {
+    WorkspaceConversionRegistry registry;
+    registry.addConversion(rename("host", 1, "a", "b"));
+    {
+        PluginRegistrationScope scope("Plugin.One");
+        registry.addConversion(rename("one", 2, "a", "b"));
+        {
+            PluginRegistrationScope inner("Plugin.Two");
+            EXPECT_EQ(PluginRegistrationScope::currentPlugin(), "Plugin.Two");
+            registry.addConversion(rename("two", 3, "a", "b"));
+        }
+        registry.addConversion(rename("one again", 4, "a", "b"));
+    }
+    EXPECT_EQ(PluginRegistrationScope::currentPlugin(), "");
+    EXPECT_EQ(registry.removeOwnedBy("Plugin.One"), 2u);
+    ASSERT_EQ(registry.size(), 2u);
+    EXPECT_EQ(registry.conversions()[0].description, "host");
+    EXPECT_EQ(registry.conversions()[1].description, "two");
+}
+
+TEST_F(WorkspaceTest, ARoundTripKeepsConfigurationsUnknownAlgorithmsAndOtherBlocks) {
+    TestSupport::LogCapture capture;
+    const std::string unknown =
+        "<properties name=\"Vendor.Unknown\" note=\"x\">\n"
+        "<param name=\"x\" type=\"int\">1</param>\n"
+        "<properties name=\"Sub\"><param name=\"y\" type=\"string\">deep</param></properties>\n"
+        "</properties>\n";
+    const std::string file =
+        write("first.kws",
+              workspace("<properties name=\"Test.Settings\"><param name=\"gain\" type=\"double\">2.5</param>"
+                        "<param name=\"path\" type=\"string\">markers/a.ini</param></properties>\n"
+                        "<properties name=\"Test.Settings\"><param name=\"enabled\" "
+                        "type=\"bool\">false</param></properties>\n" +
+                            unknown,
+                        "<param name=\"title\" type=\"string\">OR 3</param>\n"));
+
+    Workspace loaded;
+    const auto report = loaded.load(file, m_registry);
+    EXPECT_TRUE(report.read);
+    EXPECT_FALSE(report.ok());
+    EXPECT_EQ(report.created, 2u);
+    EXPECT_EQ(report.computed, 2u);
+    EXPECT_EQ(report.errors,
+              std::vector<std::string>{"Workspace " + file + ": unknown algorithm \"Vendor.Unknown\""});
+    EXPECT_TRUE(capture->contains(Log::Error, "Workspace", report.errors.front()));
+    ASSERT_EQ(loaded.algorithms().size(), 3u);
+    auto* first = dynamic_cast<Settings*>(loaded.algorithms()[0].algorithm.get());
+    auto* second = dynamic_cast<Settings*>(loaded.algorithms()[1].algorithm.get());
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->gain.value(), 2.5);
+    EXPECT_EQ(first->path.value(), "markers/a.ini");
+    EXPECT_TRUE(first->enabled.value());
+    EXPECT_EQ(second->gain.value(), 1.0);
+    EXPECT_FALSE(second->enabled.value());
+    EXPECT_EQ(first->computed, 1);
+    EXPECT_EQ(loaded.algorithms()[2].algorithm, nullptr);
+
+    const std::string copy = m_dir + "/copy.kws";
+    ASSERT_TRUE(loaded.save(copy));
+    Workspace reloaded;
+    reloaded.load(copy, m_registry);
+    EXPECT_EQ(reloaded.toProperties(), loaded.toProperties());
+
+    const auto original = PropertiesXml::readFile(file);
+    const auto saved = PropertiesXml::readFile(copy);
+    ASSERT_TRUE(original && saved);
+    EXPECT_EQ(saved->param<std::string>("title", ""), "OR 3");
+    const auto savedAlgorithms = saved->subProperty("Algorithms")->subProperties();
+    ASSERT_EQ(savedAlgorithms.size(), 3u);
+    EXPECT_EQ(*savedAlgorithms[2], *original->subProperty("Algorithms")->subProperties()[2]);
+    EXPECT_EQ(savedAlgorithms[0]->name(), "Test.Settings");
+    EXPECT_EQ(savedAlgorithms[0]->param<double>("gain", 0), 2.5);
+    EXPECT_EQ(savedAlgorithms[1]->param<bool>("enabled", true), false);
+}
+
+TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithTheFile) {
+    TestSupport::LogCapture capture;
+    auto errorsOf = [this](const std::string& file) {
+        Workspace workspace;
+        return workspace.load(file, m_registry);
+    };
+
+    const std::string missing = m_dir + "/missing.kws";
+    auto report = errorsOf(missing);
+    EXPECT_FALSE(report.read);
+    EXPECT_EQ(report.errors, std::vector<std::string>{"Cannot load workspace " + missing + ": no such file"});
+    EXPECT_TRUE(capture->contains(Log::Error, "Workspace", report.errors.front()));
+    EXPECT_EQ(errorsOf(m_dir).errors,
+              std::vector<std::string>{"Cannot load workspace " + m_dir + ": not a file"});
+
+    const std::string malformed = write("malformed.kws", "<properties name=\"Workspace\">\n<properties");
+    report = errorsOf(malformed);
+    EXPECT_FALSE(report.read);
+    ASSERT_EQ(report.errors.size(), 1u);
+    EXPECT_EQ(report.errors.front().rfind("Cannot load workspace " + malformed + ": " + malformed + ":2:", 0),
+              0u)
+        << report.errors.front();
+
+    const std::string noAlgorithms = write("empty.kws", "<properties name=\"Workspace\"/>");
+    EXPECT_EQ(
+        errorsOf(noAlgorithms).errors,
+        std::vector<std::string>{"Cannot load workspace " + noAlgorithms + ": no \"Algorithms\" block"});
+
+    const std::string failing = write("failing.kws", workspace("<properties name=\"Test.Failing\"/>\n"
+                                                               "<properties name=\"Test.Throwing\"/>\n"
+                                                               "<properties name=\"Test.Settings\"/>\n"));
+    Workspace workspace;
+    report = workspace.load(failing, m_registry);
+    EXPECT_TRUE(report.read);
+    EXPECT_EQ(report.created, 3u);
+    EXPECT_EQ(report.computed, 1u);
+    EXPECT_EQ(report.errors,
+              (std::vector<std::string>{"Workspace " + failing + ": algorithm Test.Failing failed (status 1)",
+                                        "Workspace " + failing + ": algorithm Test.Throwing failed: boom"}));
+    // Failed algorithms keep their place, so that saving loses nothing.
+    ASSERT_EQ(workspace.algorithms().size(), 3u);
+    EXPECT_FALSE(workspace.algorithms()[0].computed);
+    EXPECT_TRUE(workspace.algorithms()[2].computed);
+
+    EXPECT_FALSE(workspace.save(m_dir + "/no/such/folder/x.kws"));
+    EXPECT_TRUE(capture->contains(Log::Error, "Workspace",
+                                  "Cannot save workspace " + m_dir + "/no/such/folder/x.kws"));
+
+    // A conversion that throws stops the loading.
+    WorkspaceConversionRegistry::instance().addConversion(
+        {"breaks", 1, [](Properties&, const Filesystem::Path&) -> bool { throw std::runtime_error("no"); }});
+    EXPECT_EQ(errorsOf(failing).errors, std::vector<std::string>{"Cannot load workspace " + failing +
+                                                                 ": conversion \"breaks\" failed: no"});
+    WorkspaceConversionRegistry::instance().removeOwnedBy("");
+}
