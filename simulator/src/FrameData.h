@@ -7,15 +7,16 @@
 
 namespace Kestrion::Simulator {
 
-/// One frame as a device produced it, before it is copied into a caller's frame record.
-/// Devices keep one and refill it for every new frame, so its vectors keep their capacity.
+/// The measurement of one frame as a device produced it (detections, 3D fiducials, images),
+/// before it is copied into a caller's frame record. Markers are found per library handle, from
+/// the geometries registered through it. Devices keep one and refill it for every new frame, so
+/// its vectors keep their capacity.
 struct FrameData {
     std::uint64_t index = 0;       ///< Frame counter since the device started.
     std::uint64_t timestampUS = 0; ///< Device time of exposure, microseconds since the epoch.
     std::vector<ftkRawData> rawLeft;
     std::vector<ftkRawData> rawRight;
     std::vector<ftk3DFiducial> fiducials;
-    std::vector<ftkMarker> markers;
 
     bool hasImages = false; ///< Images were rendered for this frame.
     std::uint16_t width = 0;

@@ -146,7 +146,8 @@ void FrameRecord::setOptions(bool pixels, std::uint32_t events, std::uint32_t ra
     m_lastIndex = 0;
 }
 
-void FrameRecord::fill(const FrameData& frame, const DeliveryFaults& faults) {
+void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& markers,
+                       const DeliveryFaults& faults, bool withImages) {
     ftkFrameQuery& q = m_query;
     if (q.imageHeader != nullptr) {
         m_header.timestampUS = frame.timestampUS;
@@ -163,7 +164,7 @@ void FrameRecord::fill(const FrameData& frame, const DeliveryFaults& faults) {
     q.rawDataLeftStat = copyLimited(frame.rawLeft, m_rawLeft, q.rawDataLeftCount);
     q.rawDataRightStat = copyLimited(frame.rawRight, m_rawRight, q.rawDataRightCount);
     q.threeDFiducialsStat = copyLimited(frame.fiducials, m_fiducials, q.threeDFiducialsCount);
-    q.markersStat = copyLimited(frame.markers, m_markers, q.markersCount);
+    q.markersStat = copyLimited(markers, m_markers, q.markersCount);
     if (faults.overrideMarkers) {
         q.markersStat = faults.markersStatus;
     }
@@ -172,7 +173,7 @@ void FrameRecord::fill(const FrameData& frame, const DeliveryFaults& faults) {
         // No pixel buffers were reserved for this record.
         q.imageLeftStat = ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE;
         q.imageRightStat = ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE;
-    } else if (!frame.hasImages) {
+    } else if (!withImages || !frame.hasImages) {
         // Images are not sent with this frame (image sending is off): the buffers are untouched.
         q.imageLeftStat = ftkQueryStatus::QS_WAR_SKIPPED;
         q.imageRightStat = ftkQueryStatus::QS_WAR_SKIPPED;

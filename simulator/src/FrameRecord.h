@@ -32,11 +32,15 @@ public:
     void setOptions(bool pixels, std::uint32_t events, std::uint32_t rawLeft, std::uint32_t rawRight,
                     std::uint32_t fiducials, std::uint32_t markers);
 
-    /// Copies a produced frame into the containers: each one filled up to its capacity, with
+    /// Copies a produced frame and its markers into the containers: each one filled up to its capacity, with
     /// QS_ERR_OVERFLOW when the frame held more. Allocates only when the image size changes.
-    void fill(const FrameData& frame, const DeliveryFaults& faults);
+    /// `withImages` false: the camera sent no images with this frame.
+    void fill(const FrameData& frame, const std::vector<ftkMarker>& markers, const DeliveryFaults& faults,
+              bool withImages);
 
     ftkFrameQuery& query() { return m_query; }
+    /// Pixel buffers were requested by ftkSetFrameOptions.
+    bool wantsPixels() const { return m_pixels; }
 
     /// Device and frame index of the last delivery into this record (to wait for a newer one).
     std::uint64_t lastSerial() const { return m_lastSerial; }

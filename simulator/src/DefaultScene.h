@@ -1,0 +1,8 @@
+#pragma once
+
+namespace Kestrion::Simulator {
+
+/// The built-in default scene (simulator/scenes/default.json, compiled in).
+const char* defaultSceneJson();
+
+} // namespace Kestrion::Simulator

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "simulator/src/DeviceClock.h"
+#include "simulator/src/FaultScript.h"
+#include "simulator/src/FrameData.h"
+#include "simulator/src/FrameProducer.h"
+#include "simulator/src/FrameTruth.h"
+#include "simulator/src/OptionTable.h"
+#include "simulator/src/SceneDescription.h"
+
+#include <ftkInterface.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Kestrion::Simulator {
+
+class FrameRecord;
+
+/// One simulated camera. Devices live for the process (or until a new scene replaces them for
+/// handles opened later); every library handle connected to a device shares its options, clock,
+/// faults and frames, as with a physical camera.
+///
+/// Thread safety: every member is guarded by m_mutex, because frames are fetched on one thread
+/// while options are read or written, faults injected and the clock stepped on others. The
+/// mutex is never held while waiting for a frame nor while calling a caller's callback. Lock
+/// order: a device's mutex before a session's.
+class Device {
+public:
+    Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
+           const std::atomic<bool>& steppedClock);
+
+    std::uint64_t serial() const { return m_serial; }
+    ftkDeviceType type() const { return m_model.type; }
+    const DeviceModel& model() const { return m_model; }
+
+    /// Hidden by a "no device" fault: not enumerated, serial unknown.
+    bool hidden();
+    /// Whether ftkEnumerateDevices reports this device, and the status the enumeration returns.
+    bool enumerate(ftkError& status);
+
+    // Options (the C interface's rules plus scripted refusals and disconnection).
+    ftkError getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out, std::string& message);
+    ftkError setInt(std::uint32_t id, std::int32_t value, std::string& message);
+    ftkError getFloat(std::uint32_t id, ftkOptionGetter what, float& out, std::string& message);
+    ftkError setFloat(std::uint32_t id, float value, std::string& message);
+    ftkError getData(std::uint32_t id, ftkBuffer& out, std::string& message);
+    ftkError setData(std::uint32_t id, const ftkBuffer& value, std::string& message);
+    /// The option descriptions as the enumeration reports them (malformations applied), and the
+    /// enumeration's status. The strings stay valid while the device lives.
+    ftkError optionInfos(std::vector<ftkOptionsInfo>& infos);
+    /// Applies a scene's initial option value; false with a message when it does not fit.
+    bool applySetting(const OptionSetting& setting, std::string& message);
+
+    /// A scripted refusal of a geometry registration or removal, if any.
+    std::optional<ftkError> geometryRefusal(std::uint32_t geometryId, bool clear);
+
+    /// First half of a fetch: disconnection and scripted fetch faults, then the index of the frame
+    /// to deliver, waiting up to timeoutMS for one newer than `lastIndex` (when `hasLast`).
+    /// FTK_WAR_NO_FRAME when none came.
+    ftkError admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t timeoutMS, std::uint64_t& index,
+                        DeliveryFaults& faults, std::string& message);
+
+    /// Second half: with the device locked (see lock()), makes sure the measurement of `index` is
+    /// produced (with images when wanted and enabled) and counts the delivery.
+    const FrameData& frameLocked(std::uint64_t index, bool wantImages, bool& withImages);
+    const FrameTruth& truthLocked() const { return m_truth; }
+    float matchingToleranceLocked() const;
+    std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(m_mutex); }
+
+    // Control.
+    void addFault(const FaultSpec& fault);
+    void clearFaults();
+    /// Stepped clock: skips frames without delivering them.
+    void skipFrames(std::uint64_t frames);
+    std::uint64_t fetchCount();
+    bool disconnected();
+
+private:
+    ftkError optionGate(std::uint32_t id, bool set, std::string& message);
+    void mirrorProcessingOptions(std::uint32_t id);
+    ProductionSettings settingsLocked() const;
+    double timeOfIndex(std::uint64_t index) const { return static_cast<double>(index) / m_model.rateHz; }
+
+    const std::uint64_t m_serial;
+    const DeviceModel m_model;
+    const std::atomic<bool>& m_steppedClock;
+
+    std::mutex m_mutex;
+    OptionTable m_options;
+    FaultScript m_faults;
+    DeviceClock m_clock;
+    FrameProducer m_producer;
+    FrameData m_frame;
+    FrameTruth m_truth;
+    bool m_frameValid = false;
+    std::uint64_t m_fetches = 0;
+    bool m_delivered = false;
+    std::uint64_t m_lastDelivered = 0;
+    std::uint64_t m_lostFrames = 0;
+    bool m_disconnected = false;
+};
+
+} // namespace Kestrion::Simulator

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "simulator/src/FaultSpec.h"
+#include "simulator/src/FrameData.h"
+
+#include <optional>
+#include <vector>
+
+namespace Kestrion::Simulator {
+
+/// The faults of one device and their progress. Not locked: the owning device calls it under
+/// its own mutex.
+class FaultScript {
+public:
+    /// What one fetch must do according to the script.
+    struct FetchOutcome {
+        ftkError error = ftkError::FTK_OK; ///< Non-zero: return it, deliver nothing.
+        bool disconnect = false;           ///< The device disconnects now.
+        DeliveryFaults delivery;
+    };
+
+    void add(const FaultSpec& fault);
+    void clear();
+    bool empty() const { return m_faults.empty(); }
+
+    /// Called once per ftkGetLastFrame with the device's fetch number (from 1) and time.
+    FetchOutcome onFetch(std::uint64_t fetchNumber, double timeS);
+
+    /// True when a NoDevice fault hides the device.
+    bool hidesDevice() const;
+    /// Status for ftkEnumerateDevices, and whether the device is still reported.
+    std::optional<ftkError> enumerationStatus(bool& reportDevices);
+    std::optional<ftkError> optionEnumerationStatus();
+    /// Refusal of a read (set false) or write (set true) of one option.
+    std::optional<ftkError> optionRefusal(std::uint32_t id, const std::string& name, bool set);
+    /// Refusal of ftkSetGeometry (clear false) or ftkClearGeometry (clear true).
+    std::optional<ftkError> geometryRefusal(std::uint32_t geometryId, bool clear);
+    /// Malformation of an option in the enumeration, if one applies.
+    std::optional<FaultSpec::Malformation> malformation(std::uint32_t id, const std::string& name) const;
+
+private:
+    struct Active {
+        FaultSpec spec;
+        std::int64_t remaining;
+        bool started = false;
+    };
+
+    /// Whether a call-counted fault applies now, consuming one count when it does.
+    static bool consume(Active& fault);
+    static bool fetchTriggered(Active& fault, std::uint64_t fetchNumber, double timeS);
+
+    std::vector<Active> m_faults;
+};
+
+} // namespace Kestrion::Simulator

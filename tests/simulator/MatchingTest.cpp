@@ -1,0 +1,173 @@
+// Marker matching: symmetric layouts, the distance tolerance option, occlusions, tracking ids
+// and geometries per library handle.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+using namespace Kestrion::SimulatorTest;
+
+namespace {
+
+const std::vector<std::array<float, 3>> Asymmetric = {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}};
+const std::vector<std::array<float, 3>> Square = {{0, 0, 0}, {60, 0, 0}, {60, 60, 0}, {0, 60, 0}};
+
+} // namespace
+
+TEST(Matching, ASymmetricLayoutIsFoundButItsPoseIsOnlyKnownUpToItsSymmetry) {
+    SceneGuard scene(R"({"seed": 5, "markers": [
+        {"geometryId": 1100, "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]],
+         "motion": {"type": "sinusoid", "position": [-60, -40, 800], "amplitudeMM": [30, 10, 60], "periodS": 4,
+                    "amplitudeDeg": [10, 15, 20]}},
+        {"geometryId": 1200, "fiducials": [[0,0,0],[60,0,0],[60,60,0],[0,60,0]],
+         "motion": {"type": "sinusoid", "position": [60, 60, 900], "amplitudeMM": [20, 10, 40], "periodS": 5,
+                    "amplitudeDeg": [10, 10, 30]}}]})");
+    Camera camera;
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1100, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1200, Square)), ftkError::FTK_OK);
+    int flipped = 0;
+    for (int frame = 0; frame < 200; ++frame) {
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        const auto truth = camera.truth();
+        const ftkMarker* a = findMarker(*camera.frame, 1100);
+        const ftkMarker* s = findMarker(*camera.frame, 1200);
+        ASSERT_NE(a, nullptr);
+        ASSERT_NE(s, nullptr);
+        EXPECT_LT(rotationErrorDeg(*a, *findTruth(*truth, 1100)), 1.0);
+        const ftkSimMarkerTruth& t = *findTruth(*truth, 1200);
+        // Whatever symmetric equivalent was chosen, it puts the geometry onto the true fiducials
+        // and uses exactly the square's own four fiducials.
+        EXPECT_LT(s->registrationErrorMM, 0.5f);
+        std::set<uint32> used;
+        for (int i = 0; i < 4; ++i) {
+            const Eigen::Vector3d g(Square[i][0], Square[i][1], Square[i][2]);
+            Eigen::Matrix3d r;
+            for (int row = 0; row < 3; ++row) {
+                for (int col = 0; col < 3; ++col) {
+                    r(row, col) = s->rotation[row][col];
+                }
+            }
+            const Eigen::Vector3d placed =
+                r * g + Eigen::Vector3d(s->translationMM[0], s->translationMM[1], s->translationMM[2]);
+            double nearest = 1e9;
+            for (int k = 0; k < 4; ++k) {
+                nearest = std::min(
+                    nearest,
+                    (placed - Eigen::Vector3d(t.fiducialsMM[k][0], t.fiducialsMM[k][1], t.fiducialsMM[k][2]))
+                        .norm());
+            }
+            EXPECT_LT(nearest, 1.0);
+            used.insert(s->fiducialCorresp[i]);
+            for (int j = 0; j < 4; ++j) {
+                EXPECT_NE(s->fiducialCorresp[i], a->fiducialCorresp[j]);
+            }
+        }
+        EXPECT_EQ(used.size(), 4u);
+        if (rotationErrorDeg(*s, t) > 45.0) {
+            ++flipped;
+        }
+    }
+    // The noise decides between the equally good assignments: the pose flips from frame to frame.
+    EXPECT_GT(flipped, 20);
+    EXPECT_LT(flipped, 200);
+}
+
+TEST(Matching, TheDistanceToleranceOptionDecidesWhetherAWornMarkerStillMatches) {
+    // Fiducial 3 sits 1.6 mm away from where the geometry file says.
+    SceneGuard scene(R"({"seed": 9, "markers": [{"geometryId": 1300,
+        "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]], "fiducialErrorsMM": [[0,0,0],[0,0,0],[0,0,0],[1.6,0,0]],
+        "motion": {"type": "static", "position": [0, 0, 1200], "rotationDeg": [0, 60, 0]}}]})");
+    Camera camera;
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1300, Asymmetric)), ftkError::FTK_OK);
+    const uint32 tolerance = camera.option("Distance matching tolerance");
+    const auto masks = [&](float value) {
+        EXPECT_EQ(ftkSetFloat32(camera.lib, camera.serial, tolerance, value), ftkError::FTK_OK);
+        std::map<uint32, int> count;
+        for (int frame = 0; frame < 100; ++frame) {
+            EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+            const ftkMarker* m = findMarker(*camera.frame, 1300);
+            ++count[m ? m->geometryPresenceMask : 0u];
+        }
+        return count;
+    };
+    // Loose: all four fiducials, with a visible registration error.
+    EXPECT_GE(masks(2.5f)[0xF], 95);
+    EXPECT_GT(camera.frame->markers[0].registrationErrorMM, 0.4f);
+    // The plugin's 1 mm: the worn fiducial is left out, the other three still make the marker.
+    EXPECT_GE(masks(1.0f)[0x7], 95);
+    // Tighter than the measurement noise: the marker is mostly lost.
+    EXPECT_GE(masks(0.1f)[0u], 50);
+}
+
+TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRenews) {
+    // 54 Hz: frame n is at n / 54 s. Fiducial 2 is hidden from the left camera during [1, 2) s,
+    // fiducials 0 and 1 from both cameras during [3, 4) s.
+    SceneGuard scene(
+        R"({"markers": [{"geometryId": 1400, "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]],
+        "motion": {"type": "static", "position": [20, 0, 800]},
+        "occlusions": [{"fromS": 1, "toS": 2, "fiducials": [2], "camera": "left"},
+                       {"fromS": 3, "toS": 4, "fiducials": [0, 1]}]}],
+        "strays": [[-120, 60, 700], [150, -80, 900]]})");
+    Camera camera;
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1400, Asymmetric)), ftkError::FTK_OK);
+
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK); // t = 1/54 s
+    const ftkMarker* m = findMarker(*camera.frame, 1400);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->geometryPresenceMask, 0xFu);
+    const uint32 trackingId = m->id;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_NE(findMarker(*camera.frame, 1400), nullptr);
+    EXPECT_EQ(findMarker(*camera.frame, 1400)->id, trackingId) << "kept while continuously seen";
+    EXPECT_EQ(camera.frame->threeDFiducialsCount, 6u);
+    for (int k = 0; k < 4; ++k) {
+        const uint32 index = findMarker(*camera.frame, 1400)->fiducialCorresp[k];
+        ASSERT_LT(index, camera.frame->threeDFiducialsCount);
+        EXPECT_NEAR(camera.frame->threeDFiducials[index].positionMM.z, 800.f, 50.f)
+            << "a stray taken for fiducial " << k;
+    }
+
+    ASSERT_TRUE(ftkSimStep(camera.serial, 80)); // to t = 83/54 s = 1.54 s
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    m = findMarker(*camera.frame, 1400);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->geometryPresenceMask, 0xBu);
+    EXPECT_EQ(m->fiducialCorresp[2], INVALID_ID);
+    EXPECT_EQ(camera.frame->rawDataLeftCount + 1, camera.frame->rawDataRightCount);
+    EXPECT_EQ(camera.truth()->markers[0].detectedMask, 0xBu);
+
+    ASSERT_TRUE(ftkSimStep(camera.serial, 108)); // t = 192/54 s = 3.56 s
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(findMarker(*camera.frame, 1400), nullptr) << "two fiducials are not a marker";
+    EXPECT_EQ(camera.truth()->markers[0].detectedMask, 0xCu);
+
+    ASSERT_TRUE(ftkSimStep(camera.serial, 30)); // t = 223/54 s = 4.13 s
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    m = findMarker(*camera.frame, 1400);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->geometryPresenceMask, 0xFu);
+    EXPECT_NE(m->id, trackingId) << "a marker found again is a new track";
+}
+
+TEST(Matching, GeometriesBelongToTheLibraryHandleTheyWereRegisteredThrough) {
+    SceneGuard scene(
+        R"({"markers": [{"geometryId": 1500, "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]],
+        "motion": {"type": "static", "position": [0, 0, 800]}}]})");
+    Camera first;
+    Camera second;
+    ASSERT_EQ(first.serial, second.serial) << "both handles reach the same physical device";
+    ASSERT_EQ(first.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(first.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(first.frame->markersCount, 1u);
+    EXPECT_EQ(second.frame->markersCount, 0u);
+    EXPECT_EQ(second.frame->threeDFiducialsCount, 4u);
+
+    // Registering the same id on the second handle is not a duplicate.
+    EXPECT_EQ(second.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(second.frame->markersCount, 1u);
+}

@@ -1,0 +1,240 @@
+// The measurement itself: triangulated fiducials against the truth, raw detections, marker poses
+// over many frames, and reproducibility from the scene's seed.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <tuple>
+
+using namespace Kestrion::SimulatorTest;
+
+namespace {
+
+// spryTrack 180 preset: focal length 1200 px, baseline 180 mm, blob centre noise 0.03 px.
+constexpr double FocalPx = 1200.0;
+constexpr double BaselineMM = 180.0;
+constexpr double PixelNoise = 0.03;
+
+/// Depth standard deviation of a stereo pair: z^2 / (f B) times the disparity noise.
+double depthSigma(double z) {
+    return z * z / (FocalPx * BaselineMM) * PixelNoise * std::sqrt(2.0);
+}
+
+const char* StrayScene = R"({
+    "seed": 3,
+    "devices": [{"model": "spryTrack 180", "serial": 77}],
+    "strays": [[-60, 20, 400], [40, -30, 400], [0, 0, 900], [80, 40, 900], [-100, 60, 1300], [60, -50, 1300]]
+})";
+
+struct Accumulator {
+    double sumSquared = 0.0;
+    double sumZSquared = 0.0;
+    double sumLateralSquared = 0.0;
+    Eigen::Vector3d sum = Eigen::Vector3d::Zero();
+    int n = 0;
+    void add(const Eigen::Vector3d& error) {
+        sumSquared += error.squaredNorm();
+        sumZSquared += error.z() * error.z();
+        sumLateralSquared += error.x() * error.x() + error.y() * error.y();
+        sum += error;
+        ++n;
+    }
+    double rms() const { return std::sqrt(sumSquared / n); }
+    double zSigma() const { return std::sqrt(sumZSquared / n); }
+    double lateralRms() const { return std::sqrt(sumLateralSquared / n); }
+    Eigen::Vector3d bias() const { return sum / n; }
+};
+
+} // namespace
+
+TEST(Measurement, TriangulatedFiducialsScatterAroundTheTruthAsTheStereoGeometryPredicts) {
+    SceneGuard scene(StrayScene);
+    Camera camera;
+    ASSERT_NE(camera.serial, 0u);
+    Accumulator near;
+    Accumulator mid;
+    Accumulator far;
+    double maxEpipolar = 0.0;
+    double sumTriangulation = 0.0;
+    int fiducials = 0;
+    for (int frame = 0; frame < 400; ++frame) {
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        const auto truth = camera.truth();
+        ASSERT_EQ(camera.frame->threeDFiducialsCount, 6u) << "every stray seen once, no ghost";
+        for (uint32 i = 0; i < camera.frame->threeDFiducialsCount; ++i) {
+            const ftk3DFiducial& f = camera.frame->threeDFiducials[i];
+            const Eigen::Vector3d p(f.positionMM.x, f.positionMM.y, f.positionMM.z);
+            // The nearest true position is the one it measures (strays are > 50 mm apart).
+            Eigen::Vector3d nearest = Eigen::Vector3d::Zero();
+            double best = 1e9;
+            for (uint32 s = 0; s < truth->straysCount; ++s) {
+                const Eigen::Vector3d t(truth->straysMM[s][0], truth->straysMM[s][1], truth->straysMM[s][2]);
+                if ((p - t).norm() < best) {
+                    best = (p - t).norm();
+                    nearest = t;
+                }
+            }
+            ASSERT_LT(best, 3.0);
+            Accumulator& bucket = nearest.z() < 500 ? near : (nearest.z() < 1000 ? mid : far);
+            bucket.add(p - nearest);
+            maxEpipolar = std::max<double>(maxEpipolar, f.epipolarErrorPixels);
+            sumTriangulation += f.triangulationErrorMM;
+            ++fiducials;
+            EXPECT_GT(f.probability, 0.f);
+            EXPECT_LE(f.probability, 1.f);
+        }
+    }
+    // The spread along the viewing direction follows z^2 / (f B) and dominates the lateral one.
+    for (auto [bucket, z] : {std::pair{&near, 400.0}, {&mid, 900.0}, {&far, 1300.0}}) {
+        EXPECT_NEAR(bucket->zSigma(), depthSigma(z), 0.35 * depthSigma(z)) << "at z " << z;
+        EXPECT_LT(bucket->lateralRms(), bucket->zSigma()) << "at z " << z;
+        EXPECT_LT(bucket->bias().norm(), 0.3 * depthSigma(z) + 0.01) << "at z " << z;
+    }
+    EXPECT_LT(near.rms(), mid.rms());
+    EXPECT_LT(mid.rms(), far.rms());
+    // Within the camera class's accuracy where markers are usually held.
+    EXPECT_GT(mid.rms(), 0.05);
+    EXPECT_LT(mid.rms(), 0.3);
+    // Epipolar and triangulation errors are computed from the noisy detections: small, not zero.
+    EXPECT_LT(maxEpipolar, 0.3);
+    EXPECT_GT(sumTriangulation / fiducials, 0.001);
+    EXPECT_LT(sumTriangulation / fiducials, 0.2);
+}
+
+TEST(Measurement, RawDetectionsDescribeBlobsOfTheFiducialsApparentSize) {
+    SceneGuard scene(StrayScene);
+    Camera camera;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    const ftkFrameQuery& f = *camera.frame;
+    ASSERT_EQ(f.rawDataLeftCount, 6u);
+    ASSERT_EQ(f.rawDataRightCount, 6u);
+    float previousTop = -1.f;
+    for (uint32 i = 0; i < f.rawDataLeftCount; ++i) {
+        const ftkRawData& r = f.rawDataLeft[i];
+        EXPECT_GE(r.centerXPixels, 0.f);
+        EXPECT_LT(r.centerXPixels, 2048.f);
+        EXPECT_GE(r.centerYPixels, 0.f);
+        EXPECT_LT(r.centerYPixels, 1088.f);
+        // Blobs are listed in raster order of their top rows.
+        const float top = r.centerYPixels - r.height / 2.f;
+        EXPECT_GE(top, previousTop - 1.f);
+        previousTop = top;
+        EXPECT_EQ(uint32(r.status), 0u) << "no blob touches an edge";
+        // A disc of diameter w covers about pi w^2 / 4 pixels.
+        const double area = M_PI * r.width * r.height / 4.0;
+        EXPECT_NEAR(r.pixelsCount, area, 0.25 * area);
+        EXPECT_NEAR(r.width, r.height, 1.0);
+    }
+    // Each 3D fiducial refers to one left and one right detection; the apparent size shrinks
+    // with depth (11.5 mm spheres: about 34 px wide at 400 mm and 11 px at 1300 mm).
+    std::vector<bool> leftUsed(f.rawDataLeftCount);
+    for (uint32 i = 0; i < f.threeDFiducialsCount; ++i) {
+        const ftk3DFiducial& fid = f.threeDFiducials[i];
+        ASSERT_LT(fid.leftIndex, f.rawDataLeftCount);
+        ASSERT_LT(fid.rightIndex, f.rawDataRightCount);
+        EXPECT_FALSE(leftUsed[fid.leftIndex]);
+        leftUsed[fid.leftIndex] = true;
+        const double expectedWidth = FocalPx * 11.5 / fid.positionMM.z;
+        EXPECT_NEAR(f.rawDataLeft[fid.leftIndex].width, expectedWidth, 2.0) << "at z " << fid.positionMM.z;
+        EXPECT_EQ(uint32(fid.status), 0u) << "inside the working volume";
+    }
+}
+
+TEST(Measurement, EstimatedPosesOfTheShippedMarkersStayWithinAFewSigmasOfTheTruth) {
+    SceneGuard scene; // the default scene: markers 1000 and 1001 moving
+    Camera camera;
+    for (const char* file : {"geometry1000.ini", "geometry1001.ini"}) {
+        ASSERT_EQ(
+            camera.setGeometry(loadGeometryFile(std::string(KESTRION_SOURCE_DIR) + "/data/markers/" + file)),
+            ftkError::FTK_OK);
+    }
+    constexpr int Frames = 600; // 11 s of the 54 Hz camera
+    std::map<uint32, Accumulator> translation;
+    std::map<uint32, double> rotationSquared;
+    std::map<uint32, double> worstTranslation;
+    for (int frame = 0; frame < Frames; ++frame) {
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        const auto truth = camera.truth();
+        const std::vector<Eigen::Vector3d> fiducials = fiducialPositions(*camera.frame);
+        for (uint32 id : {1000u, 1001u}) {
+            const ftkMarker* m = findMarker(*camera.frame, id);
+            const ftkSimMarkerTruth* t = findTruth(*truth, id);
+            ASSERT_NE(t, nullptr);
+            ASSERT_NE(m, nullptr) << "marker " << id << " lost at frame " << frame;
+            EXPECT_EQ(m->geometryPresenceMask, 0xFu);
+            EXPECT_LT(m->registrationErrorMM, 0.5f);
+            const Eigen::Vector3d error(m->translationMM[0] - t->translationMM[0],
+                                        m->translationMM[1] - t->translationMM[1],
+                                        m->translationMM[2] - t->translationMM[2]);
+            translation[id].add(error);
+            worstTranslation[id] = std::max(worstTranslation[id], error.norm());
+            rotationSquared[id] += std::pow(rotationErrorDeg(*m, *t), 2);
+            // Each correspondence points at the fiducial that measures that true fiducial.
+            for (int i = 0; i < 4; ++i) {
+                ASSERT_LT(m->fiducialCorresp[i], fiducials.size());
+                const Eigen::Vector3d trueFiducial(t->fiducialsMM[i][0], t->fiducialsMM[i][1],
+                                                   t->fiducialsMM[i][2]);
+                EXPECT_LT((fiducials[m->fiducialCorresp[i]] - trueFiducial).norm(), 1.5);
+            }
+            EXPECT_EQ(m->fiducialCorresp[4], INVALID_ID);
+            EXPECT_EQ(m->fiducialCorresp[5], INVALID_ID);
+        }
+    }
+    for (uint32 id : {1000u, 1001u}) {
+        SCOPED_TRACE(id);
+        EXPECT_LT(translation[id].rms(), 0.3);
+        EXPECT_LT(worstTranslation[id], 5 * 0.3);
+        EXPECT_LT(translation[id].bias().norm(), 0.1);
+        EXPECT_LT(std::sqrt(rotationSquared[id] / Frames), 0.35);
+        // Real estimates, not copies of the truth.
+        EXPECT_GT(translation[id].rms(), 0.01);
+    }
+}
+
+TEST(Measurement, TheSameSeedGivesTheSameFramesAndAnotherSeedOthers) {
+    const std::string base = R"({"seed": SEED, "markers": [{"geometryId": 1500,
+        "fiducials": [[0,0,0],[50,0,0],[0,70,0],[40,60,10]],
+        "motion": {"type": "sinusoid", "position": [0, 0, 800], "amplitudeMM": [50, 20, 80], "periodS": 3}}],
+        "strays": [[100, 100, 700]]})";
+    const auto sceneWithSeed = [&](int seed) {
+        std::string text = base;
+        text.replace(text.find("SEED"), 4, std::to_string(seed));
+        return text;
+    };
+    const auto record = [](const std::string& json) {
+        SceneGuard scene(json);
+        Camera camera(Camera::Capacities{true});
+        EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_OK);
+        std::vector<ftk3DFiducial> fiducials;
+        std::vector<ftkRawData> raw;
+        std::vector<uint8> pixels;
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+            fiducials.insert(fiducials.end(), camera.frame->threeDFiducials,
+                             camera.frame->threeDFiducials + camera.frame->threeDFiducialsCount);
+            raw.insert(raw.end(), camera.frame->rawDataLeft,
+                       camera.frame->rawDataLeft + camera.frame->rawDataLeftCount);
+        }
+        pixels.assign(camera.frame->imageLeftPixels, camera.frame->imageLeftPixels + 2048 * 1088);
+        return std::make_tuple(fiducials, raw, pixels);
+    };
+    const auto first = record(sceneWithSeed(11));
+    const auto again = record(sceneWithSeed(11));
+    const auto other = record(sceneWithSeed(12));
+
+    const auto& [f1, r1, p1] = first;
+    const auto& [f2, r2, p2] = again;
+    const auto& [f3, r3, p3] = other;
+    ASSERT_EQ(f1.size(), 100u);
+    ASSERT_EQ(f1.size(), f2.size());
+    EXPECT_EQ(std::memcmp(f1.data(), f2.data(), f1.size() * sizeof(ftk3DFiducial)), 0);
+    ASSERT_EQ(r1.size(), r2.size());
+    EXPECT_EQ(std::memcmp(r1.data(), r2.data(), r1.size() * sizeof(ftkRawData)), 0);
+    EXPECT_EQ(p1, p2);
+    ASSERT_EQ(f1.size(), f3.size());
+    EXPECT_NE(std::memcmp(f1.data(), f3.data(), f1.size() * sizeof(ftk3DFiducial)), 0);
+}

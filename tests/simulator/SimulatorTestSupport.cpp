@@ -1,0 +1,202 @@
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <Eigen/Geometry>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace Kestrion::SimulatorTest {
+
+SceneGuard::SceneGuard(const std::string& json, bool stepped) {
+    ftkSimSetSteppedClock(stepped);
+    if (json.empty()) {
+        EXPECT_TRUE(ftkSimResetScene()) << controlError();
+    } else {
+        EXPECT_TRUE(ftkSimLoadScene(json.c_str())) << controlError();
+    }
+}
+
+SceneGuard::~SceneGuard() {
+    ftkSimSetSteppedClock(false);
+    ftkSimResetScene();
+}
+
+std::string controlError() {
+    std::string text(ftkSimGetLastError(nullptr, 0) + 1, '\0');
+    ftkSimGetLastError(text.data(), text.size());
+    text.resize(text.size() - 1);
+    return text;
+}
+
+Camera::Camera()
+    : Camera(Capacities()) {}
+
+Camera::Camera(const Capacities& c) {
+    lib = ftkInit();
+    EXPECT_NE(lib, nullptr) << controlError();
+    if (lib == nullptr) {
+        return;
+    }
+    const Enumeration e = enumerate(lib);
+    if (!e.devices.empty()) {
+        serial = e.devices.front().first;
+        type = e.devices.front().second;
+    }
+    frame = ftkCreateFrame();
+    EXPECT_EQ(ftkSetFrameOptions(c.pixels, c.events, c.left, c.right, c.fiducials, c.markers, frame),
+              ftkError::FTK_OK);
+}
+
+Camera::~Camera() {
+    if (frame != nullptr) {
+        ftkDeleteFrame(frame);
+    }
+    if (lib != nullptr) {
+        ftkClose(&lib);
+    }
+}
+
+std::unique_ptr<ftkSimFrameTruth> Camera::truth() const {
+    auto t = std::make_unique<ftkSimFrameTruth>();
+    EXPECT_EQ(ftkSimGetFrameTruth(lib, serial, t.get()), ftkError::FTK_OK);
+    return t;
+}
+
+uint32 Camera::option(const std::string& name) const {
+    for (const OptionInfo& o : enumerateOptions(lib, serial)) {
+        if (o.name == name) {
+            return o.id;
+        }
+    }
+    ADD_FAILURE() << "no option named \"" << name << "\"";
+    return 0;
+}
+
+std::string Camera::errorText() const {
+    char text[4096] = {};
+    EXPECT_EQ(ftkGetLastErrorString(lib, sizeof(text), text), ftkError::FTK_OK);
+    return text;
+}
+
+Enumeration enumerate(ftkLibrary lib) {
+    Enumeration e;
+    e.status = ftkEnumerateDevices(
+        lib,
+        [](uint64 sn, void* user, ftkDeviceType type) {
+            static_cast<Enumeration*>(user)->devices.emplace_back(sn, type);
+        },
+        &e);
+    return e;
+}
+
+std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status) {
+    std::vector<OptionInfo> options;
+    const ftkError s = ftkEnumerateOptions(
+        lib, serial,
+        [](uint64, void* user, ftkOptionsInfo* info) {
+            OptionInfo o;
+            o.id = info->id;
+            o.component = info->component;
+            o.read = info->status.read;
+            o.write = info->status.write;
+            o.global = info->status.globalOption;
+            o.type = static_cast<uint8>(info->type);
+            o.hasName = info->name != nullptr;
+            o.name = info->name ? info->name : "";
+            o.description = info->description ? info->description : "";
+            o.unit = info->unit ? info->unit : "";
+            static_cast<std::vector<OptionInfo>*>(user)->push_back(o);
+        },
+        &options);
+    if (status != nullptr) {
+        *status = s;
+    }
+    return options;
+}
+
+ftkGeometry makeGeometry(uint32 id, const std::vector<std::array<float, 3>>& points) {
+    ftkGeometry g{};
+    g.geometryId = id;
+    g.pointsCount = static_cast<uint32>(points.size());
+    for (std::size_t i = 0; i < points.size() && i < FTK_MAX_FIDUCIALS; ++i) {
+        g.positions[i] = ftk3DPoint{points[i][0], points[i][1], points[i][2]};
+    }
+    return g;
+}
+
+ftkGeometry loadGeometryFile(const std::string& path) {
+    std::ifstream in(path);
+    EXPECT_TRUE(in.good()) << path;
+    std::map<std::string, std::map<std::string, std::string>> sections;
+    std::string line;
+    std::string section;
+    while (std::getline(in, line)) {
+        line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
+        if (line.empty() || line[0] == ';') {
+            continue;
+        }
+        if (line.front() == '[') {
+            section = line.substr(1, line.size() - 2);
+        } else if (auto eq = line.find('='); eq != std::string::npos) {
+            sections[section][line.substr(0, eq)] = line.substr(eq + 1);
+        }
+    }
+    std::vector<std::array<float, 3>> points;
+    const int count = std::atoi(sections["geometry"]["count"].c_str());
+    for (int i = 0; i < count; ++i) {
+        auto& f = sections["fiducial" + std::to_string(i)];
+        points.push_back({std::strtof(f["x"].c_str(), nullptr), std::strtof(f["y"].c_str(), nullptr),
+                          std::strtof(f["z"].c_str(), nullptr)});
+    }
+    return makeGeometry(static_cast<uint32>(std::atol(sections["geometry"]["id"].c_str())), points);
+}
+
+std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame) {
+    std::vector<Eigen::Vector3d> out;
+    for (uint32 i = 0; i < frame.threeDFiducialsCount; ++i) {
+        const ftk3DPoint& p = frame.threeDFiducials[i].positionMM;
+        out.emplace_back(p.x, p.y, p.z);
+    }
+    return out;
+}
+
+const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId) {
+    for (uint32 i = 0; i < frame.markersCount; ++i) {
+        if (frame.markers[i].geometryId == geometryId) {
+            return &frame.markers[i];
+        }
+    }
+    return nullptr;
+}
+
+const ftkSimMarkerTruth* findTruth(const ftkSimFrameTruth& truth, uint32 geometryId) {
+    for (uint32 i = 0; i < truth.markersCount; ++i) {
+        if (truth.markers[i].geometryId == geometryId) {
+            return &truth.markers[i];
+        }
+    }
+    return nullptr;
+}
+
+double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth) {
+    Eigen::Matrix3d measured;
+    Eigen::Matrix3d expected;
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < 3; ++c) {
+            measured(r, c) = marker.rotation[r][c];
+            expected(r, c) = truth.rotation[r][c];
+        }
+    }
+    return Eigen::AngleAxisd(measured * expected.transpose()).angle() * 180.0 / M_PI;
+}
+
+double translationErrorMM(const ftkMarker& marker, const ftkSimMarkerTruth& truth) {
+    return (Eigen::Vector3d(marker.translationMM[0], marker.translationMM[1], marker.translationMM[2]) -
+            Eigen::Vector3d(truth.translationMM[0], truth.translationMM[1], truth.translationMM[2]))
+        .norm();
+}
+
+} // namespace Kestrion::SimulatorTest

@@ -1,0 +1,105 @@
+#pragma once
+
+// Helpers for the simulated camera's tests: a scene guard, a camera connection with one frame
+// record, geometry records from INI files, option look-up by name and error texts.
+
+#include "simulator/control/ftkSimulator.h"
+
+#include <ftkInterface.h>
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Core>
+
+#include <array>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Kestrion::SimulatorTest {
+
+/// Loads a scene (or the default one) with the stepped clock and restores the default scene and
+/// the free-running clock when it goes.
+class SceneGuard {
+public:
+    explicit SceneGuard(const std::string& json = std::string(), bool stepped = true);
+    ~SceneGuard();
+};
+
+/// The last control error as text.
+std::string controlError();
+
+/// One library handle connected to the first enumerated device, with one frame record.
+class Camera {
+public:
+    struct Capacities {
+        bool pixels = false;
+        uint32 events = 20;
+        uint32 left = 128;
+        uint32 right = 128;
+        uint32 fiducials = 256;
+        uint32 markers = 16;
+    };
+
+    Camera();
+    explicit Camera(const Capacities& capacities);
+    ~Camera();
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    ftkError fetch(uint32 timeoutMS = 0) { return ftkGetLastFrame(lib, serial, frame, timeoutMS); }
+    /// Truth of the last fetched frame (fails the test when there is none).
+    std::unique_ptr<ftkSimFrameTruth> truth() const;
+    /// Option id by name (fails the test when the device has no such option).
+    uint32 option(const std::string& name) const;
+    ftkError setGeometry(const ftkGeometry& geometry) {
+        return ftkSetGeometry(lib, serial, const_cast<ftkGeometry*>(&geometry));
+    }
+    std::string errorText() const;
+
+    ftkLibrary lib = nullptr;
+    uint64 serial = 0;
+    ftkDeviceType type = ftkDeviceType::DEV_UNKNOWN_DEVICE;
+    ftkFrameQuery* frame = nullptr;
+};
+
+/// Serial numbers and types reported by ftkEnumerateDevices, and its status.
+struct Enumeration {
+    ftkError status = ftkError::FTK_OK;
+    std::vector<std::pair<uint64, ftkDeviceType>> devices;
+};
+Enumeration enumerate(ftkLibrary lib);
+
+/// Options reported by ftkEnumerateOptions (copied), and its status.
+struct OptionInfo {
+    uint32 id = 0;
+    ftkComponent component = ftkComponent::FTK_DEVICE;
+    uint32 read = 0;
+    uint32 write = 0;
+    uint32 global = 0;
+    uint8 type = 0;
+    bool hasName = false;
+    std::string name;
+    std::string description;
+    std::string unit;
+};
+std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status = nullptr);
+
+/// A geometry record from points.
+ftkGeometry makeGeometry(uint32 id, const std::vector<std::array<float, 3>>& points);
+/// A geometry record from a geometry INI file (fails the test when it cannot be read).
+ftkGeometry loadGeometryFile(const std::string& path);
+
+/// Positions of the frame's 3D fiducials.
+std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame);
+/// The marker of that geometry in the frame, or null.
+const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId);
+/// The scene marker of that geometry in the truth, or null.
+const ftkSimMarkerTruth* findTruth(const ftkSimFrameTruth& truth, uint32 geometryId);
+/// Angle in degrees between a marker's rotation and the true one.
+double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth);
+/// Distance between a marker's translation and the true one.
+double translationErrorMM(const ftkMarker& marker, const ftkSimMarkerTruth& truth);
+
+} // namespace Kestrion::SimulatorTest
