@@ -1,0 +1,306 @@
+#include "host/core/Signal.h"
+#include "host/core/SignalDebouncer.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace Kestrion;
+using namespace std::chrono_literals;
+
+namespace {
+
+// Waits for a condition set by another thread; fails the test after a generous bound.
+class Latch {
+public:
+    void open() {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_open = true;
+        }
+        m_cv.notify_all();
+    }
+    bool wait(std::chrono::milliseconds timeout = 10s) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_cv.wait_for(lock, timeout, [&] { return m_open; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_cv;
+    bool m_open = false;
+};
+
+struct Counter : SignalReceiver {
+    void onValue(int v) { values.push_back(v); }
+    std::vector<int> values;
+};
+
+} // namespace
+
+TEST(Signal, CallsSlotsInOrderAndEndsConnectionsFromEitherSide) {
+    Signal<int&, std::string> signal;
+    std::vector<std::string> calls;
+    auto first = signal.connect([&](int& v, std::string s) {
+        calls.push_back("first " + s);
+        ++v; // a reference argument reaches every slot as the same object
+    });
+    auto second =
+        signal.connect([&](int& v, std::string s) { calls.push_back("second " + s + std::to_string(v)); });
+    int value = 1;
+    signal.emitSignal(value, "a");
+    EXPECT_EQ(value, 2);
+    EXPECT_EQ(calls, (std::vector<std::string>{"first a", "second a2"}));
+    EXPECT_EQ(signal.numConnections(), 2u);
+
+    first.disconnect();
+    first.disconnect(); // idempotent
+    EXPECT_FALSE(first.connected());
+    EXPECT_TRUE(second.connected());
+    calls.clear();
+    signal(value, "b");
+    EXPECT_EQ(calls, (std::vector<std::string>{"second b2"}));
+    EXPECT_EQ(signal.numConnections(), 1u);
+
+    signal.disconnectAll();
+    EXPECT_FALSE(second.connected());
+    calls.clear();
+    signal(value, "c");
+    EXPECT_TRUE(calls.empty());
+
+    // A handle may outlive its signal.
+    SignalConnection late;
+    {
+        Signal<> shortLived;
+        late = shortLived.connect([] {});
+        EXPECT_TRUE(late.connected());
+    }
+    EXPECT_FALSE(late.connected());
+    late.disconnect();
+}
+
+TEST(Signal, ExceptionPolicyFollowsTheFlag) {
+    TestSupport::LogCapture capture;
+    int after = 0;
+    Signal<> logging;
+    logging.connect([] { throw std::runtime_error("boom"); });
+    logging.connect([&] { ++after; });
+    EXPECT_NO_THROW(logging.emitSignal());
+    EXPECT_EQ(after, 1);
+    EXPECT_TRUE(capture->contains(Log::Error, "Signal", "A signal receiver threw an exception: boom"))
+        << capture->dump();
+
+    SignalImpl<true> propagating;
+    propagating.connect([] { throw std::runtime_error("boom"); });
+    propagating.connect([&] { ++after; });
+    EXPECT_THROW(propagating.emitSignal(), std::runtime_error);
+    EXPECT_EQ(after, 1);
+    EXPECT_EQ(capture->count(Log::Error, "Signal", "A signal receiver threw an exception: boom"), 1u);
+}
+
+TEST(Signal, ConnectionsChangedDuringAnEmission) {
+    Signal<int> signal;
+    std::vector<std::string> calls;
+    SignalConnection self, later, added;
+    self = signal.connect([&](int) {
+        calls.push_back("self");
+        self.disconnect(); // from inside its own call: must not wait for itself
+        later.disconnect();
+        added = signal.connect([&](int) { calls.push_back("added"); });
+    });
+    later = signal.connect([&](int) { calls.push_back("later"); });
+    signal(1);
+    EXPECT_EQ(calls, (std::vector<std::string>{"self"})); // a slot connected meanwhile waits for the next
+    signal(2);
+    EXPECT_EQ(calls, (std::vector<std::string>{"self", "added"}));
+
+    // A slot may destroy its own signal.
+    auto owned = std::make_unique<Signal<>>();
+    int calledAfterDestruction = 0;
+    owned->connect([&] { owned.reset(); });
+    owned->connect([&] { ++calledAfterDestruction; });
+    owned->emitSignal();
+    EXPECT_FALSE(owned);
+    EXPECT_EQ(calledAfterDestruction, 0);
+}
+
+TEST(SignalReceiver, DestructionEndsItsConnectionsOnly) {
+    Signal<int> signal;
+    std::vector<int> others;
+    signal.connect([&](int v) { others.push_back(v); });
+    {
+        Counter counter;
+        auto connection = signal.connect(&counter, &Counter::onValue);
+        signal.connect(&counter, [&counter](int v) { counter.values.push_back(-v); });
+        EXPECT_EQ(counter.numConnections(), 2u);
+        signal(3);
+        EXPECT_EQ(counter.values, (std::vector<int>{3, -3}));
+
+        Counter copy(counter); // connections belong to the original
+        EXPECT_EQ(copy.numConnections(), 0u);
+        connection.disconnect();
+        EXPECT_EQ(counter.numConnections(), 1u);
+    }
+    EXPECT_EQ(signal.numConnections(), 1u);
+    signal(4);
+    EXPECT_EQ(others, (std::vector<int>{3, 4}));
+
+    // The signal may die first.
+    Counter survivor;
+    {
+        Signal<int> shortLived;
+        shortLived.connect(&survivor, &Counter::onValue);
+    }
+    EXPECT_EQ(survivor.numConnections(), 0u);
+}
+
+namespace {
+// A receiver whose slot uses its members; it ends its connections before its members die.
+class BusyReceiver : public SignalReceiver {
+public:
+    BusyReceiver(Signal<int>& signal, std::atomic<bool>& destroyed, std::atomic<int>& violations,
+                 Latch& called)
+        : m_destroyed(destroyed)
+        , m_violations(violations)
+        , m_called(called) {
+        signal.connect(this, &BusyReceiver::onValue);
+    }
+    ~BusyReceiver() override {
+        disconnectAllSignals();
+        m_destroyed = true;
+    }
+    void onValue(int v) {
+        if (m_destroyed)
+            ++m_violations;
+        m_sum += v; // member memory, touched only while connected
+        m_called.open();
+        std::this_thread::sleep_for(100us);
+        if (m_destroyed)
+            ++m_violations;
+    }
+
+private:
+    std::atomic<bool>& m_destroyed;
+    std::atomic<int>& m_violations;
+    Latch& m_called;
+    std::atomic<long> m_sum{0};
+};
+} // namespace
+
+TEST(SignalReceiver, DestroyedWhileOtherThreadsEmit) {
+    Signal<int> signal;
+    std::atomic<bool> stopEmitting{false};
+    std::vector<std::thread> emitters;
+    for (int t = 0; t < 2; ++t)
+        emitters.emplace_back([&] {
+            while (!stopEmitting)
+                signal(1);
+        });
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<bool> destroyed{false};
+        std::atomic<int> violations{0};
+        Latch called;
+        auto receiver = std::make_unique<BusyReceiver>(signal, destroyed, violations, called);
+        ASSERT_TRUE(called.wait()); // destroyed while its slot is being called
+        receiver.reset();
+        // Give the emitters a chance to call a slot that should be gone.
+        std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(violations.load(), 0) << "round " << round;
+        EXPECT_EQ(signal.numConnections(), 0u);
+    }
+    stopEmitting = true;
+    for (auto& t : emitters)
+        t.join();
+}
+
+TEST(Signal, ConcurrentEmitConnectAndDisconnect) {
+    Signal<int> signal;
+    std::atomic<long> total{0};
+    std::atomic<bool> stop{false};
+    std::thread churn([&] {
+        while (!stop) {
+            auto c = signal.connect([&](int v) { total += v; });
+            auto d = signal.connect([&](int v) { total += v; });
+            c.disconnect();
+            d.disconnect();
+        }
+    });
+    std::vector<std::thread> emitters;
+    for (int t = 0; t < 2; ++t)
+        emitters.emplace_back([&] {
+            for (int i = 0; i < 2000; ++i)
+                signal(1);
+        });
+    for (auto& t : emitters)
+        t.join();
+    stop = true;
+    churn.join();
+    EXPECT_EQ(signal.numConnections(), 0u);
+}
+
+TEST(SignalDebouncer, SlowReceiverGetsTheLatestValueAndSkipsTheRest) {
+    Signal<const std::vector<int>&> signal;
+    Latch started, release;
+    std::mutex mutex;
+    std::vector<int> received;
+    SignalDebouncer debouncer(signal, [&](std::vector<int>& values) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            received.push_back(values.at(0));
+        }
+        if (values.at(0) == 1) {
+            started.open();
+            release.wait();
+        }
+    });
+    std::vector<int> data{1};
+    signal(data);
+    ASSERT_TRUE(started.wait());
+    for (int v : {2, 3, 4}) {
+        data[0] = v;
+        signal(data);
+    }
+    data[0] = 99; // the debouncer delivers its own copy, not the emitter's object
+    release.open();
+    ASSERT_TRUE(debouncer.waitUntilIdle(10s));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        EXPECT_EQ(received, (std::vector<int>{1, 4}));
+    }
+    EXPECT_EQ(debouncer.deliveredCount(), 2u);
+    EXPECT_EQ(debouncer.droppedCount(), 2u);
+}
+
+TEST(SignalDebouncer, DestructionDropsWaitingValueAndWaitsForTheReceiver) {
+    Signal<int> signal;
+    Latch started, release;
+    std::atomic<int> calls{0};
+    std::atomic<bool> receiverDone{false};
+    auto debouncer = std::make_unique<SignalDebouncer<int>>(signal, [&](int&) {
+        ++calls;
+        started.open();
+        release.wait();
+        receiverDone = true;
+    });
+    signal(1);
+    ASSERT_TRUE(started.wait());
+    signal(2); // waits behind the busy receiver, dropped by the destruction
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(20ms);
+        release.open();
+    });
+    debouncer.reset();
+    EXPECT_TRUE(receiverDone.load()); // destruction returned only after the running call ended
+    releaser.join();
+    signal(3); // no longer connected
+    EXPECT_EQ(calls.load(), 1);
+    EXPECT_EQ(signal.numConnections(), 0u);
+}
