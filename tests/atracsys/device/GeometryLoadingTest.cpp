@@ -249,6 +249,17 @@ TEST(GeometryLoading, LoadsFromDiskAndFromCompiledInResources) {
     EXPECT_EQ(std::memcmp(&*disk, &*resourceCrlf, sizeof(ftkGeometry)), 0);
     EXPECT_EQ(capture->count(Log::Info, "", "Loading geometry 1200, composed of 3 fiducials"), 3u);
 
+    // The example markers compiled into the plugin.
+    const auto marker = loadGeometry(":/markers/geometry1000.ini");
+    ASSERT_TRUE(marker.has_value()) << capture->dump();
+    EXPECT_EQ(marker->geometryId, 1000u);
+    EXPECT_EQ(marker->pointsCount, 4u);
+    expectPosition(*marker, 1, 31.0f, 82.0f, 0.0f);
+    expectPosition(*marker, 3, 61.0f, 46.0f, 0.0f);
+    const auto second = loadGeometry(":/markers/geometry1001.ini");
+    ASSERT_TRUE(second.has_value());
+    EXPECT_EQ(second->geometryId, 1001u);
+
     // Files that cannot be opened fail without a message of their own.
     capture->clear();
     EXPECT_FALSE(loadGeometry(":/test-geometry/missing.ini").has_value());

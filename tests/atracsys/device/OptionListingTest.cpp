@@ -1,0 +1,149 @@
+#include "atracsys/device/AtracsysOptionHelpers.h"
+#include "tests/atracsys/device/OptionTestSupport.h"
+#include "tests/atracsys/device/SimulatedCamera.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+using namespace Kestrion::SpryTrack::AtracsysHelpers;
+using namespace Kestrion::TestSupport;
+
+namespace {
+
+constexpr std::uint64_t serial = 0x5354;
+
+std::string sceneWithFaults(const std::string& faults) {
+    return R"({"devices": [{"model": "spryTrack 180", "serial": "0x5354", "faults": [)" + faults + "]}]}";
+}
+
+std::string refusedReads(const std::string& option, int count) {
+    return R"({"kind": "optionRefusal", "option": ")" + option + R"(", "operation": "get", "count": )" +
+           std::to_string(count) + "}";
+}
+
+/// The line's text up to the values, from what the SDK reports for the option.
+std::string optionLine(ftkLibrary lib, std::uint64_t sn, const std::string& name, const std::string& type,
+                       bool writable) {
+    const ReportedOption option = reportedOption(lib, sn, name);
+    EXPECT_EQ(option.name, name) << "the device reports no option " << name;
+    return "Option (" + std::to_string(option.id) + ") " + name + " | Type : " + type +
+           " | Description : " + option.description + " | Unit: " + option.unit +
+           " | Read access : 1 | Write access : " + (writable ? "1" : "0");
+}
+
+} // namespace
+
+TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
+    SimulatedCamera camera(sceneWithFaults(""));
+    const ftkLibrary lib = camera.lib();
+    const std::size_t reported = reportedOptions(lib, serial).size();
+    LogCapture capture;
+    logAvailableOptions(lib, serial);
+
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  optionLine(lib, serial, "Image Integration Time", "FTK_INT32", true) +
+                                      " | Value : 200 | Min : 50 | Max: 10000 | Default : 200"))
+        << capture->dump();
+    // Float values keep six significant digits; float bounds are truncated toward zero.
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "",
+                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                              " | Value : 2 | Min : 0 | Max: 10 | Default : 2"));
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  optionLine(lib, serial, "Sensor temperature", "FTK_FLOAT32", false) +
+                                      " | Value : 25 | Min : -40 | Max: 125 | Default : 25"));
+    EXPECT_EQ(capture->size(), reported) << capture->dump();
+    for (const LogRecord& record : capture->records()) {
+        EXPECT_EQ(record.level, Log::Info);
+        EXPECT_EQ(record.category, "");
+        EXPECT_EQ(record.message.rfind("Option (", 0), 0u) << record.message;
+    }
+
+    // A value changed on the device shows as such, with its float formatting.
+    const OptionTable options = enumerateOptions(lib, serial);
+    ASSERT_TRUE(setOption<float>(lib, serial, options, "Distance matching tolerance", 1.234567f));
+    capture->clear();
+    logAvailableOptions(lib, serial);
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "",
+                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                              " | Value : 1.23457 | Min : 0 | Max: 10 | Default : 2"))
+        << capture->dump();
+
+    // Data options (the library's global ones) show no value.
+    capture->clear();
+    logAvailableOptions(lib, 0);
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  optionLine(lib, 0, "Data Directory", "FTK_DATA", true) + " | Value : ---"))
+        << capture->dump();
+}
+
+TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
+    SimulatedCamera camera(sceneWithFaults(refusedReads("Image Integration Time", 2) + ", " +
+                                           refusedReads("User-LED frequency", -1) + ", " +
+                                           refusedReads("Distance matching tolerance", 2) + ", " +
+                                           refusedReads("Epipolar matching tolerance", -1)));
+    const ftkLibrary lib = camera.lib();
+    LogCapture capture;
+    logAvailableOptions(lib, serial);
+
+    // Current value and minimum refused: the integer minimum shows "---", the float one "0".
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  optionLine(lib, serial, "Image Integration Time", "FTK_INT32", true) +
+                                      " | Value : -2147483648 | Min : --- | Max: 10000 | Default : 200"))
+        << capture->dump();
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "",
+                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                              " | Value : 1.17549e-38 | Min : 0 | Max: 10 | Default : 2"));
+    // Every read refused.
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  optionLine(lib, serial, "User-LED frequency", "FTK_INT32", true) +
+                                      " | Value : -2147483648 | Min : --- | Max: --- | Default : ---"));
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "",
+                          optionLine(lib, serial, "Epipolar matching tolerance", "FTK_FLOAT32", true) +
+                              " | Value : 1.17549e-38 | Min : 0 | Max: 0 | Default : 0"));
+
+    EXPECT_EQ(capture->count(Log::Error, "", "Getting option failed"), 4u);
+    EXPECT_EQ(capture->count(Log::Debug, "", "Skip minimum value"), 4u);
+    EXPECT_EQ(capture->count(Log::Debug, "", "Skip maximum value"), 2u);
+    EXPECT_EQ(capture->count(Log::Debug, "", "Skip default value"), 2u);
+    EXPECT_EQ(capture->size(), reportedOptions(lib, serial).size() + 12u) << capture->dump();
+}
+
+TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
+    SimulatedCamera camera(sceneWithFaults(
+        R"({"kind": "malformedOption", "option": "Enables IR strobe", "malformation": "unknownType"},
+           {"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullName"})"));
+    const ftkLibrary lib = camera.lib();
+    const std::vector<ReportedOption> reported = reportedOptions(lib, serial);
+    LogCapture capture;
+    logAvailableOptions(lib, serial);
+
+    // An option of an unknown type reads as an integer in its line, then is reported as unknown
+    // and logged without values.
+    const std::string strobeLine = optionLine(lib, serial, "Enables IR strobe", "FTK_INT32", true);
+    EXPECT_TRUE(capture->contains(Log::Info, "", strobeLine)) << capture->dump();
+    EXPECT_EQ(capture->count(Log::Error, "", "Unknown option type"), 1u);
+
+    // A missing name ends the option's own text; its values follow.
+    std::uint32_t unnamedId = 0;
+    for (const ReportedOption& option : reported)
+        if (!option.hasName)
+            unnamedId = option.id;
+    ASSERT_NE(unnamedId, 0u);
+    EXPECT_TRUE(capture->contains(Log::Info, "",
+                                  "Option (" + std::to_string(unnamedId) +
+                                      ")  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
+    EXPECT_EQ(capture->size(), reported.size() + 1u) << capture->dump();
+
+    // The enumeration fails: one line, and nothing is listed.
+    ASSERT_TRUE(
+        ftkSimInjectFault(serial, R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})"));
+    capture->clear();
+    logAvailableOptions(lib, serial);
+    EXPECT_TRUE(capture->contains(Log::Error, "", "Enumerating option failed"));
+    EXPECT_EQ(capture->size(), 1u) << capture->dump();
+}
