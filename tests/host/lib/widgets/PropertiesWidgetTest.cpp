@@ -1,0 +1,279 @@
+#include "host/lib/widgets/PropertiesWidget.h"
+#include "host/core/Configurable.h"
+#include "host/core/Parameter.h"
+#include "host/core/Properties.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/gui/GuiTestApplication.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSignalSpy>
+#include <QSpinBox>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+
+namespace {
+
+class PropertiesWidgetTest : public ::testing::Test {
+protected:
+    void SetUp() override { TestSupport::guiApplication(); }
+
+    /// The names announced by the spy's parameterChanged emissions.
+    static std::vector<std::string> names(const QSignalSpy& spy) {
+        std::vector<std::string> result;
+        for (const QList<QVariant>& arguments : spy)
+            result.push_back(arguments.at(0).value<std::string>());
+        return result;
+    }
+};
+
+class StreamSettings : public Configurable {
+public:
+    Parameter<int> integrationTime{"imageIntegrationTime", 100, this};
+    Parameter<int> mode{"fiducialQueryMode", 0, this};
+    Parameter<double> distance{"maxFiducialMarkerDistance", 2.5, this};
+    int configureCalls = 0;
+    std::vector<std::string> lastConfigured; // parameter names of the last configure()
+
+    StreamSettings() { mode.setAttribute("hidden", "true"); }
+    void configure(const Properties* properties) override {
+        ++configureCalls;
+        lastConfigured = properties ? properties->paramNames() : std::vector<std::string>{};
+        Configurable::configure(properties);
+    }
+};
+
+TEST_F(PropertiesWidgetTest, SplitsCamelCaseNamesIntoWords) {
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("maxFiducialMarkerDistance"), "Max Fiducial Marker Distance");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("imageIntegrationTime"), "Image Integration Time");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("TrackingTargets"), "Tracking Targets");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("SDKPath"), "SDK Path");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("maxID"), "Max ID");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("point3D"), "Point 3D");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("camera2Offset"), "Camera 2 Offset");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("max_distance"), "Max distance");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("Distance matching tolerance"), "Distance matching tolerance");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("x"), "X");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase(""), "");
+    EXPECT_EQ(PropertiesWidget::splitCamelCase("_open_"), "Open");
+}
+
+TEST_F(PropertiesWidgetTest, ShowsOneEditorPerVisibleParameterChosenByType) {
+    Properties tree("Settings");
+    tree.setParam("connect", true);
+    tree.setParam("imageIntegrationTime", 120);
+    tree.setParam("maxFiducialMarkerDistance", 2.75);
+    tree.setParam("name", std::string("left"));
+    tree.setParam("fiducialQueryMode", 2);
+    tree.setParamAttribute("fiducialQueryMode", "values",
+                           "None;Belonging to marker;All in marker vicinity;All");
+    tree.setParam("secret", 3);
+    tree.setParamAttribute("secret", "hidden", "true");
+    Properties* targets = tree.addSubProperties("TrackingTargets");
+    targets->setAttribute("hidden", "true");
+    targets->addSubProperties("marker")->setParam("Path", std::string("/tmp/a.ini"));
+
+    PropertiesWidget widget(&tree);
+    EXPECT_EQ(widget.rowCount(), 5);
+    EXPECT_EQ(widget.editor("secret"), nullptr);
+    EXPECT_EQ(widget.editor("TrackingTargets/marker/Path"), nullptr);
+    EXPECT_TRUE(widget.findChildren<QGroupBox*>().isEmpty());
+
+    auto* check = qobject_cast<QCheckBox*>(widget.editor("connect"));
+    auto* spin = qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"));
+    auto* real = qobject_cast<QDoubleSpinBox*>(widget.editor("maxFiducialMarkerDistance"));
+    auto* line = qobject_cast<QLineEdit*>(widget.editor("name"));
+    auto* combo = qobject_cast<QComboBox*>(widget.editor("fiducialQueryMode"));
+    ASSERT_TRUE(check && spin && real && line && combo);
+    EXPECT_TRUE(check->isChecked());
+    EXPECT_EQ(spin->value(), 120);
+    EXPECT_DOUBLE_EQ(real->value(), 2.75);
+    EXPECT_EQ(line->text(), "left");
+    EXPECT_EQ(combo->count(), 4);
+    EXPECT_EQ(combo->currentText(), "All in marker vicinity");
+    EXPECT_EQ(widget.label("maxFiducialMarkerDistance")->text(), "maxFiducialMarkerDistance");
+}
+
+TEST_F(PropertiesWidgetTest, UserEditsChangeTheTreeAndAnnounceTheParameter) {
+    Properties tree;
+    tree.setParam("connect", false);
+    tree.setParam("imageIntegrationTime", 120);
+    tree.setParam("maxFiducialMarkerDistance", 2.5);
+    tree.setParam("name", std::string("left"));
+    tree.setParam("mode", 0);
+    tree.setParamAttribute("mode", "values", "None;Some;All");
+    tree.setParam("label", std::string("A"));
+    tree.setParamAttribute("label", "values", "A;B");
+    PropertiesWidget widget(&tree);
+    QSignalSpy spy(&widget, &PropertiesWidget::parameterChanged);
+
+    qobject_cast<QCheckBox*>(widget.editor("connect"))->click();
+    qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->setValue(250);
+    qobject_cast<QDoubleSpinBox*>(widget.editor("maxFiducialMarkerDistance"))->setValue(3.25);
+    auto* line = qobject_cast<QLineEdit*>(widget.editor("name"));
+    line->setFocus();
+    line->selectAll();
+    QTest::keyClicks(line, "right");
+    QTest::keyClick(line, Qt::Key_Return);
+    qobject_cast<QComboBox*>(widget.editor("mode"))->setCurrentIndex(2);
+    qobject_cast<QComboBox*>(widget.editor("label"))->setCurrentIndex(1);
+
+    EXPECT_EQ(names(spy), (std::vector<std::string>{"connect", "imageIntegrationTime",
+                                                    "maxFiducialMarkerDistance", "name", "mode", "label"}));
+    EXPECT_TRUE(tree.param("connect", false));
+    EXPECT_EQ(tree.param("imageIntegrationTime", 0), 250);
+    EXPECT_EQ(tree.paramType("imageIntegrationTime"), "int");
+    EXPECT_DOUBLE_EQ(tree.param("maxFiducialMarkerDistance", 0.0), 3.25);
+    EXPECT_EQ(tree.param("name", std::string()), "right");
+    EXPECT_EQ(tree.param("mode", -1), 2); // an integer enumeration holds the index
+    EXPECT_EQ(tree.param("label", std::string()), "B");
+    EXPECT_EQ(widget.lastChangedParameter(), "label");
+
+    // Finishing an edit that changed nothing announces nothing; neither does showing new values.
+    spy.clear();
+    line->setFocus();
+    QTest::keyClick(line, Qt::Key_Return);
+    tree.setParam("imageIntegrationTime", 90);
+    tree.setParam("mode", 1);
+    widget.reload();
+    EXPECT_EQ(spy.count(), 0);
+    EXPECT_EQ(qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->value(), 90);
+    EXPECT_EQ(qobject_cast<QComboBox*>(widget.editor("mode"))->currentIndex(), 1);
+}
+
+TEST_F(PropertiesWidgetTest, RefusesTextThatDoesNotFitTheParameterType) {
+    TestSupport::LogCapture capture;
+    Properties tree;
+    tree.setParam("offset", Eigen::Vector3d(1.0, 2.0, 3.0));
+    PropertiesWidget widget(&tree);
+    QSignalSpy spy(&widget, &PropertiesWidget::parameterChanged);
+    auto* line = qobject_cast<QLineEdit*>(widget.editor("offset"));
+    ASSERT_NE(line, nullptr);
+    EXPECT_EQ(line->text(), "1 2 3");
+
+    line->setText("1 2");
+    emit line->editingFinished();
+    EXPECT_EQ(spy.count(), 0);
+    EXPECT_EQ(tree.paramText("offset"), "1 2 3");
+    EXPECT_EQ(line->text(), "1 2 3");
+    EXPECT_TRUE(capture->contains(Log::Warning, "PropertiesWidget",
+                                  "\"1 2\" is not a valid value for parameter \"offset\" of type vector"))
+        << capture->dump();
+
+    line->setText("1 x 3");
+    emit line->editingFinished();
+    EXPECT_EQ(tree.paramText("offset"), "1 2 3");
+
+    line->setText("4 5 6");
+    emit line->editingFinished();
+    EXPECT_EQ(spy.count(), 1);
+    EXPECT_EQ(tree.paramType("offset"), "vector");
+    EXPECT_EQ(tree.paramText("offset"), "4 5 6");
+}
+
+TEST_F(PropertiesWidgetTest, LabelsFollowCamelCaseSplittingAndLabelAttributes) {
+    Properties tree;
+    tree.setParam("maxFiducialMarkerDistance", 2.0);
+    tree.setParam("queryImages", true);
+    tree.setParamAttribute("queryImages", "label", "Show camera images");
+    Properties* block = tree.addSubProperties("cameraSettings");
+    block->setParam("frameRate", 30);
+    PropertiesWidget widget(&tree);
+    auto* group = widget.findChild<QGroupBox*>();
+    ASSERT_NE(group, nullptr);
+    EXPECT_EQ(group->title(), "cameraSettings");
+
+    widget.setCamelCaseSplitting(true);
+    EXPECT_EQ(widget.label("maxFiducialMarkerDistance")->text(), "Max Fiducial Marker Distance");
+    EXPECT_EQ(widget.label("queryImages")->text(), "Show camera images");
+    EXPECT_EQ(widget.label("cameraSettings/frameRate")->text(), "Frame Rate");
+    EXPECT_EQ(group->title(), "Camera Settings");
+    widget.setCamelCaseSplitting(false);
+    EXPECT_EQ(widget.label("cameraSettings/frameRate")->text(), "frameRate");
+}
+
+TEST_F(PropertiesWidgetTest, AppliesOnlyTheEditedParameterToAConfigurable) {
+    StreamSettings settings;
+    PropertiesWidget widget(&settings);
+    EXPECT_EQ(widget.object(), &settings);
+    EXPECT_EQ(widget.rowCount(), 2);                 // fiducialQueryMode is hidden
+    EXPECT_FALSE(widget.applyLastChange(&settings)); // nothing edited yet
+
+    QSignalSpy spy(&widget, &PropertiesWidget::parameterChanged);
+    qobject_cast<QDoubleSpinBox*>(widget.editor("maxFiducialMarkerDistance"))->setValue(4.5);
+    ASSERT_EQ(spy.count(), 1);
+    EXPECT_DOUBLE_EQ(settings.distance.value(), 2.5); // the widget edits its copy only
+
+    // Changed elsewhere meanwhile: applying the edit must not bring the old value back.
+    settings.integrationTime = 300;
+    ASSERT_TRUE(widget.applyLastChange(&settings));
+    EXPECT_EQ(settings.lastConfigured, std::vector<std::string>{"maxFiducialMarkerDistance"});
+    EXPECT_DOUBLE_EQ(settings.distance.value(), 4.5);
+    EXPECT_EQ(settings.integrationTime.value(), 300);
+    EXPECT_FALSE(widget.applyLastChange(nullptr));
+
+    widget.reload();
+    EXPECT_EQ(qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->value(), 300);
+}
+
+TEST_F(PropertiesWidgetTest, NestedParametersAreAppliedInTheirBlocks) {
+    Properties tree;
+    Properties* camera = tree.addSubProperties("Camera");
+    camera->setParam("gain", 2);
+    camera->addSubProperties("Left")->setParam("exposure", 10);
+    PropertiesWidget widget(&tree);
+    auto* exposure = qobject_cast<QSpinBox*>(widget.editor("Camera/Left/exposure"));
+    ASSERT_NE(exposure, nullptr);
+    exposure->setValue(12);
+    EXPECT_EQ(widget.lastChangedParameter(), "exposure");
+    EXPECT_EQ(widget.lastChangedBlockPath(), (std::vector<std::string>{"Camera", "Left"}));
+
+    class Receiver : public Configurable {
+    public:
+        Properties received;
+        void configure(const Properties* properties) override { received = *properties; }
+    } receiver;
+    ASSERT_TRUE(widget.applyLastChange(&receiver));
+    const Properties* left = receiver.received.subProperty("Camera");
+    ASSERT_NE(left, nullptr);
+    EXPECT_FALSE(left->hasParam("gain"));
+    left = left->subProperty("Left");
+    ASSERT_NE(left, nullptr);
+    EXPECT_EQ(left->param("exposure", 0), 12);
+}
+
+TEST_F(PropertiesWidgetTest, ReloadingANewShapeFromAnEditHandlerRebuildsSafely) {
+    // A receiver that reloads from the object while the edit is announced, as panels do, and
+    // the object that gains a parameter on that edit: the announcing editor must survive.
+    class Growing : public Configurable {
+    public:
+        Parameter<bool> enabled{"enabled", false, this};
+        std::unique_ptr<Parameter<int>> extra;
+        void configure(const Properties* properties) override {
+            Configurable::configure(properties);
+            if (enabled.value() && !extra)
+                extra = std::make_unique<Parameter<int>>("extra", 7, this);
+        }
+    } object;
+    PropertiesWidget widget(&object);
+    QObject::connect(&widget, &PropertiesWidget::parameterChanged, &widget, [&]() {
+        widget.applyLastChange(&object);
+        widget.reload();
+    });
+    qobject_cast<QCheckBox*>(widget.editor("enabled"))->click();
+    EXPECT_EQ(widget.editor("extra"), nullptr); // deferred
+    QCoreApplication::processEvents();
+    auto* extra = qobject_cast<QSpinBox*>(widget.editor("extra"));
+    ASSERT_NE(extra, nullptr);
+    EXPECT_EQ(extra->value(), 7);
+    EXPECT_TRUE(qobject_cast<QCheckBox*>(widget.editor("enabled"))->isChecked());
+}
+
+} // namespace

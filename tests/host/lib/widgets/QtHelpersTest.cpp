@@ -1,0 +1,136 @@
+#include "host/lib/widgets/QtHelpers.h"
+#include "host/lib/widgets/UrlOpenRecorder.h"
+#include "tests/support/gui/GuiTestApplication.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace Kestrion;
+using QtHelpers::FileDialogRequest;
+
+namespace {
+
+/// Receives a queued call by name carrying a std::string, as panels do from worker threads.
+class SaveTarget : public QObject {
+    Q_OBJECT
+public:
+    std::string received;
+public slots:
+    void save(bool, const std::string& id) { received = id; }
+};
+
+class QtHelpersTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TestSupport::guiApplication();
+        ASSERT_TRUE(m_folder.isValid());
+    }
+    std::string folder() const { return m_folder.path().toStdString(); }
+
+private:
+    QTemporaryDir m_folder;
+};
+
+TEST_F(QtHelpersTest, SaveDialogProposesTheDefaultNameAndRemembersTheFolder) {
+    std::vector<FileDialogRequest> requests;
+    std::string answer = folder() + "/marker1";
+    QtHelpers::ScopedFileDialogHook hook([&](const FileDialogRequest& request) {
+        requests.push_back(request);
+        return answer;
+    });
+    const std::string type = "ini-" + std::to_string(QCoreApplication::applicationPid()); // fresh key
+
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save marker geometry", type, "newmarker"),
+              folder() + "/marker1." + type);
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Save);
+    EXPECT_EQ(requests[0].caption, "Save marker geometry");
+    EXPECT_EQ(requests[0].filter, type + " files (*." + type + ");;All files (*)");
+    EXPECT_EQ(requests[0].startPath,
+              QDir::home().filePath(QString::fromStdString("newmarker." + type)).toStdString());
+    EXPECT_EQ(QtHelpers::lastSaveFolder(type), folder());
+
+    // The next dialog starts where the last file went; a chosen extension is kept.
+    answer = folder() + "/other.txt";
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), folder() + "/other.txt");
+    EXPECT_EQ(requests[1].startPath, folder() + "/newmarker." + type);
+
+    // Cancelling gives nothing and forgets nothing.
+    answer.clear();
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), "");
+    EXPECT_EQ(QtHelpers::lastSaveFolder(type), folder());
+}
+
+TEST_F(QtHelpersTest, OpenDialogRemembersTheFolderPerKey) {
+    std::vector<FileDialogRequest> requests;
+    std::string answer = folder() + "/geometry1000.ini";
+    QtHelpers::ScopedFileDialogHook hook([&](const FileDialogRequest& request) {
+        requests.push_back(request);
+        return answer;
+    });
+    const std::string key = "Tracker-" + std::to_string(QCoreApplication::applicationPid());
+
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", key),
+              folder() + "/geometry1000.ini");
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Open);
+    EXPECT_EQ(requests[0].caption, "Select Geometry file");
+    EXPECT_EQ(requests[0].filter, "Geometry files (*.ini)");
+    EXPECT_EQ(requests[0].startPath, QDir::homePath().toStdString());
+
+    answer.clear();
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", key), "");
+    EXPECT_EQ(requests[1].startPath, folder());
+    EXPECT_EQ(QtHelpers::getOpenFilename("Other", "*", key + "-other"), "");
+    EXPECT_EQ(requests[2].startPath, QDir::homePath().toStdString());
+    EXPECT_EQ(QtHelpers::lastOpenFolder(key), folder());
+}
+
+TEST_F(QtHelpersTest, DialogHookIsRestoredWhenItsScopeEnds) {
+    EXPECT_FALSE(QtHelpers::hasFileDialogHook());
+    {
+        QtHelpers::ScopedFileDialogHook outer([](const FileDialogRequest&) { return std::string("/a"); });
+        {
+            QtHelpers::ScopedFileDialogHook inner([](const FileDialogRequest&) { return std::string("/b"); });
+            EXPECT_EQ(QtHelpers::getOpenFilename("x", "*", "scope"), "/b");
+        }
+        EXPECT_EQ(QtHelpers::getOpenFilename("x", "*", "scope"), "/a");
+    }
+    EXPECT_FALSE(QtHelpers::hasFileDialogHook());
+}
+
+TEST_F(QtHelpersTest, OpenedUrlsAreRecordedInsteadOfReachingTheDesktop) {
+    UrlOpenRecorder recorder;
+    QSignalSpy spy(&recorder, &UrlOpenRecorder::opened);
+    const QUrl url = QtHelpers::localFileUrl(folder());
+    EXPECT_TRUE(url.isLocalFile());
+    EXPECT_EQ(url.toLocalFile().toStdString(), folder());
+
+    EXPECT_TRUE(QDesktopServices::openUrl(url));
+    EXPECT_TRUE(QDesktopServices::openUrl(QUrl::fromLocalFile("/tmp")));
+    ASSERT_EQ(recorder.urls().size(), 2);
+    EXPECT_EQ(recorder.urls().at(0), url);
+    EXPECT_EQ(spy.count(), 2);
+    recorder.clear();
+    EXPECT_TRUE(recorder.urls().isEmpty());
+}
+
+TEST_F(QtHelpersTest, StdStringCanTravelInQueuedCallsByName) {
+    QtHelpers::registerMetaTypes();
+    SaveTarget target;
+    ASSERT_TRUE(QMetaObject::invokeMethod(&target, "save", Qt::QueuedConnection, Q_ARG(bool, true),
+                                          Q_ARG(std::string, std::string("atracsys-1000"))));
+    EXPECT_TRUE(target.received.empty()); // not before the event loop runs
+    QCoreApplication::processEvents();
+    EXPECT_EQ(target.received, "atracsys-1000");
+}
+
+} // namespace
+
+#include "QtHelpersTest.moc"
