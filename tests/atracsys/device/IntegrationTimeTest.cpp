@@ -1,7 +1,6 @@
 // The integration-time option id is cached once per process, so this executable holds a single
 // test that starts from an empty cache.
 #include "atracsys/device/AtracsysOptionHelpers.h"
-#include "tests/atracsys/device/OptionTestSupport.h"
 #include "tests/atracsys/device/SimulatedCamera.h"
 #include "tests/support/LogCapture.h"
 
@@ -20,7 +19,7 @@ TEST(IntegrationTime, IsReadAndWrittenThroughAnOptionTableFetchedOncePerProcess)
         {"model": "fusionTrack 250", "serial": "0x250"}]})");
     const ftkLibrary lib = camera.lib();
     // Asked of the second device: enumerating the first one would use up its fault.
-    const std::uint32_t id = reportedOption(lib, second, "Image Integration Time").id;
+    const std::uint32_t id = camera.reportedOption(second, "Image Integration Time").id;
     ASSERT_NE(id, 0u);
     LogCapture capture;
 

@@ -1,5 +1,4 @@
 #include "atracsys/device/AtracsysOptionHelpers.h"
-#include "tests/atracsys/device/OptionTestSupport.h"
 #include "tests/atracsys/device/SimulatedCamera.h"
 #include "tests/support/LogCapture.h"
 
@@ -23,10 +22,9 @@ std::string refusedReads(const std::string& option, int count) {
 }
 
 /// The line's text up to the values, from what the SDK reports for the option.
-std::string optionLine(ftkLibrary lib, std::uint64_t sn, const std::string& name, const std::string& type,
-                       bool writable) {
-    const ReportedOption option = reportedOption(lib, sn, name);
-    EXPECT_EQ(option.name, name) << "the device reports no option " << name;
+std::string optionLine(const SimulatedCamera& camera, std::uint64_t sn, const std::string& name,
+                       const std::string& type, bool writable) {
+    const ReportedOption option = camera.reportedOption(sn, name);
     return "Option (" + std::to_string(option.id) + ") " + name + " | Type : " + type +
            " | Description : " + option.description + " | Unit: " + option.unit +
            " | Read access : 1 | Write access : " + (writable ? "1" : "0");
@@ -37,21 +35,21 @@ std::string optionLine(ftkLibrary lib, std::uint64_t sn, const std::string& name
 TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     SimulatedCamera camera(sceneWithFaults(""));
     const ftkLibrary lib = camera.lib();
-    const std::size_t reported = reportedOptions(lib, serial).size();
+    const std::size_t reported = camera.reportedOptions(serial).size();
     LogCapture capture;
     logAvailableOptions(lib, serial);
 
     EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(lib, serial, "Image Integration Time", "FTK_INT32", true) +
+                                  optionLine(camera, serial, "Image Integration Time", "FTK_INT32", true) +
                                       " | Value : 200 | Min : 50 | Max: 10000 | Default : 200"))
         << capture->dump();
     // Float values keep six significant digits; float bounds are truncated toward zero.
     EXPECT_TRUE(
         capture->contains(Log::Info, "",
-                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
                               " | Value : 2 | Min : 0 | Max: 10 | Default : 2"));
     EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(lib, serial, "Sensor temperature", "FTK_FLOAT32", false) +
+                                  optionLine(camera, serial, "Sensor temperature", "FTK_FLOAT32", false) +
                                       " | Value : 25 | Min : -40 | Max: 125 | Default : 25"));
     EXPECT_EQ(capture->size(), reported) << capture->dump();
     for (const LogRecord& record : capture->records()) {
@@ -67,15 +65,15 @@ TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     logAvailableOptions(lib, serial);
     EXPECT_TRUE(
         capture->contains(Log::Info, "",
-                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
                               " | Value : 1.23457 | Min : 0 | Max: 10 | Default : 2"))
         << capture->dump();
 
     // Data options (the library's global ones) show no value.
     capture->clear();
     logAvailableOptions(lib, 0);
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(lib, 0, "Data Directory", "FTK_DATA", true) + " | Value : ---"))
+    EXPECT_TRUE(capture->contains(
+        Log::Info, "", optionLine(camera, 0, "Data Directory", "FTK_DATA", true) + " | Value : ---"))
         << capture->dump();
 }
 
@@ -90,27 +88,27 @@ TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
 
     // Current value and minimum refused: the integer minimum shows "---", the float one "0".
     EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(lib, serial, "Image Integration Time", "FTK_INT32", true) +
+                                  optionLine(camera, serial, "Image Integration Time", "FTK_INT32", true) +
                                       " | Value : -2147483648 | Min : --- | Max: 10000 | Default : 200"))
         << capture->dump();
     EXPECT_TRUE(
         capture->contains(Log::Info, "",
-                          optionLine(lib, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
+                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
                               " | Value : 1.17549e-38 | Min : 0 | Max: 10 | Default : 2"));
     // Every read refused.
     EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(lib, serial, "User-LED frequency", "FTK_INT32", true) +
+                                  optionLine(camera, serial, "User-LED frequency", "FTK_INT32", true) +
                                       " | Value : -2147483648 | Min : --- | Max: --- | Default : ---"));
     EXPECT_TRUE(
         capture->contains(Log::Info, "",
-                          optionLine(lib, serial, "Epipolar matching tolerance", "FTK_FLOAT32", true) +
+                          optionLine(camera, serial, "Epipolar matching tolerance", "FTK_FLOAT32", true) +
                               " | Value : 1.17549e-38 | Min : 0 | Max: 0 | Default : 0"));
 
     EXPECT_EQ(capture->count(Log::Error, "", "Getting option failed"), 4u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip minimum value"), 4u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip maximum value"), 2u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip default value"), 2u);
-    EXPECT_EQ(capture->size(), reportedOptions(lib, serial).size() + 12u) << capture->dump();
+    EXPECT_EQ(capture->size(), camera.reportedOptions(serial).size() + 12u) << capture->dump();
 }
 
 TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
@@ -118,13 +116,13 @@ TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
         R"({"kind": "malformedOption", "option": "Enables IR strobe", "malformation": "unknownType"},
            {"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullName"})"));
     const ftkLibrary lib = camera.lib();
-    const std::vector<ReportedOption> reported = reportedOptions(lib, serial);
+    const std::vector<ReportedOption> reported = camera.reportedOptions(serial);
     LogCapture capture;
     logAvailableOptions(lib, serial);
 
     // An option of an unknown type reads as an integer in its line, then is reported as unknown
     // and logged without values.
-    const std::string strobeLine = optionLine(lib, serial, "Enables IR strobe", "FTK_INT32", true);
+    const std::string strobeLine = optionLine(camera, serial, "Enables IR strobe", "FTK_INT32", true);
     EXPECT_TRUE(capture->contains(Log::Info, "", strobeLine)) << capture->dump();
     EXPECT_EQ(capture->count(Log::Error, "", "Unknown option type"), 1u);
 

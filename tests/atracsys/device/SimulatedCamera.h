@@ -7,26 +7,30 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace Kestrion::TestSupport {
+
+/// An option as the SDK reports it, copied out of the enumeration callback.
+struct ReportedOption {
+    std::uint32_t id = 0;
+    bool hasName = false;
+    std::string name, description, unit;
+};
 
 /// A library handle on the simulated camera with a given scene; closes the handle and restores
 /// the default scene when it goes.
 class SimulatedCamera {
 public:
     explicit SimulatedCamera(const std::string& sceneJson) {
-        if (!ftkSimLoadScene(sceneJson.c_str())) {
-            char error[512] = {};
-            ftkSimGetLastError(error, sizeof error);
+        char error[512] = {};
+        if (!ftkSimLoadScene(sceneJson.c_str()) && ftkSimGetLastError(error, sizeof error) > 0)
             ADD_FAILURE() << "scene refused: " << error;
-        }
         m_lib = ftkInit();
-        if (m_lib == nullptr)
-            ADD_FAILURE() << "ftkInit failed";
+        EXPECT_NE(m_lib, nullptr);
     }
     ~SimulatedCamera() {
-        if (m_lib != nullptr)
-            ftkClose(&m_lib);
+        ftkClose(&m_lib);
         ftkSimResetScene();
     }
     SimulatedCamera(const SimulatedCamera&) = delete;
@@ -39,6 +43,30 @@ public:
         char buffer[1024] = {};
         EXPECT_EQ(ftkGetLastErrorString(m_lib, sizeof buffer, buffer), ftkError::FTK_OK);
         return buffer;
+    }
+
+    /// Every option the SDK reports for `sn`, in its order, straight from ftkEnumerateOptions.
+    std::vector<ReportedOption> reportedOptions(std::uint64_t sn) const {
+        std::vector<ReportedOption> options;
+        ftkEnumerateOptions(
+            m_lib, sn,
+            [](std::uint64_t, void* user, ftkOptionsInfo* info) {
+                const char *name = info->name, *description = info->description, *unit = info->unit;
+                static_cast<std::vector<ReportedOption>*>(user)->push_back(
+                    {info->id, name != nullptr, name ? name : "", description ? description : "",
+                     unit ? unit : ""});
+            },
+            &options);
+        return options;
+    }
+
+    /// The first reported option of that name.
+    ReportedOption reportedOption(std::uint64_t sn, const std::string& name) const {
+        for (const ReportedOption& option : reportedOptions(sn))
+            if (option.name == name)
+                return option;
+        ADD_FAILURE() << "the device reports no option " << name;
+        return {};
     }
 
 private:
