@@ -1,6 +1,8 @@
 #include "host/lib/widgets/GlView.h"
 
+#include "host/core/SharedImageSet.h"
 #include "host/lib/widgets/GlObject.h"
+#include "host/lib/widgets/ImageConversion.h"
 
 #include <QMouseEvent>
 #include <QPainter>
@@ -32,9 +34,40 @@ GlView::~GlView() {
     removeAllObjects();
 }
 
+void GlView::setImageSet(std::shared_ptr<SharedImageSet> imageSet) {
+    m_imageSet = std::move(imageSet);
+    m_image = QImage();
+    m_shownImage = nullptr;
+    m_shownSetModification = 0;
+    m_shownImageModification = 0;
+    refreshImage();
+    update();
+}
+
 void GlView::setImage(const QImage& image) {
+    m_imageSet.reset();
     m_image = image;
     update();
+}
+
+const QImage& GlView::image() const {
+    refreshImage();
+    return m_image;
+}
+
+void GlView::refreshImage() const {
+    if (!m_imageSet)
+        return;
+    const std::shared_ptr<SharedImage> first = m_imageSet->get(0);
+    const std::uint64_t setModification = m_imageSet->modificationCount();
+    const std::uint64_t imageModification = first ? first->modificationCount() : 0;
+    if (first.get() == m_shownImage && setModification == m_shownSetModification &&
+        imageModification == m_shownImageModification && (!first || !m_image.isNull()))
+        return;
+    m_image = first ? toQImage(*first->image()) : QImage();
+    m_shownImage = first.get();
+    m_shownSetModification = setModification;
+    m_shownImageModification = imageModification;
 }
 
 void GlView::addObject(GlObject* object) {
@@ -79,6 +112,7 @@ void GlView::resetZoom() {
 }
 
 QTransform GlView::imageToView(const QSizeF& viewSize) const {
+    refreshImage();
     QTransform base;
     if (!m_image.isNull()) {
         const double width = m_image.width();
@@ -95,6 +129,7 @@ QTransform GlView::imageToView(const QSizeF& viewSize) const {
 }
 
 void GlView::paintView(QPainter& painter, const QSize& size) const {
+    refreshImage();
     painter.fillRect(QRect(QPoint(0, 0), size), Background);
     const QTransform toView = imageToView(QSizeF(size));
     if (!m_image.isNull()) {
@@ -121,6 +156,7 @@ QImage GlView::renderImage(const QSize& size) const {
 }
 
 QSize GlView::sizeHint() const {
+    refreshImage();
     return m_image.isNull() ? QSize(320, 240) : m_image.size().boundedTo(QSize(640, 480));
 }
 

@@ -5,11 +5,15 @@
 #include <QTransform>
 #include <QWidget>
 
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace Kestrion {
 
 class GlObject;
+class SharedImage;
+class SharedImageSet;
 
 /// A 2D view: an image, scaled to fit the view (keeping its aspect ratio, centred) or shown at
 /// one screen pixel per image pixel, with annotations (GlObject: GlEllipse, GlLine) drawn over
@@ -27,11 +31,17 @@ public:
     /// Lets go of the objects still added (they are not deleted).
     ~GlView() override;
 
-    /// Shows a copy of the image (an 8-bit grey camera image is a QImage::Format_Grayscale8);
-    /// a null image shows none. Annotations then use the image's pixel coordinates; without
-    /// an image they use the view's.
+    /// Shows the first image of the set (see toQImage: 8-bit grey camera images as they are).
+    /// The view reads it again when it repaints after the set or the image reported a change
+    /// (SharedImageSet::setModified, SharedImage::setDirty): change the set, then call update().
+    /// Null shows no image. Annotations use the image's pixel coordinates; without an image
+    /// they use the view's.
+    void setImageSet(std::shared_ptr<SharedImageSet> imageSet);
+    const std::shared_ptr<SharedImageSet>& imageSet() const { return m_imageSet; }
+    /// Shows a copy of a QImage instead of an image set; a null image shows none.
     void setImage(const QImage& image);
-    const QImage& image() const { return m_image; }
+    /// The image shown now.
+    const QImage& image() const;
 
     /// Adds an annotation, drawn after those added before; not owned. Adding it again does
     /// nothing. Null is ignored.
@@ -71,7 +81,15 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent* event) override;
 
 private:
-    QImage m_image;
+    /// Converts the set's first image again when it changed since the last conversion.
+    void refreshImage() const;
+
+    std::shared_ptr<SharedImageSet> m_imageSet;
+    // The image shown, converted from the set on the GUI thread when it changed.
+    mutable QImage m_image;
+    mutable const SharedImage* m_shownImage = nullptr;
+    mutable std::uint64_t m_shownSetModification = 0;
+    mutable std::uint64_t m_shownImageModification = 0;
     std::vector<GlObject*> m_objects;
     bool m_fitToView;
     bool m_interactive;

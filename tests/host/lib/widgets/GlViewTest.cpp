@@ -1,7 +1,9 @@
 #include "host/lib/widgets/GlView.h"
+#include "host/core/SharedImageSet.h"
 #include "host/lib/widgets/DisplayWidgetMulti.h"
 #include "host/lib/widgets/GlEllipse.h"
 #include "host/lib/widgets/GlLine.h"
+#include "host/lib/widgets/ImageConversion.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
@@ -211,6 +213,81 @@ TEST_F(GlViewTest, InteractiveViewsZoomAroundTheCursorPanAndReset) {
     view.setInteractive(false);
     QCoreApplication::sendEvent(&view, &zoomIn);
     EXPECT_EQ(view.zoom(), 1.0);
+}
+
+} // namespace
+
+namespace {
+
+std::shared_ptr<SharedImage> cameraImage(int width, int height, std::uint8_t value) {
+    auto image =
+        std::make_shared<TypedImage<std::uint8_t>>(ImageDescriptor(PixelType::UInt8, 1, width, height));
+    std::fill(image->data(), image->data() + image->descriptor().elementCount(), value);
+    return std::make_shared<SharedImage>(image);
+}
+
+TEST_F(GlViewTest, ShowsTheFirstImageOfAnImageSetAndFollowsItsChanges) {
+    GlView view;
+    auto set = std::make_shared<SharedImageSet>();
+    view.setImageSet(set);
+    EXPECT_TRUE(view.image().isNull());
+    EXPECT_FALSE(isImage(view.renderImage(QSize(200, 100)).pixel(100, 50)));
+
+    std::shared_ptr<SharedImage> first = cameraImage(100, 50, Grey);
+    set->setFirst(first);
+    set->add(cameraImage(10, 10, 200));
+    QImage shot = view.renderImage(QSize(200, 100));
+    EXPECT_EQ(view.image().size(), QSize(100, 50));
+    EXPECT_TRUE(isImage(shot.pixel(100, 50)));
+
+    // New pixels in the same image show once it is marked dirty.
+    auto pixels = first->typed<std::uint8_t>();
+    ASSERT_TRUE(pixels);
+    pixels->at(50, 25) = 255;
+    EXPECT_TRUE(isImage(view.renderImage(QSize(200, 100)).pixel(101, 51)));
+    first->setDirty();
+    EXPECT_EQ(qRed(view.renderImage(QSize(200, 100)).pixel(101, 51)), 255);
+
+    // A replaced first image of another size changes the image coordinates.
+    set->setFirst(cameraImage(50, 50, Grey));
+    set->setModified();
+    shot = view.renderImage(QSize(200, 100));
+    EXPECT_EQ(view.image().size(), QSize(50, 50));
+    EXPECT_FALSE(isImage(shot.pixel(10, 50))); // band beside a square image
+    EXPECT_TRUE(isImage(shot.pixel(100, 50)));
+
+    view.setImage(QImage());
+    EXPECT_EQ(view.imageSet(), nullptr);
+}
+
+TEST_F(GlViewTest, ConvertsHostImagesToQImages) {
+    TypedImage<std::uint8_t> rgb(ImageDescriptor(PixelType::UInt8, 3, 3, 2));
+    rgb.at(2, 1, 0) = 10;
+    rgb.at(2, 1, 1) = 20;
+    rgb.at(2, 1, 2) = 30;
+    QImage converted = toQImage(rgb);
+    EXPECT_EQ(converted.format(), QImage::Format_RGB888);
+    EXPECT_EQ(converted.pixel(2, 1), qRgb(10, 20, 30));
+    EXPECT_EQ(converted.pixel(0, 0), qRgb(0, 0, 0));
+
+    TypedImage<std::uint16_t> deep(ImageDescriptor(PixelType::UInt16, 1, 5, 3)); // odd width: padded rows
+    deep.at(4, 2) = 65535;
+    converted = toQImage(deep);
+    EXPECT_EQ(converted.format(), QImage::Format_Grayscale16);
+    EXPECT_EQ(qRed(converted.pixel(4, 2)), 255);
+    EXPECT_EQ(qRed(converted.pixel(3, 2)), 0);
+
+    TypedImage<float> depth(ImageDescriptor(PixelType::Float, 1, 3, 1));
+    depth.at(0, 0) = -2.0f;
+    depth.at(1, 0) = 0.0f;
+    depth.at(2, 0) = 2.0f;
+    converted = toQImage(depth);
+    EXPECT_EQ(converted.format(), QImage::Format_Grayscale8);
+    EXPECT_EQ(qRed(converted.pixel(0, 0)), 0);
+    EXPECT_EQ(qRed(converted.pixel(1, 0)), 128);
+    EXPECT_EQ(qRed(converted.pixel(2, 0)), 255);
+
+    EXPECT_TRUE(toQImage(TypedImage<std::uint8_t>(ImageDescriptor(PixelType::UInt8, 1, 0, 0))).isNull());
 }
 
 } // namespace

@@ -1,0 +1,75 @@
+#include "host/lib/widgets/MainWindow.h"
+
+#include "host/lib/widgets/DisplayWidgetMulti.h"
+#include "host/lib/widgets/LogWidget.h"
+#include "host/lib/widgets/ProgressWidget.h"
+#include "host/lib/widgets/QtHelpers.h"
+
+#include <QDockWidget>
+#include <QScrollArea>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTabWidget>
+
+namespace Kestrion {
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent)
+    , m_display(new DisplayWidgetMulti)
+    , m_progress(new ProgressWidget)
+    , m_log(new LogWidget)
+    , m_logDock(new QDockWidget(tr("Log"), this))
+    , m_panels(new QTabWidget)
+    , m_splitter(new QSplitter(Qt::Horizontal, this)) {
+    QtHelpers::registerMetaTypes();
+    setObjectName(QStringLiteral("MainWindow"));
+    m_panels->setObjectName(QStringLiteral("ControllerPanels"));
+    m_panels->setDocumentMode(true);
+    m_panels->setMinimumWidth(280);
+    m_splitter->addWidget(m_panels);
+    m_splitter->addWidget(m_display);
+    m_splitter->setStretchFactor(0, 0);
+    m_splitter->setStretchFactor(1, 1);
+    setCentralWidget(m_splitter);
+
+    m_logDock->setObjectName(QStringLiteral("LogDock"));
+    m_logDock->setWidget(m_log);
+    addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
+
+    statusBar()->addWidget(m_progress, 1);
+    resize(1200, 800);
+}
+
+MainWindow::~MainWindow() = default;
+
+Progress* MainWindow::progress() const {
+    return m_progress;
+}
+
+void MainWindow::addControllerPanel(QWidget* panel, const QString& title) {
+    if (!panel)
+        return;
+    // Long panels scroll; the scroll area follows the panel when it is deleted.
+    auto* scroll = new QScrollArea;
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidget(panel);
+    connect(panel, &QObject::destroyed, scroll, [scroll]() { scroll->deleteLater(); });
+    m_panels->setCurrentIndex(m_panels->addTab(scroll, title));
+}
+
+bool MainWindow::removeControllerPanel(QWidget* panel) {
+    for (int i = 0; i < m_panels->count(); ++i) {
+        auto* scroll = qobject_cast<QScrollArea*>(m_panels->widget(i));
+        if (scroll && scroll->widget() == panel) {
+            m_panels->removeTab(i);
+            scroll->takeWidget();
+            panel->setParent(nullptr);
+            scroll->deleteLater();
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace Kestrion

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QDockWidget;
+class QSplitter;
+class QTabWidget;
+
+namespace Kestrion {
+
+class DisplayWidgetMulti;
+class LogWidget;
+class Progress;
+class ProgressWidget;
+
+/// The desktop host's main window: controller panels in tabs on the left, the multi-view
+/// display in the middle, the log in a dock at the bottom and the progress of long tasks in
+/// the status bar. Plugins reach it through their controllers (StreamControllerBase::mainWindow)
+/// to report progress (progress()) and show views (displayWidget()). GUI thread only, except
+/// progress(), whose tasks may be updated from any thread.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    DisplayWidgetMulti* displayWidget() const { return m_display; }
+    /// Where algorithms report long work: a row with a progress bar and a Cancel button per task.
+    Progress* progress() const;
+    ProgressWidget* progressWidget() const { return m_progress; }
+    LogWidget* logWidget() const { return m_log; }
+    QDockWidget* logDock() const { return m_logDock; }
+
+    /// Shows a controller panel in a tab of its own, made current. The window becomes the
+    /// panel's Qt parent; whoever owns the panel (the host keeps controllers) deletes it, which
+    /// also removes the tab.
+    void addControllerPanel(QWidget* panel, const QString& title);
+    /// Takes a panel out of the window without deleting it; false when it is not shown.
+    bool removeControllerPanel(QWidget* panel);
+    QTabWidget* panelArea() const { return m_panels; }
+
+private:
+    DisplayWidgetMulti* m_display;
+    ProgressWidget* m_progress;
+    LogWidget* m_log;
+    QDockWidget* m_logDock;
+    QTabWidget* m_panels;
+    QSplitter* m_splitter;
+};
+
+} // namespace Kestrion

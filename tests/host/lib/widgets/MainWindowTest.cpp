@@ -1,0 +1,151 @@
+#include "host/lib/widgets/MainWindow.h"
+#include "host/core/Log.h"
+#include "host/lib/widgets/DisplayWidgetMulti.h"
+#include "host/lib/widgets/LogWidget.h"
+#include "host/lib/widgets/ProgressWidget.h"
+#include "host/lib/widgets/QueuedLogSink.h"
+#include "tests/host/lib/widgets/WaitFor.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/gui/GuiTestApplication.h"
+
+#include <QDockWidget>
+#include <QLabel>
+#include <QPointer>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTabWidget>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace Kestrion;
+using TestSupport::waitFor;
+
+namespace {
+
+class MainWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override { TestSupport::guiApplication(); }
+};
+
+TEST_F(MainWindowTest, ProgressRowsFollowWorkerTasksAndCancelThem) {
+    ProgressWidget widget;
+    EXPECT_TRUE(widget.isHidden());
+    std::atomic<int> stage{0};
+    std::atomic<bool> sawCancel{false};
+    std::thread worker([&]() {
+        ProgressTask task = widget.addTask(10, "Record geometry");
+        task.setProgress(3);
+        stage = 1;
+        while (stage.load() < 2)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ProgressTask busy = widget.addTask(0, "Waiting for the camera");
+        task.setProgress(7);
+        task.setDescription("Record geometry: 7 frames");
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!task.wasCanceled() && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        sawCancel = task.wasCanceled();
+    });
+
+    ASSERT_TRUE(waitFor([&]() {
+        return stage.load() == 1 && widget.rowCount() == 1 && widget.progressBar(0)->value() == 3;
+    }));
+    EXPECT_FALSE(widget.isHidden());
+    EXPECT_EQ(widget.descriptionLabel(0)->text(), "Record geometry");
+    EXPECT_EQ(widget.progressBar(0)->maximum(), 10);
+
+    stage = 2;
+    ASSERT_TRUE(waitFor([&]() { return widget.rowCount() == 2 && widget.progressBar(0)->value() == 7; }));
+    EXPECT_EQ(widget.descriptionLabel(0)->text(), "Record geometry: 7 frames");
+    EXPECT_EQ(widget.descriptionLabel(1)->text(), "Waiting for the camera");
+    EXPECT_EQ(widget.progressBar(1)->maximum(), 0); // busy bar
+
+    widget.cancelButton(0)->click();
+    worker.join();
+    EXPECT_TRUE(sawCancel.load());
+    ASSERT_TRUE(waitFor([&]() { return widget.rowCount() == 0; }));
+    EXPECT_TRUE(widget.isHidden());
+}
+
+TEST_F(MainWindowTest, TasksOutliveTheirDisplay) {
+    auto widget = std::make_unique<ProgressWidget>();
+    ProgressTask task = widget->addTask(5, "Optimize");
+    task.setProgress(1);
+    widget.reset(); // queued refreshes and later updates go nowhere
+    task.setProgress(2);
+    QCoreApplication::processEvents();
+    task.cancel();
+    EXPECT_TRUE(task.wasCanceled());
+}
+
+TEST_F(MainWindowTest, LogLinesFromAnyThreadReachTheLogWidget) {
+    TestSupport::LogCapture capture; // keeps the console quiet
+    LogWidget widget;
+    std::thread worker(
+        []() { KESTRION_LOG_WARN("AtracsysTrackingController", "AtracsysTracking: Instruments empty!"); });
+    worker.join();
+    Log::log(Log::Error, "", "Stream not available for initialization!", __FILE__, __LINE__);
+    ASSERT_TRUE(waitFor([&]() { return widget.lineCount() == 2; }));
+    const QString text = widget.text();
+    EXPECT_TRUE(text.contains("WARNING [AtracsysTrackingController] AtracsysTracking: Instruments empty!"))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains("ERROR Stream not available for initialization!")) << text.toStdString();
+    EXPECT_LT(text.indexOf("Instruments empty"), text.indexOf("Stream not available"));
+
+    widget.setMaximumLines(3);
+    for (int i = 0; i < 5; ++i)
+        Log::log(Log::Info, "Test", "line " + std::to_string(i), __FILE__, __LINE__);
+    widget.flush();
+    EXPECT_EQ(widget.lineCount(), 3);
+    EXPECT_TRUE(widget.text().endsWith("[Test] line 4"));
+    widget.clear();
+    EXPECT_EQ(widget.lineCount(), 0);
+}
+
+TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
+    QueuedLogSink sink(3);
+    for (int i = 0; i < 5; ++i) {
+        LogRecord record;
+        record.message = std::to_string(i);
+        sink.write(record);
+    }
+    QueuedLogSink::Batch batch = sink.take();
+    ASSERT_EQ(batch.records.size(), 3u);
+    EXPECT_EQ(batch.records.front().message, "2");
+    EXPECT_EQ(batch.dropped, 2u);
+    batch = sink.take();
+    EXPECT_TRUE(batch.records.empty());
+    EXPECT_EQ(batch.dropped, 0u);
+}
+
+TEST_F(MainWindowTest, HoldsDisplayProgressLogAndControllerPanels) {
+    MainWindow window;
+    ASSERT_NE(window.displayWidget(), nullptr);
+    EXPECT_EQ(window.progress(), static_cast<Progress*>(window.progressWidget()));
+    EXPECT_EQ(window.logDock()->widget(), window.logWidget());
+    EXPECT_NE(window.displayWidget()->addView2D(), nullptr);
+
+    auto* first = new QLabel("first panel");
+    QPointer<QLabel> second = new QLabel("second panel");
+    window.addControllerPanel(first, "First");
+    window.addControllerPanel(second, "Second");
+    EXPECT_EQ(window.panelArea()->count(), 2);
+    EXPECT_EQ(window.panelArea()->currentIndex(), 1);
+    EXPECT_EQ(window.panelArea()->tabText(0), "First");
+
+    delete first; // its owner deleted it: the tab goes too
+    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->count() == 1; }));
+    EXPECT_EQ(window.panelArea()->tabText(0), "Second");
+
+    EXPECT_TRUE(window.removeControllerPanel(second));
+    EXPECT_FALSE(window.removeControllerPanel(second));
+    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->count() == 0; }));
+    ASSERT_FALSE(second.isNull());
+    EXPECT_EQ(second->parent(), nullptr);
+    delete second.data();
+}
+
+} // namespace
