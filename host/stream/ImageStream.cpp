@@ -1,0 +1,7 @@
+#include "host/stream/ImageStream.h"
+
+namespace Kestrion {
+
+ImageStream::~ImageStream() = default;
+
+} // namespace Kestrion

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "host/stream/InstrumentModification.h"
+#include "host/stream/Stream.h"
+#include "host/stream/TrackingInstrument.h"
+
+#include <memory>
+#include <vector>
+
+namespace Kestrion {
+
+class TrackingStreamData;
+
+/// A stream of tracked instruments (a tracking camera). Its data items are TrackingStreamData,
+/// usually built with createTrackingStreamData() from the current instruments.
+class TrackingStream : public Stream {
+public:
+    using Stream::Stream;
+
+    /// A copy of the current instruments, in the stream's order; safe from any thread.
+    virtual std::vector<TrackingInstrument> instruments() const = 0;
+    /// Number of instruments, or of the active ones only.
+    virtual std::size_t numInstruments(bool onlyActive) const;
+
+    /// What changed in the instruments, emitted by emitSignals() on the calling thread.
+    Signal<InstrumentModifications> signalInstrumentsModified;
+    /// Emits signalInstrumentsModified when the flags are not empty.
+    void emitSignals(InstrumentModifications modifications);
+
+    /// A data item holding a snapshot of instruments(): its arrival timestamp is now (ms since the
+    /// epoch, UTC), its device timestamp the latest timestamp of the instruments (0 without any).
+    std::shared_ptr<TrackingStreamData> createTrackingStreamData() const;
+};
+
+} // namespace Kestrion

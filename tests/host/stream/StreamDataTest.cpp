@@ -1,0 +1,203 @@
+#include "host/core/Time.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/ImageStream.h"
+#include "host/stream/ImageStreamData.h"
+#include "host/stream/StreamGroup.h"
+#include "host/stream/TrackingInstrumentFiducialsData.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+using namespace Kestrion;
+
+namespace {
+
+// A tracking stream offering its camera images as substreams, the way a camera stream does.
+class CameraStream : public TrackingStream, public StreamGroup<CameraStream> {
+public:
+    CameraStream()
+        : TrackingStream("Camera") {}
+    ~CameraStream() override { close(); }
+
+    std::vector<TrackingInstrument> instruments() const override {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_instruments;
+    }
+    void setInstruments(std::vector<TrackingInstrument> instruments) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_instruments = std::move(instruments);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<TrackingInstrument> m_instruments;
+};
+
+TrackingInstrument instrument(const std::string& id, std::uint64_t timestamp, bool active) {
+    TrackingInstrument i(TrackerID(id, "Tool " + id, "M1"), active);
+    i.timestamp = timestamp;
+    i.quality = 0.5;
+    return i;
+}
+
+std::shared_ptr<SharedImage> smallImage() {
+    return std::make_shared<SharedImage>(
+        std::make_shared<ImageU8>(ImageDescriptor(PixelType::UInt8, 1, 2, 2)));
+}
+
+} // namespace
+
+TEST(TrackingStream, CreatesDataFromItsInstrumentsAndAnnouncesModifications) {
+    CameraStream camera;
+    camera.setInstruments(
+        {instrument("a", 1000, true), instrument("b", 1500, false), instrument("c", 1200, true)});
+    EXPECT_EQ(camera.numInstruments(false), 3u);
+    EXPECT_EQ(camera.numInstruments(true), 2u);
+
+    const auto before = Time::utcMilliseconds();
+    auto data = camera.createTrackingStreamData();
+    const auto after = Time::utcMilliseconds();
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->stream(), &camera);
+    EXPECT_EQ(data->deviceTimestamp(), 1500u); // the latest instrument measurement
+    EXPECT_GE(data->arrivalTimestamp(), before);
+    EXPECT_LE(data->arrivalTimestamp(), after);
+    EXPECT_EQ(data->instruments().size(), 3u);
+    EXPECT_EQ(data->numInstruments(true), 2u);
+    ASSERT_NE(data->instrument("b"), nullptr);
+    EXPECT_EQ(data->instrument("b")->id.name, "Tool b");
+    EXPECT_EQ(data->instrument("z"), nullptr);
+    camera.setInstruments({});
+    EXPECT_EQ(data->instruments().size(), 3u); // a snapshot
+    EXPECT_EQ(camera.createTrackingStreamData()->deviceTimestamp(), 0u);
+
+    std::vector<InstrumentModifications> announced;
+    camera.signalInstrumentsModified.connect([&](InstrumentModifications m) { announced.push_back(m); });
+    camera.emitSignals({});
+    camera.emitSignals(InstrumentModification::PoseChanged | InstrumentModification::InstrumentsChanged);
+    ASSERT_EQ(announced.size(), 1u); // empty flags are not announced
+    EXPECT_EQ(announced[0].toInt(), 5u);
+}
+
+TEST(TrackingStreamData, ComponentsAndFiducialQualities) {
+    TrackingStreamData data(nullptr, {});
+    EXPECT_EQ(data.component<TrackingInstrumentFiducialsData>(), nullptr);
+    data.addComponent(nullptr);
+    EXPECT_TRUE(data.components().empty());
+
+    auto fiducials = std::make_unique<TrackingInstrumentFiducialsData>();
+    EXPECT_TRUE(fiducials->hasQualities()); // no fiducial: every list is complete
+    fiducials->addFiducial({1, 2, 3}, 42u, 0u, 1.0, 0.2, 0.05, 30u, 28u);
+    fiducials->addFiducial({4, 5, 6}, 43u, TrackingInstrumentFiducialsData::NoInstrument, 0.5, 0.3, 0.1, 12u,
+                           11u);
+    EXPECT_EQ(fiducials->size(), 2u);
+    EXPECT_TRUE(fiducials->hasQualities());
+    EXPECT_EQ(fiducials->positions()[1], Eigen::Vector3d(4, 5, 6));
+    EXPECT_EQ(fiducials->instrumentIndices()[1], 0xFFFFFFFFu);
+    EXPECT_EQ(fiducials->rightPixelCounts()[0], 28u);
+
+    fiducials->positions().push_back({7, 8, 9}); // a fiducial without qualities
+    EXPECT_FALSE(fiducials->hasQualities());
+    fiducials->probabilities().push_back(1.0);
+    fiducials->epipolarErrors().push_back(0.1);
+    EXPECT_FALSE(fiducials->hasQualities()); // triangulation error still missing
+    fiducials->triangulationErrors().push_back(0.1);
+    EXPECT_TRUE(fiducials->hasQualities());
+    fiducials->probabilities().push_back(1.0); // more qualities than fiducials
+    EXPECT_FALSE(fiducials->hasQualities());
+
+    data.addComponent(std::move(fiducials));
+    const auto* found = data.component<TrackingInstrumentFiducialsData>();
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->size(), 3u);
+    EXPECT_EQ(data.components().size(), 1u);
+}
+
+TEST(CompoundStreamData, TakesTheMainItemsTimesAndFindsItemsByType) {
+    CameraStream camera;
+    ImageStream images("Images");
+    auto tracking = std::make_shared<TrackingStreamData>(&camera, std::vector<TrackingInstrument>{}, 100, 90);
+    auto left = std::make_shared<ImageStreamData>(&images, smallImage(), 101, 91);
+    auto inner = std::make_shared<CompoundStreamData>(left, std::vector<std::shared_ptr<const StreamData>>{});
+    auto compound =
+        std::make_shared<CompoundStreamData>(tracking, std::vector<std::shared_ptr<const StreamData>>{inner});
+    EXPECT_EQ(compound->stream(), &camera);
+    EXPECT_EQ(compound->arrivalTimestamp(), 100u);
+    EXPECT_EQ(compound->deviceTimestamp(), 90u);
+    EXPECT_EQ(left->imageStream(), &images);
+
+    std::shared_ptr<const StreamData> asData = compound;
+    EXPECT_EQ(findStreamData<TrackingStreamData>(asData), tracking);
+    EXPECT_EQ(findStreamData<ImageStreamData>(asData), left); // found in a nested compound
+    EXPECT_EQ(findStreamData<CompoundStreamData>(asData), compound);
+    EXPECT_EQ(findStreamData<ImageStreamData>(tracking), nullptr);
+    EXPECT_EQ(findStreamData<TrackingStreamData>(nullptr), nullptr);
+
+    CompoundStreamData empty(nullptr, {});
+    EXPECT_EQ(empty.stream(), nullptr);
+    EXPECT_EQ(empty.deviceTimestamp(), 0u);
+}
+
+TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
+    TestSupport::LogCapture capture;
+    CameraStream camera;
+    EXPECT_EQ(camera.proxyStream(), &camera);
+    auto right = std::make_shared<Substream<ImageStream>>(camera, 1, "Camera (right)");
+    auto left = std::make_shared<Substream<ImageStream>>(camera, 0, "Camera (left)");
+    EXPECT_TRUE(camera.addSubstream(right));
+    EXPECT_TRUE(camera.addSubstream(left));
+    EXPECT_FALSE(camera.addSubstream(std::make_shared<Substream<ImageStream>>(camera, 1, "Duplicate")));
+    EXPECT_TRUE(
+        capture->contains(Log::Error, "StreamGroup", "addSubstream: substream index 1 already exists"))
+        << capture->dump();
+    CameraStream other;
+    EXPECT_FALSE(camera.addSubstream(std::make_shared<Substream<ImageStream>>(other, 2, "Foreign")));
+    EXPECT_TRUE(capture->contains(Log::Error, "StreamGroup",
+                                  "addSubstream: substream 'Foreign' belongs to another stream"));
+    EXPECT_FALSE(camera.addSubstream(nullptr));
+
+    ASSERT_EQ(camera.numSubstreams(), 2u);
+    EXPECT_EQ(camera.children(), (std::vector<Stream*>{left.get(), right.get()})); // by index
+    EXPECT_EQ(camera.substreams()[1]->substreamIndex(), 1);
+    EXPECT_EQ(camera.substream("Camera (right)"), right);
+    EXPECT_EQ(camera.substream(5), nullptr);
+    EXPECT_EQ(&left->mainStream(), &camera);
+
+    std::vector<std::shared_ptr<const StreamData>> onMain, onLeft, onRight;
+    camera.signalStreamData.connect([&](std::shared_ptr<const StreamData> d) { onMain.push_back(d); });
+    left->signalStreamData.connect([&](std::shared_ptr<const StreamData> d) { onLeft.push_back(d); });
+    right->signalStreamData.connect([&](std::shared_ptr<const StreamData> d) { onRight.push_back(d); });
+
+    auto leftImage = std::make_shared<ImageStreamData>(left.get(), smallImage());
+    auto rightImage = std::make_shared<ImageStreamData>(right.get(), smallImage());
+    ImageStream unrelated("Unrelated");
+    auto stray = std::make_shared<ImageStreamData>(&unrelated, smallImage());
+    auto compound = std::make_shared<CompoundStreamData>(
+        camera.createTrackingStreamData(),
+        std::vector<std::shared_ptr<const StreamData>>{rightImage, stray, leftImage});
+    camera.emitMainAndSubSignals(compound, true);
+    ASSERT_EQ(onMain.size(), 1u);
+    EXPECT_EQ(onMain[0], compound);
+    EXPECT_EQ(onLeft, (std::vector<std::shared_ptr<const StreamData>>{leftImage}));
+    EXPECT_EQ(onRight, (std::vector<std::shared_ptr<const StreamData>>{rightImage}));
+
+    camera.emitMainAndSubSignals(compound, false); // the main stream only
+    EXPECT_EQ(onMain.size(), 2u);
+    EXPECT_EQ(onLeft.size(), 1u);
+
+    // A removed substream gets nothing more and dies with its last owner.
+    std::weak_ptr<Substream<ImageStream>> weakRight = right;
+    right.reset();
+    EXPECT_TRUE(camera.removeSubstream(1));
+    EXPECT_FALSE(camera.removeSubstream(1));
+    EXPECT_TRUE(weakRight.expired());
+    camera.emitMainAndSubSignals(compound, true);
+    EXPECT_EQ(onLeft.size(), 2u);
+    camera.removeAllSubstreams();
+    EXPECT_EQ(camera.numSubstreams(), 0u);
+    EXPECT_TRUE(camera.children().empty());
+}
