@@ -1,0 +1,7 @@
+#include "atracsys/stream/AtracsysInstruments.h"
+
+namespace Kestrion {
+
+template class ThreadSafeInstruments<SpryTrack::AtracsysGeometry>;
+
+} // namespace Kestrion

@@ -1,0 +1,134 @@
+#include "atracsys/stream/AtracsysFiducialSelection.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+using Kestrion::SpryTrack::AtracsysFiducialSelection;
+
+namespace {
+
+constexpr std::uint32_t none = AtracsysFiducialSelection::invalidIndex;
+
+/// A frame record built by hand: fiducials and markers in plain vectors.
+struct HandFrame {
+    std::vector<ftk3DFiducial> fiducials;
+    std::vector<ftkMarker> markers;
+    ftkFrameQuery query{};
+
+    void addFiducial(float x, float y, float z) {
+        ftk3DFiducial f{};
+        f.positionMM = ftk3DPoint{x, y, z};
+        fiducials.push_back(f);
+    }
+    void addMarker(std::uint32_t geometryId, std::vector<std::uint32_t> correspondences, float x, float y,
+                   float z) {
+        ftkMarker m{};
+        m.geometryId = geometryId;
+        for (std::uint32_t k = 0; k < FTK_MAX_FIDUCIALS; ++k)
+            m.fiducialCorresp[k] = k < correspondences.size() ? correspondences[k] : INVALID_ID;
+        m.translationMM[0] = x;
+        m.translationMM[1] = y;
+        m.translationMM[2] = z;
+        markers.push_back(m);
+    }
+    const ftkFrameQuery& frame() {
+        query.threeDFiducials = fiducials.data();
+        query.threeDFiducialsCount = static_cast<std::uint32_t>(fiducials.size());
+        query.markers = markers.data();
+        query.markersCount = static_cast<std::uint32_t>(markers.size());
+        return query;
+    }
+};
+
+} // namespace
+
+TEST(FiducialSelection, OwnedFiducialsFollowMarkerOrderAndLaterMarkersOwnSharedFiducials) {
+    HandFrame h;
+    for (int i = 0; i < 6; ++i)
+        h.addFiducial(static_cast<float>(i), 0, 500);
+    h.addMarker(1004, {3, 1, 5}, 0, 0, 500);
+    h.addMarker(1002, {0, 5}, 0, 0, 500);
+    AtracsysFiducialSelection s(256, 16);
+
+    s.assignOwners(h.frame(), true);
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{3, 1, 5, 0, 5}));
+    EXPECT_EQ(s.owner(3), 1004u);
+    EXPECT_EQ(s.owner(5), 1002u); // claimed by both, the later marker wins
+    EXPECT_EQ(s.ownerMarker(5), 1u);
+    EXPECT_EQ(s.owner(2), none);
+    EXPECT_EQ(s.ownerMarker(4), none);
+
+    // Owners are assigned in every mode, selection only with selectOwned.
+    s.assignOwners(h.frame(), false);
+    EXPECT_TRUE(s.selected().empty());
+    EXPECT_EQ(s.owner(1), 1004u);
+
+    s.selectAll(h.frame());
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{0, 1, 2, 3, 4, 5}));
+}
+
+TEST(FiducialSelection, VicinityIncludesTheExactDistanceAndNeedsAMarker) {
+    HandFrame h;
+    h.addFiducial(3, 4, 100);    // 5 mm from the first marker: exactly the limit
+    h.addFiducial(3, 4, 100.5f); // just beyond
+    h.addFiducial(0, 0, 100);    // at the first marker
+    h.addFiducial(200, 0, 100);  // at the second marker
+    h.addFiducial(50, 50, 50);   // near nothing
+    h.addMarker(7, {2}, 0, 0, 100);
+    h.addMarker(8, {}, 200, 0, 100);
+    AtracsysFiducialSelection s(256, 16);
+
+    s.assignOwners(h.frame(), false);
+    s.selectNearMarkers(h.frame(), 5.0);
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{0, 2, 3}));
+
+    s.assignOwners(h.frame(), false);
+    s.selectNearMarkers(h.frame(), std::nextafter(5.0, 0.0));
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{2, 3}));
+
+    // A fiducial near two markers is selected once.
+    s.assignOwners(h.frame(), false);
+    s.selectNearMarkers(h.frame(), 1000.0);
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{0, 1, 2, 3, 4}));
+
+    h.markers.clear();
+    s.assignOwners(h.frame(), false);
+    s.selectNearMarkers(h.frame(), 1000.0);
+    EXPECT_TRUE(s.selected().empty());
+}
+
+TEST(FiducialSelection, OwnerNamesStayInsideTheFrame) {
+    HandFrame h;
+    for (int i = 0; i < 4; ++i)
+        h.addFiducial(0, 0, static_cast<float>(500 + i));
+    h.addMarker(1, {0}, 0, 0, 0);    // id 1 is a valid marker position: names marker 1
+    h.addMarker(1200, {1}, 0, 0, 0); // id 1200 is not: names itself
+    h.addMarker(0, {2}, 0, 0, 0);    // id 0: names marker 0
+    AtracsysFiducialSelection s(256, 16);
+    s.assignOwners(h.frame(), true);
+
+    EXPECT_EQ(s.ownerNameId(h.frame(), 0), 1200u);
+    EXPECT_EQ(s.ownerNameId(h.frame(), 1), 1200u);
+    EXPECT_EQ(s.ownerNameId(h.frame(), 2), 1u);
+    EXPECT_EQ(s.ownerNameId(h.frame(), 3), none);
+}
+
+TEST(FiducialSelection, CorrespondencesBeyondTheFrameAreIgnored) {
+    HandFrame h;
+    h.addFiducial(0, 0, 500);
+    h.addFiducial(10, 0, 500);
+    h.addMarker(1000, {1, 2, 300, INVALID_ID, 0}, 0, 0, 500);
+    AtracsysFiducialSelection s(256, 16);
+    s.assignOwners(h.frame(), true);
+    EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{1, 0}));
+    EXPECT_EQ(s.owner(0), 1000u);
+
+    // A frame without fiducial storage selects nothing.
+    HandFrame empty;
+    empty.addMarker(1000, {0, 1, 2}, 0, 0, 500);
+    s.assignOwners(empty.frame(), true);
+    s.selectAll(empty.frame());
+    EXPECT_TRUE(s.selected().empty());
+}

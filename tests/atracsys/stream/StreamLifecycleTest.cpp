@@ -1,0 +1,265 @@
+// Opening, starting, stopping and closing the stream on the simulated camera, and the geometry
+// operations while it is open.
+
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "host/stream/ImageStream.h"
+#include "host/stream/SubstreamBase.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+using Kestrion::SpryTrack::AtracsysTrackingStream;
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingStream";
+constexpr std::uint64_t TrackingSerial = 0x53544b3138307701ull;
+
+std::map<std::string, bool> onDevice(AtracsysTrackingStream& stream) {
+    std::map<std::string, bool> flags;
+    for (const auto& [id, geometry] : stream.registry().specialObjects())
+        flags[id] = geometry->isOnDevice();
+    return flags;
+}
+
+void inject(std::uint64_t serial, const std::string& fault) {
+    ASSERT_TRUE(ftkSimInjectFault(serial, fault.c_str())) << fault;
+}
+
+} // namespace
+
+TEST(TrackingStreamLifecycle, OpenStartStopCloseAndOpenAgain) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const std::size_t librariesBefore = ftkSimLiveLibraries();
+    const std::size_t framesBefore = ftkSimLiveFrames();
+    ProbedStream stream;
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+
+    ASSERT_TRUE(stream.open());
+    EXPECT_TRUE(stream.isInitialized());
+    EXPECT_EQ(stream.serialNumber(), TrackingSerial);
+    EXPECT_TRUE(capture->contains(Log::Info, "", "AtracsysTracking: Detected sTk 180, SN 0x53544b3138307701"))
+        << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Onboard processing disabled."));
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Disabled sending images on the SpryTrack."));
+    EXPECT_EQ(stream.intOption(6000), std::optional<int>(1));
+    EXPECT_EQ(stream.intOption(6003), std::optional<int>(0));
+    EXPECT_EQ(stream.floatOption("Distance matching tolerance"), std::optional<float>(1.0f));
+    EXPECT_EQ(stream.numSubstreams(), 0u);
+    EXPECT_EQ(ftkSimLiveLibraries(), librariesBefore + 1);
+    EXPECT_EQ(ftkSimLiveFrames(), framesBefore + 1);
+    // Opening does not push geometries: starting does.
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+
+    ASSERT_TRUE(stream.start());
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    ASSERT_TRUE(waitUntil([&] {
+        auto tracking = trackingOf(recorder.lastData());
+        return tracking && tracking->instrument("atracsys-1000")->quality > 0.9 &&
+               tracking->instrument("atracsys-1001")->quality > 0.9;
+    })) << "both markers are tracked once the stream runs";
+    ASSERT_TRUE(stream.stop());
+    EXPECT_TRUE(stream.isInitialized());
+    ASSERT_TRUE(stream.close());
+    EXPECT_FALSE(stream.isInitialized());
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+    EXPECT_EQ(ftkSimLiveLibraries(), librariesBefore);
+    EXPECT_EQ(ftkSimLiveFrames(), framesBefore);
+
+    // A new connection gets the geometries again at its start.
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.start());
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    const std::size_t seen = recorder.dataCount();
+    ASSERT_TRUE(waitUntil([&] {
+        auto tracking = trackingOf(recorder.lastData());
+        return recorder.dataCount() > seen && tracking->instrument("atracsys-1000")->quality > 0.9;
+    }));
+    ASSERT_TRUE(stream.close()) << "closing a running stream stops it first";
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    EXPECT_EQ(ftkSimLiveLibraries(), librariesBefore);
+    EXPECT_EQ(ftkSimLiveFrames(), framesBefore);
+    EXPECT_EQ(capture->countContaining("AtracsysTrackingStream: "), 0u) << capture->dump();
+}
+
+TEST(TrackingStreamLifecycle, OpenWritesTheChosenOptions) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    Properties settings;
+    settings.setParam("Distance matching tolerance", 3.5f);
+    stream.configure(&settings);
+    stream.setQueryImages(true);
+    ASSERT_TRUE(stream.open());
+    EXPECT_EQ(stream.floatOption("Distance matching tolerance"), std::optional<float>(3.5f));
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Enabled sending images on the SpryTrack."));
+    EXPECT_EQ(stream.intOption(6003), std::optional<int>(1));
+    ASSERT_EQ(stream.numSubstreams(), 2u);
+    EXPECT_EQ(stream.substream(0)->stream().name(), "Camera (left)");
+    EXPECT_EQ(stream.substream(1)->stream().name(), "Camera (right)");
+    EXPECT_TRUE(dynamic_cast<ImageStream*>(&stream.substream(1)->stream()));
+    ASSERT_TRUE(stream.close());
+
+    // Without images the substreams go at the next open; refused options are reported.
+    stream.setQueryImages(false);
+    inject(TrackingSerial, R"({"kind": "optionRefusal", "option": 6000, "code": "FTK_ERR_INV_OPT_VAL"})");
+    inject(TrackingSerial, R"({"kind": "optionRefusal", "option": 6003, "code": "FTK_ERR_INV_OPT_VAL"})");
+    ASSERT_TRUE(stream.open()) << "refused options do not stop the open";
+    EXPECT_EQ(stream.numSubstreams(), 0u);
+    EXPECT_TRUE(capture->contains(Log::Error, Category, "Onboard processing could not be disabled."));
+    EXPECT_TRUE(capture->contains(Log::Error, Category, "Could not disable images on the SpryTrack."));
+    ASSERT_TRUE(stream.close());
+    stream.setQueryImages(true);
+    ASSERT_TRUE(stream.open());
+    EXPECT_TRUE(capture->contains(Log::Error, Category, "Could not enable images on the SpryTrack."));
+    ASSERT_TRUE(stream.close());
+    ftkSimClearFaults(TrackingSerial);
+}
+
+TEST(TrackingStreamLifecycle, OnlySpryTrackModelsGetTheirFixedOptions) {
+    SceneGuard scene("fusiontrack.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    ASSERT_TRUE(stream.open());
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "", "AtracsysTracking: Detected fTk 500, SN 0x4654356b30307704"));
+    EXPECT_EQ(capture->countContaining("Onboard processing"), 0u);
+    EXPECT_EQ(capture->countContaining("on the SpryTrack"), 0u);
+    ASSERT_TRUE(stream.start());
+    Recorder recorder(stream);
+    ASSERT_TRUE(waitUntil([&] {
+        auto tracking = trackingOf(recorder.lastData());
+        return tracking && tracking->instrument("atracsys-1000")->quality > 0.9;
+    }));
+    ASSERT_TRUE(stream.close());
+}
+
+TEST(TrackingStreamLifecycle, FailedOpensLeaveNothingBehind) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const std::size_t librariesBefore = ftkSimLiveLibraries();
+    const std::size_t framesBefore = ftkSimLiveFrames();
+    ProbedStream stream;
+    inject(TrackingSerial, R"({"kind": "noDevice"})");
+    EXPECT_FALSE(stream.open());
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    EXPECT_FALSE(stream.isInitialized());
+    EXPECT_TRUE(capture->contains(Log::Error, "", "AtracsysTracking: No SpryTrack device connected"));
+    EXPECT_EQ(ftkSimLiveLibraries(), librariesBefore);
+    EXPECT_EQ(ftkSimLiveFrames(), framesBefore);
+    EXPECT_EQ(stream.start(), false) << "a closed stream does not start";
+
+    ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+    ASSERT_TRUE(stream.open()) << "the camera is back";
+    ASSERT_TRUE(stream.close());
+}
+
+TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    std::vector<InstrumentModifications> signalled;
+    auto connection = stream.signalInstrumentsModified.connect(
+        [&signalled](InstrumentModifications m) { signalled.push_back(m); });
+    ASSERT_TRUE(stream.open());
+
+    // Added while open: on the device at once.
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    EXPECT_EQ(onDevice(stream), (std::map<std::string, bool>{{"atracsys-1000", true}}));
+    ASSERT_EQ(signalled.size(), 1u);
+    EXPECT_EQ(signalled[0], InstrumentModifications(InstrumentModification::InstrumentsChanged));
+
+    // Refused by the device: created, reported, and pushed again (and refused again) at start.
+    inject(TrackingSerial, R"({"kind": "geometryRefusal", "geometryId": 1001, "code": "FTK_ERR_GEOM_PTS"})");
+    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+    const std::string refused =
+        "Cannot set geometry loaded from " + dataFile("geometry1001.ini") + " to tracking system";
+    EXPECT_EQ(capture->count(Log::Error, Category, refused), 1u) << capture->dump();
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", false}}));
+    ASSERT_TRUE(stream.start());
+    EXPECT_EQ(capture->count(Log::Error, Category, refused), 2u);
+    ASSERT_TRUE(stream.stop());
+    ftkSimClearFaults(TrackingSerial);
+    ASSERT_TRUE(stream.start());
+    EXPECT_EQ(onDevice(stream),
+              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    ASSERT_TRUE(stream.stop());
+
+    // Removing: a clear the device refuses keeps the instrument; an accepted one removes it.
+    inject(TrackingSerial, R"({"kind": "geometryRefusal", "operation": "clear", "code": "FTK_WAR_GEOM_ID"})");
+    signalled.clear();
+    EXPECT_FALSE(stream.removeGeometry("atracsys-1001"));
+    EXPECT_TRUE(capture->contains(
+        Log::Warning, Category,
+        "AtracsysTracking: Cannot remove geometry with id atracsys-1001 from tracking system"));
+    EXPECT_TRUE(stream.registry().find("atracsys-1001"));
+    EXPECT_TRUE(signalled.empty());
+    ftkSimClearFaults(TrackingSerial);
+    EXPECT_TRUE(stream.removeGeometry("atracsys-1001"));
+    EXPECT_FALSE(stream.registry().find("atracsys-1001"));
+    ASSERT_EQ(signalled.size(), 1u);
+    EXPECT_EQ(signalled[0], InstrumentModifications(InstrumentModification::InstrumentsChanged));
+    // Gone from the device too: clearing it again is refused by the device.
+    EXPECT_FALSE(stream.removeGeometry("atracsys-1001"));
+
+    EXPECT_EQ(stream.geometryCoordinates("atracsys-1000"),
+              (std::vector<Eigen::Vector3d>{{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}}));
+    connection.disconnect();
+    ASSERT_TRUE(stream.close());
+}
+
+TEST(TrackingStreamLifecycle, IntegrationTimeIsLiveWhileOpenAndCachedWhileClosed) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    EXPECT_EQ(stream.imageIntegrationTime(), -1) << "no device to ask";
+    stream.setImageIntegrationTime(300); // refused without device: not cached
+    Properties written;
+    stream.configuration(&written);
+    EXPECT_FALSE(written.hasParam("imageIntegrationTime"));
+
+    Properties settings;
+    settings.setParam("imageIntegrationTime", 450);
+    stream.configure(&settings); // cached, applied at start
+    ASSERT_TRUE(stream.open());
+    EXPECT_EQ(stream.imageIntegrationTime(), 200) << "the device's own value until the start";
+    ASSERT_TRUE(stream.start());
+    EXPECT_EQ(stream.imageIntegrationTime(), 450);
+    ASSERT_TRUE(stream.stop());
+
+    stream.setImageIntegrationTime(600);
+    EXPECT_EQ(stream.imageIntegrationTime(), 600);
+    settings.setParam("imageIntegrationTime", 700);
+    stream.configure(&settings); // applied at once while open
+    EXPECT_EQ(stream.imageIntegrationTime(), 700);
+    // Below the device's minimum: the device clamps it and answers with a warning, so the
+    // stream does not take the value as accepted.
+    stream.setImageIntegrationTime(20);
+    EXPECT_EQ(stream.imageIntegrationTime(), 50);
+
+    Properties live;
+    stream.configuration(&live);
+    EXPECT_EQ(live.param("imageIntegrationTime", 0), 50) << "while open, the device's value";
+    EXPECT_EQ(live.param("connect", false), true);
+    ASSERT_TRUE(stream.close());
+    Properties closed;
+    stream.configuration(&closed);
+    EXPECT_EQ(closed.param("imageIntegrationTime", 0), 700) << "while closed, the last accepted value";
+    EXPECT_EQ(closed.param("connect", true), false);
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+// Helpers of the tracking stream's tests: scenes of the simulated camera, a stream whose
+// acquisition round the test can run itself, and recorders of what the stream emits.
+
+#include "atracsys/stream/AtracsysDeviceContext.h"
+#include "atracsys/stream/AtracsysTrackingStream.h"
+
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/TrackingInstrumentFiducialsData.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include "simulator/control/ftkSimulator.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Kestrion::TrackingStreamTest {
+
+/// A file of tests/data/trackingstream.
+std::string dataFile(const std::string& name);
+
+/// Loads a scene file of tests/data/trackingstream with the stepped clock; restores the default
+/// scene and the free-running clock when it goes.
+class SceneGuard {
+public:
+    explicit SceneGuard(const std::string& sceneFile);
+    ~SceneGuard();
+    SceneGuard(const SceneGuard&) = delete;
+    SceneGuard& operator=(const SceneGuard&) = delete;
+};
+
+/// The tracking stream with its acquisition round callable from the test, which then plays the
+/// worker thread (the stream is opened but not started) and steps frame by frame.
+class ProbedStream : public SpryTrack::AtracsysTrackingStream {
+public:
+    explicit ProbedStream(const std::string& name = "Atracsys Tracking Stream")
+        : AtracsysTrackingStream(name) {}
+
+    /// One acquisition round; returns how long until the next one.
+    std::chrono::milliseconds round();
+    /// The simulator's truth of the last frame the stream fetched (null when there is none).
+    std::unique_ptr<ftkSimFrameTruth> truth();
+    std::uint64_t serialNumber();
+    /// Current value of a float device option (read through the stream's connection).
+    std::optional<float> floatOption(const std::string& name);
+    /// Current value of an int device option, by id.
+    std::optional<int> intOption(std::uint32_t id);
+};
+
+/// Keeps every data item the stream emits, and every camera update (copied), from any thread.
+class Recorder {
+public:
+    explicit Recorder(SpryTrack::AtracsysTrackingStream& stream);
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    std::size_t dataCount() const;
+    std::size_t updateCount() const;
+    std::size_t modificationCount() const;
+    std::shared_ptr<const CompoundStreamData> lastData() const;
+    std::vector<std::shared_ptr<const CompoundStreamData>> allData() const;
+    /// Copy of the last camera update.
+    AtracsysUpdate lastUpdate() const;
+    /// Waits until at least `count` data items came (false after the timeout).
+    bool waitForData(std::size_t count, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
+
+private:
+    mutable std::mutex m_mutex; // items arrive on the stream's worker thread, the test reads them
+    mutable std::condition_variable m_changed;
+    std::vector<std::shared_ptr<const CompoundStreamData>> m_data;
+    std::size_t m_updates = 0;
+    std::size_t m_modifications = 0;
+    AtracsysUpdate m_lastUpdate;
+    std::vector<SignalConnection> m_connections;
+};
+
+/// The tracking part of a compound data item.
+std::shared_ptr<const TrackingStreamData> trackingOf(const std::shared_ptr<const CompoundStreamData>& data);
+/// Its fiducials component, or null.
+const TrackingInstrumentFiducialsData* fiducialsOf(const std::shared_ptr<const CompoundStreamData>& data);
+
+/// Waits until the condition holds (checked every 5 ms); false after the timeout.
+template <class Condition>
+bool waitUntil(Condition condition, std::chrono::seconds timeout = std::chrono::seconds(20)) {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+} // namespace Kestrion::TrackingStreamTest
