@@ -16,6 +16,11 @@ DisplayWidgetMulti::DisplayWidgetMulti(QWidget* parent)
     m_grid->setContentsMargins(0, 0, 0, 0);
     m_grid->setSpacing(2);
     setMinimumSize(160, 120);
+    // The display area reads as one dark surface, also while it holds no view.
+    QPalette dark = palette();
+    dark.setColor(QPalette::Window, QColor(40, 40, 40));
+    setPalette(dark);
+    setAutoFillBackground(true);
 }
 
 DisplayWidgetMulti::~DisplayWidgetMulti() = default;

@@ -54,7 +54,12 @@ void MainWindow::addControllerPanel(QWidget* panel, const QString& title) {
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidget(panel);
-    connect(panel, &QObject::destroyed, scroll, [scroll]() { scroll->deleteLater(); });
+    // The tab goes at once; the scroll area (the dying panel's grandparent) once control is
+    // back in the event loop.
+    connect(panel, &QObject::destroyed, scroll, [this, scroll]() {
+        m_panels->removeTab(m_panels->indexOf(scroll));
+        scroll->deleteLater();
+    });
     m_panels->setCurrentIndex(m_panels->addTab(scroll, title));
 }
 

@@ -1,0 +1,130 @@
+#include "host/apps/kestrion-gui/HostWindow.h"
+
+#include "host/apps/kestrion-gui/AlgorithmTree.h"
+#include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/core/Log.h"
+#include "host/lib/widgets/QtHelpers.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDockWidget>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QVBoxLayout>
+
+namespace Kestrion::Gui {
+
+namespace {
+const char* const Category = "kestrion-gui";
+const char* const WorkspaceFilter = "Workspaces (*.kws);;All files (*)";
+} // namespace
+
+HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
+    : MainWindow(parent)
+    , m_registry(registry)
+    , m_session(std::make_unique<GuiSession>(*this, registry))
+    , m_tree(new AlgorithmTree)
+    , m_treeDock(new QDockWidget(tr("Algorithms"), this)) {
+    auto* treePanel = new QWidget;
+    auto* layout = new QVBoxLayout(treePanel);
+    layout->setContentsMargins(2, 2, 2, 2);
+    layout->addWidget(m_tree);
+    auto* create = new QPushButton(tr("Create"), treePanel);
+    create->setObjectName(QStringLiteral("CreateAlgorithm"));
+    layout->addWidget(create);
+    m_treeDock->setObjectName(QStringLiteral("AlgorithmDock"));
+    m_treeDock->setWidget(treePanel);
+    addDockWidget(Qt::LeftDockWidgetArea, m_treeDock);
+    connect(create, &QPushButton::clicked, this, &HostWindow::createSelectedAlgorithm);
+    connect(m_tree, &AlgorithmTree::algorithmActivated, this,
+            [this](const QString& identifier) { m_session->createAlgorithm(identifier.toStdString()); });
+
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&New Workspace"), this, &HostWindow::newWorkspace, QKeySequence::New);
+    file->addAction(tr("&Open Workspace..."), this, &HostWindow::openWorkspaceDialog, QKeySequence::Open);
+    file->addAction(tr("&Save Workspace"), this, &HostWindow::saveWorkspaceToCurrentFile, QKeySequence::Save);
+    file->addAction(tr("Save Workspace &As..."), this, &HostWindow::saveWorkspaceDialog,
+                    QKeySequence::SaveAs);
+    file->addSeparator();
+    file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    view->addAction(m_treeDock->toggleViewAction());
+    view->addAction(logDock()->toggleViewAction());
+
+    refreshAlgorithms();
+    updateTitle();
+}
+
+HostWindow::~HostWindow() {
+    m_session.reset();
+}
+
+void HostWindow::refreshAlgorithms() {
+    m_tree->populate(m_registry);
+}
+
+void HostWindow::createSelectedAlgorithm() {
+    const std::string identifier = m_tree->selectedAlgorithm();
+    if (!identifier.empty())
+        m_session->createAlgorithm(identifier);
+}
+
+void HostWindow::newWorkspace() {
+    m_session->closeAll();
+    m_workspaceFile.clear();
+    updateTitle();
+}
+
+bool HostWindow::openWorkspace(const std::string& file) {
+    const Workspace::LoadReport report = m_session->openWorkspace(file);
+    m_workspaceFile = report.read ? file : std::string();
+    updateTitle();
+    statusBar()->showMessage(
+        report.ok() ? tr("Opened %1").arg(QString::fromStdString(file))
+                    : tr("Opened %1 with problems (see the log)").arg(QString::fromStdString(file)),
+        5000);
+    return report.ok();
+}
+
+bool HostWindow::saveWorkspace(const std::string& file) {
+    if (!m_session->saveWorkspace(file))
+        return false;
+    m_workspaceFile = file;
+    KESTRION_LOG_INFO(Category, "Workspace saved to " << file);
+    updateTitle();
+    return true;
+}
+
+void HostWindow::openWorkspaceDialog() {
+    const std::string file = QtHelpers::getOpenFilename("Open workspace", WorkspaceFilter, "Workspace");
+    if (!file.empty())
+        openWorkspace(file);
+}
+
+void HostWindow::saveWorkspaceToCurrentFile() {
+    if (m_workspaceFile.empty())
+        saveWorkspaceDialog();
+    else
+        saveWorkspace(m_workspaceFile);
+}
+
+void HostWindow::saveWorkspaceDialog() {
+    const std::string file = QtHelpers::getSaveFilename("Save workspace", "kws", "workspace");
+    if (!file.empty())
+        saveWorkspace(file);
+}
+
+void HostWindow::closeEvent(QCloseEvent* event) {
+    // Streams stop and panels go while the window and its display still exist.
+    m_session->closeAll();
+    event->accept();
+}
+
+void HostWindow::updateTitle() {
+    setWindowTitle(m_workspaceFile.empty()
+                       ? tr("Kestrion")
+                       : tr("Kestrion - %1").arg(QString::fromStdString(m_workspaceFile)));
+}
+
+} // namespace Kestrion::Gui

@@ -1,0 +1,224 @@
+#include "host/apps/kestrion-gui/HostWindow.h"
+#include "host/apps/kestrion-gui/AlgorithmTree.h"
+#include "host/apps/kestrion-gui/GuiOptions.h"
+#include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/core/Algorithm.h"
+#include "host/core/Parameter.h"
+#include "host/core/PropertiesXml.h"
+#include "host/lib/AlgorithmControllerFactory.h"
+#include "host/lib/AlgorithmFactory.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/lib/PluginLoader.h"
+#include "host/lib/widgets/AlgorithmControllerWidget.h"
+#include "host/lib/widgets/DisplayWidgetMulti.h"
+#include "host/lib/widgets/PropertiesController.h"
+#include "host/lib/widgets/QtHelpers.h"
+#include "host/licensing/LicenseService.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/gui/GuiTestApplication.h"
+
+#include <QTabWidget>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace Kestrion;
+using namespace Kestrion::Gui;
+
+namespace {
+
+const std::string PluginDir = KESTRION_TEST_PLUGIN_DIR;
+
+class HostWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TestSupport::guiApplication();
+        ::unsetenv("KESTRION_LICENSE");
+        LicenseService::instance().reload();
+        ASSERT_TRUE(m_dir.isValid());
+    }
+    std::string path(const std::string& name) const {
+        return m_dir.filePath(QString::fromStdString(name)).toStdString();
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+TEST_F(HostWindowTest, ListsThePluginsAlgorithmsByGuiPathAndCreatesThemWithPanels) {
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    loader.load({PluginDir});
+    HostWindow window(FactoryRegistry::instance());
+
+    AlgorithmTree& tree = *window.algorithmTree();
+    EXPECT_EQ(tree.algorithmCount(), 2);
+    QTreeWidgetItem* leaf = tree.findAlgorithm("TestBase.Recorder");
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(leaf->text(0), "Recorder");
+    ASSERT_NE(leaf->parent(), nullptr);
+    EXPECT_EQ(leaf->parent()->text(0), "TestBase");
+    ASSERT_NE(leaf->parent()->parent(), nullptr);
+    EXPECT_EQ(leaf->parent()->parent()->text(0), "Test");
+    EXPECT_EQ(tree.topLevelItemCount(), 1); // both plugins share the "Test" folder
+
+    // Activating the leaf creates and computes the algorithm and shows a panel for it.
+    emit tree.itemActivated(leaf, 0);
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "TestPlugin", "TestBase.Recorder computed: label=default value=0"))
+        << capture->dump();
+    ASSERT_EQ(window.session().workspace().algorithms().size(), 1u);
+    const Algorithm* algorithm = window.session().workspace().algorithms()[0].algorithm.get();
+    // The plugin's controller is not a panel: it is initialised, and the host's properties panel shows.
+    AlgorithmController* controller = window.session().controller(algorithm);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_TRUE(controller->isInitialized());
+    ASSERT_EQ(window.session().panels().size(), 1u);
+    EXPECT_NE(qobject_cast<PropertiesController*>(window.session().panels()[0]), nullptr);
+    EXPECT_EQ(window.panelArea()->count(), 1);
+    EXPECT_EQ(window.panelArea()->tabText(0), "Recorder");
+
+    tree.setCurrentItem(tree.findAlgorithm("TestDependent.Recorder"));
+    window.createSelectedAlgorithm();
+    EXPECT_EQ(window.panelArea()->count(), 2);
+    tree.clearSelection();
+    window.createSelectedAlgorithm();
+    EXPECT_EQ(window.panelArea()->count(), 2);
+
+    EXPECT_EQ(window.session().createAlgorithm("Nobody.Offers"), nullptr);
+    EXPECT_TRUE(capture->contains(Log::Error, "kestrion-gui", "Cannot create algorithm \"Nobody.Offers\""));
+}
+
+TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
+    TestSupport::LogCapture capture;
+    PluginLoader loader;
+    loader.load({PluginDir});
+    HostWindow window(FactoryRegistry::instance());
+    {
+        std::ofstream file(path("old.kws"));
+        file << "<properties name=\"Workspace\">\n"
+                "  <properties name=\"Algorithms\">\n"
+                "    <properties name=\"TestOld.Recorder\"><param name=\"label\" "
+                "type=\"string\">kept</param></properties>\n"
+                "    <properties name=\"Nobody.Offers\"><param name=\"x\" "
+                "type=\"int\">3</param></properties>\n"
+                "  </properties>\n"
+                "</properties>\n";
+    }
+    std::string answer = path("old.kws");
+    std::vector<QtHelpers::FileDialogRequest> requests;
+    QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest& request) {
+        requests.push_back(request);
+        return answer;
+    });
+
+    window.openWorkspaceDialog();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].caption, "Open workspace");
+    EXPECT_EQ(window.workspaceFile(), path("old.kws"));
+    EXPECT_TRUE(capture->contains(Log::Info, "TestPlugin", "TestBase.Recorder computed: label=kept value=0"))
+        << capture->dump();
+    EXPECT_EQ(window.panelArea()->count(), 1); // the unknown algorithm has no panel
+    EXPECT_EQ(window.session().workspace().algorithms().size(), 2u);
+
+    // Save goes to the opened file; Save As asks for another.
+    answer = path("copy");
+    window.saveWorkspaceDialog();
+    EXPECT_EQ(requests.back().kind, QtHelpers::FileDialogRequest::Kind::Save);
+    EXPECT_EQ(window.workspaceFile(), path("copy.kws"));
+    std::optional<Properties> saved = PropertiesXml::readFile(path("copy.kws"));
+    ASSERT_TRUE(saved);
+    const Properties* algorithms = saved->subProperty("Algorithms");
+    ASSERT_NE(algorithms, nullptr);
+    ASSERT_NE(algorithms->subProperty("TestBase.Recorder"), nullptr);
+    EXPECT_EQ(algorithms->subProperty("TestBase.Recorder")->param("label", std::string()), "kept");
+    ASSERT_NE(algorithms->subProperty("Nobody.Offers"), nullptr); // nothing of the file is lost
+    EXPECT_EQ(algorithms->subProperty("Nobody.Offers")->param("x", 0), 3);
+
+    window.newWorkspace();
+    EXPECT_EQ(window.panelArea()->count(), 0);
+    EXPECT_TRUE(window.workspaceFile().empty());
+    EXPECT_TRUE(window.openWorkspace(path("copy.kws")) == false); // the unknown algorithm is still a problem
+    EXPECT_EQ(window.panelArea()->count(), 1);
+
+    answer.clear(); // a cancelled dialog changes nothing
+    window.openWorkspaceDialog();
+    EXPECT_EQ(window.panelArea()->count(), 1);
+    EXPECT_FALSE(window.openWorkspace(path("missing.kws")));
+    EXPECT_EQ(window.panelArea()->count(), 0);
+}
+
+/// A panel controller registered by the host itself (owner "test"): it records what it was
+/// given before init() and in which order things end.
+std::vector<std::string> g_events;
+
+class ProbeAlgorithm : public Algorithm {
+public:
+    ~ProbeAlgorithm() override { g_events.push_back("algorithm destroyed"); }
+    void compute() override { g_events.push_back("computed"); }
+};
+
+class ProbePanel : public AlgorithmControllerWidget {
+public:
+    using AlgorithmControllerWidget::AlgorithmControllerWidget;
+    ~ProbePanel() override { g_events.push_back("panel destroyed"); }
+    void init() override {
+        AlgorithmControllerWidget::init();
+        g_events.push_back(std::string("init: display ") + (displayWidget() ? "set" : "null") + ", window " +
+                           (mainWindow() ? "set" : "null") + ", shown in " +
+                           (parentWidget() ? "window" : "nothing"));
+        if (displayWidget())
+            displayWidget()->addView2D(true, false);
+    }
+};
+
+class ProbeControllerFactory : public AlgorithmControllerFactory {
+public:
+    ProbeControllerFactory()
+        : AlgorithmControllerFactory("Probe", true) {}
+    AlgorithmController* create(Algorithm* algorithm) override {
+        return dynamic_cast<ProbeAlgorithm*>(algorithm) ? new ProbePanel(algorithm) : nullptr;
+    }
+};
+
+TEST_F(HostWindowTest, PanelsGetTheDisplayAndWindowBeforeInitAndEndBeforeTheirAlgorithm) {
+    g_events.clear();
+    auto factory = std::make_unique<AlgorithmFactory>("Probe", true);
+    factory->registerAlgorithm<ProbeAlgorithm>("Probe", "Tools;Probe");
+    FactoryRegistry::instance().addAlgorithmFactory(std::move(factory), "test");
+    FactoryRegistry::instance().addControllerFactory(std::make_unique<ProbeControllerFactory>(), "test");
+    {
+        HostWindow window(FactoryRegistry::instance());
+        ASSERT_NE(window.algorithmTree()->findAlgorithm("Probe.Probe"), nullptr);
+        ASSERT_NE(window.session().createAlgorithm("Probe.Probe"), nullptr);
+        EXPECT_EQ(window.displayWidget()->viewCount(), 1);
+        EXPECT_EQ(window.panelArea()->count(), 1);
+    }
+    FactoryRegistry::instance().removeOwnedBy("test");
+    EXPECT_EQ(g_events,
+              (std::vector<std::string>{"computed", "init: display set, window set, shown in window",
+                                        "panel destroyed", "algorithm destroyed"}));
+}
+
+TEST(GuiOptions, ParsesTheCommandLine) {
+    GuiOptions options =
+        GuiOptions::parse({"kestrion-gui", "--plugins", "/a", "--plugins", "/b", "--workspace", "w.kws",
+                           "--screenshot", "s.png", "--after", "250"});
+    EXPECT_TRUE(options.error.empty()) << options.error;
+    EXPECT_EQ(options.pluginFolders, (std::vector<std::string>{"/a", "/b"}));
+    EXPECT_EQ(options.workspace, "w.kws");
+    EXPECT_EQ(options.screenshot, "s.png");
+    EXPECT_EQ(options.screenshotDelayMs, 250);
+    EXPECT_FALSE(options.help);
+
+    EXPECT_EQ(GuiOptions::parse({"kestrion-gui"}).screenshotDelayMs, 1000);
+    EXPECT_TRUE(GuiOptions::parse({"kestrion-gui", "--help"}).help);
+    EXPECT_EQ(GuiOptions::parse({"kestrion-gui", "--after", "-5"}).error,
+              "--after needs a number of milliseconds, not \"-5\"");
+    EXPECT_EQ(GuiOptions::parse({"kestrion-gui", "--workspace"}).error, "--workspace needs a value");
+    EXPECT_EQ(GuiOptions::parse({"kestrion-gui", "--fast"}).error, "unknown argument \"--fast\"");
+}
+
+} // namespace
