@@ -1,0 +1,376 @@
+// Recording through the stream's data signal: which frames are taken, how their fiducials are
+// matched to slots, the messages of refused frames, progress and cancelling, and the parameters.
+// Frames are built here and emitted on a real (closed) tracking stream's signal, as its worker
+// thread would emit them.
+#include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
+#include "atracsys/stream/AtracsysTrackingStream.h"
+#include "host/core/Progress.h"
+#include "host/core/Properties.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/TrackingInstrumentFiducialsData.h"
+#include "host/stream/TrackingStreamData.h"
+#include "tests/atracsys/optimization/SyntheticMarker.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+namespace Kestrion {
+namespace {
+
+using namespace OptimizationTest;
+using Algo = AtracsysGeometryOptimizationAlgorithm;
+
+const char* const kOptimization = "OptimizationGeometryAlgorithm";
+const char* const kOptimize = "OptimizeGeometryAlgorithm";
+const std::string kMarkerId = "atracsys-1300";
+
+class Harness : public AtracsysGeometryOptimizationAlgorithm {
+public:
+    using AtracsysGeometryOptimizationAlgorithm::AtracsysGeometryOptimizationAlgorithm;
+    using AtracsysGeometryOptimizationAlgorithm::recording;
+};
+
+// Waits for a condition set by another thread; generous bound, fails rather than hangs.
+bool waitFor(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Keeps what a progress display would show of the tasks.
+class ProgressLog : public Progress {
+public:
+    ~ProgressLog() override { detachTasks(); }
+    std::vector<std::pair<std::string, int>> seen() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_seen;
+    }
+    int lastDone() const { return m_lastDone.load(); }
+
+protected:
+    void taskAdded(const std::shared_ptr<ProgressTaskState>& task) override { note(task); }
+    void taskChanged(const std::shared_ptr<ProgressTaskState>& task) override { note(task); }
+
+private:
+    void note(const std::shared_ptr<ProgressTaskState>& task) {
+        m_lastDone.store(task->done());
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const std::pair<std::string, int> entry{task->description(), task->steps()};
+        if (m_seen.empty() || m_seen.back() != entry)
+            m_seen.push_back(entry);
+    }
+    mutable std::mutex m_mutex; // notifications come from the computing thread
+    std::vector<std::pair<std::string, int>> m_seen;
+    std::atomic<int> m_lastDone{0};
+};
+
+struct FrameSpec {
+    Points positions;
+    std::vector<double> triangulationErrors;
+    std::string instrumentId = kMarkerId;
+    double quality = 0.95;
+    bool active = true;
+    bool withFiducials = true;
+};
+
+std::shared_ptr<const StreamData> makeFrame(const FrameSpec& spec) {
+    TrackingInstrument instrument{TrackerID(spec.instrumentId, "marker"), spec.active};
+    instrument.quality = spec.quality;
+    auto tracking =
+        std::make_shared<TrackingStreamData>(nullptr, std::vector<TrackingInstrument>{instrument});
+    if (spec.withFiducials) {
+        auto fiducials = std::make_shared<TrackingInstrumentFiducialsData>();
+        for (std::size_t i = 0; i < spec.positions.size(); ++i)
+            fiducials->addFiducial(spec.positions[i], 0, 0, 1.0, 0.1, spec.triangulationErrors[i], 10, 10);
+        tracking->addComponent(fiducials);
+    }
+    return std::make_shared<CompoundStreamData>(tracking, std::vector<std::shared_ptr<const StreamData>>{});
+}
+
+class GeometryRecording : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(stream.addGeometry("marker", KESTRION_TEST_DATA_DIR "/optimization/geometry1300.ini"));
+        ASSERT_EQ(stream.geometryCoordinates(kMarkerId).size(), 4u);
+        algo.setGeometryId(kMarkerId);
+        algo.setProgress(&progress);
+    }
+    void TearDown() override {
+        if (worker.joinable())
+            worker.join();
+    }
+
+    void startCompute() {
+        worker = std::thread([this] { algo.compute(); });
+        ASSERT_TRUE(waitFor([this] { return algo.isRecording(); }));
+    }
+    void finishCompute() {
+        if (worker.joinable())
+            worker.join();
+    }
+    // A good view of the true marker, its fiducials delivered in `order`.
+    std::shared_ptr<const StreamData> goodFrame(std::vector<int> order = {2, 0, 3, 1}, double sigma = 0.05) {
+        FrameSpec spec;
+        spec.positions = reordered(observe(truth, randomPose(rng), sigma, rng), order);
+        for (std::size_t i = 0; i < spec.positions.size(); ++i)
+            spec.triangulationErrors.push_back(0.1 + 0.02 * static_cast<double>(i));
+        return makeFrame(spec);
+    }
+    void emit(const std::shared_ptr<const StreamData>& data) { stream.signalStreamData.emitSignal(data); }
+
+    SpryTrack::AtracsysTrackingStream stream{"Atracsys"};
+    ProgressLog progress;
+    Harness algo{&stream};
+    std::thread worker;
+    std::mt19937 rng{17};
+    Points truth = [] {
+        std::mt19937 r(23);
+        return perturbed(asymmetricMarker(), 0.3, r);
+    }();
+};
+
+TEST_F(GeometryRecording, RecordsEnoughFramesThenRefinesTheGeometry) {
+    TestSupport::LogCapture capture(Log::Info);
+    algo.setRecordedFrames(60);
+    // Frames before compute() are ignored without a word.
+    emit(goodFrame());
+    emit(makeFrame(FrameSpec{}));
+    EXPECT_EQ(algo.recording().size(), 0u);
+    EXPECT_EQ(capture->size(), 0u) << capture->dump();
+
+    startCompute();
+    EXPECT_TRUE(capture->contains(Log::Warning, kOptimize, "Optimize marker with 4 fiducials."))
+        << capture->dump();
+    // Poses change from frame to frame, but the marker moves little between two frames.
+    const Eigen::Matrix4d base = randomPose(rng);
+    for (int i = 0; i < 60; ++i) {
+        Eigen::Matrix4d pose = base;
+        pose(0, 3) += 0.5 * i;
+        FrameSpec spec;
+        spec.positions = reordered(observe(truth, pose, 0.05, rng), {2, 0, 3, 1});
+        spec.triangulationErrors = {0.1, 0.12, 0.14, 0.16};
+        emit(makeFrame(spec));
+    }
+    finishCompute();
+    EXPECT_FALSE(algo.isRecording());
+    EXPECT_EQ(algo.status(), Algorithm::Success) << capture->dump();
+    ASSERT_EQ(algo.recording().size(), 60u);
+    EXPECT_EQ(algo.recording().frameErrors()[0], 0.16); // the worst fiducial of the frame
+
+    const Points result = algo.optimizedCoordinates();
+    ASSERT_EQ(result.size(), 4u);
+    const Points file = stream.geometryCoordinates(kMarkerId);
+    EXPECT_LT(alignedRms(result, truth), 0.05);
+    EXPECT_LT(alignedRms(result, truth), alignedRms(file, truth) / 3.0);
+
+    // Progress: the recording task with one step per frame, then the optimisation.
+    const auto seen = progress.seen();
+    ASSERT_GE(seen.size(), 2u);
+    EXPECT_EQ(seen.front(), std::make_pair(std::string("Record geometry..."), 60));
+    EXPECT_EQ(seen.back().first, "Optimize...");
+    EXPECT_EQ(progress.lastDone(), 60);
+
+    // Frames after the recording change nothing.
+    const std::size_t logged = capture->size();
+    emit(goodFrame());
+    EXPECT_EQ(algo.recording().size(), 60u);
+    EXPECT_EQ(algo.optimizedCoordinates(), result);
+    EXPECT_EQ(capture->size(), logged);
+}
+
+TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
+    TestSupport::LogCapture capture;
+    algo.setRecordedFrames(3);
+    algo.setOptimizationMode(Algo::BestFrame); // leaves the recording at its scale
+    startCompute();
+
+    FrameSpec inactive;
+    inactive.active = false;
+    emit(makeFrame(inactive));
+    EXPECT_TRUE(capture->contains(Log::Error, kOptimization,
+                                  "Optimization requires at least one active tracking instrument."));
+
+    FrameSpec noFiducials;
+    noFiducials.withFiducials = false;
+    emit(makeFrame(noFiducials));
+    EXPECT_TRUE(capture->contains(Log::Error, kOptimization,
+                                  "TrackingStream does not have valid fiducials raw data."));
+
+    FrameSpec other;
+    other.instrumentId = "atracsys-1001";
+    other.positions = {{0, 0, 0}};
+    other.triangulationErrors = {0.1};
+    emit(makeFrame(other));
+    EXPECT_TRUE(
+        capture->contains(Log::Error, kOptimization, "atracsys-1300 not found in active instruments."));
+
+    // Quality must be above 0.8: exactly 0.8 is refused.
+    FrameSpec poor;
+    poor.positions = observe(truth, randomPose(rng), 0.0, rng);
+    poor.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
+    poor.quality = 0.8;
+    emit(makeFrame(poor));
+    EXPECT_EQ(capture->count(Log::Error, kOptimize,
+                             "Instrument needs to be visible during recording all the time."),
+              1u);
+
+    FrameSpec three;
+    three.positions = {{0, 0, 900}, {50, 0, 900}, {0, 50, 900}};
+    three.triangulationErrors = {0.1, 0.1, 0.1};
+    emit(makeFrame(three));
+    EXPECT_TRUE(capture->contains(Log::Warning, kOptimize,
+                                  "Number of fiducial do not match : 3 in the frame, 4 in the geometry"));
+    EXPECT_EQ(algo.recording().size(), 0u);
+
+    // The first accepted frame fixes the slots; quality just above the limit is enough.
+    const Eigen::Matrix4d pose = randomPose(rng);
+    FrameSpec first;
+    first.positions = observe(truth, pose, 0.0, rng);
+    first.triangulationErrors = {0.1, 0.2, 0.1, 100.0};
+    first.quality = 0.81;
+    emit(makeFrame(first));
+    ASSERT_EQ(algo.recording().size(), 1u) << capture->dump();
+    EXPECT_EQ(algo.recording().frameErrors()[0], 100.0); // exactly 100.0 is kept
+
+    FrameSpec tooBig = first;
+    tooBig.triangulationErrors = {0.1, 100.5, 0.1, 0.1};
+    emit(makeFrame(tooBig));
+    EXPECT_TRUE(
+        capture->contains(Log::Warning, kOptimize, "Triangulation error too big : 100.5 (skip data)"));
+
+    // A fiducial 20 mm from every slot leaves its slot empty.
+    FrameSpec moved = first;
+    moved.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
+    moved.positions[3] += Eigen::Vector3d(20.0, 0.0, 0.0);
+    emit(makeFrame(moved));
+    EXPECT_TRUE(capture->contains(Log::Warning, kOptimize, "Not all markers found : 3"));
+
+    // Two fiducials within 15 mm of slot 0: the later one takes it, slot 1 stays empty.
+    FrameSpec clash = moved;
+    clash.positions = first.positions;
+    clash.positions[1] = first.positions[0] + Eigen::Vector3d(0.0, 5.0, 0.0);
+    emit(makeFrame(clash));
+    std::ostringstream pos;
+    pos << "POS 0 ) already found : " << clash.positions[0].transpose()
+        << " - now : " << clash.positions[1].transpose();
+    EXPECT_TRUE(capture->contains(Log::Error, "", pos.str())) << capture->dump();
+    EXPECT_EQ(capture->count(Log::Warning, kOptimize, "Not all markers found : 3"), 2u);
+    EXPECT_EQ(algo.recording().size(), 1u);
+    EXPECT_TRUE(algo.isRecording());
+
+    // Later frames deliver their fiducials in another order: the slots keep the first frame's.
+    FrameSpec shuffled = first;
+    shuffled.positions = reordered(observe(truth, pose, 0.05, rng), {3, 1, 0, 2});
+    shuffled.triangulationErrors = {0.4, 0.2, 0.1, 0.3};
+    emit(makeFrame(shuffled));
+    emit(makeFrame(shuffled));
+    finishCompute();
+    ASSERT_EQ(algo.recording().size(), 3u);
+    const auto& slots = algo.recording().frames()[1];
+    for (std::size_t j = 0; j < 4; ++j)
+        EXPECT_LT((slots[j] - first.positions[j]).norm(), 1.0) << j;
+    EXPECT_EQ(algo.recording().fiducialErrors()[1], (std::vector<double>{0.1, 0.2, 0.3, 0.4}));
+    EXPECT_EQ(algo.recording().frameErrors()[1], 0.4);
+}
+
+TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded) {
+    TestSupport::LogCapture capture(Log::Info);
+    startCompute(); // 500 frames by default
+    EXPECT_EQ(progress.seen().front(), std::make_pair(std::string("Record geometry..."), 500));
+    const Eigen::Matrix4d pose = randomPose(rng);
+    for (int i = 0; i < 120; ++i) {
+        FrameSpec spec;
+        spec.positions = observe(truth, pose, 0.05, rng);
+        spec.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
+        emit(makeFrame(spec));
+    }
+    EXPECT_TRUE(algo.isRecording());
+    // The progress shows the frames recorded so far.
+    EXPECT_TRUE(waitFor([this] { return progress.lastDone() == 120; }));
+    progress.cancelAll();
+    finishCompute();
+    EXPECT_EQ(algo.recording().size(), 120u);
+    EXPECT_EQ(algo.status(), Algorithm::Success) << capture->dump();
+    EXPECT_LT(alignedRms(algo.optimizedCoordinates(), truth), 0.05);
+
+    // No frame goes in once the recording ended.
+    emit(goodFrame());
+    EXPECT_EQ(algo.recording().size(), 120u);
+}
+
+TEST_F(GeometryRecording, CancellingBeforeAnyFrameFails) {
+    TestSupport::LogCapture capture;
+    startCompute();
+    progress.cancelAll();
+    finishCompute();
+    EXPECT_EQ(algo.status(), Algorithm::Error);
+    EXPECT_TRUE(algo.optimizedCoordinates().empty());
+}
+
+TEST_F(GeometryRecording, UnknownGeometryFailsAtOnce) {
+    TestSupport::LogCapture capture;
+    algo.setGeometryId("atracsys-4242");
+    algo.compute();
+    EXPECT_EQ(algo.status(), Algorithm::Error);
+    EXPECT_TRUE(capture->contains(Log::Error, "AtracsysGeometryOptimizationAlgorithm",
+                                  "Original coordinates could not be retrieved."))
+        << capture->dump();
+    EXPECT_FALSE(algo.isRecording());
+    EXPECT_TRUE(progress.seen().empty());
+}
+
+TEST_F(GeometryRecording, ParametersAndCreationHook) {
+    Harness fresh(&stream);
+    std::vector<std::string> names;
+    for (const ParameterBase* p : fresh.parameters())
+        names.push_back(p->name());
+    EXPECT_EQ(names, (std::vector<std::string>{"geometryId", "optimizationMode", "keepCoordinateLocation",
+                                               "recordedFrames"}));
+    EXPECT_EQ(fresh.geometryId(), "");
+    EXPECT_EQ(fresh.optimizationMode(), Algo::NonlinearOptimization);
+    EXPECT_TRUE(fresh.keepCoordinateLocation());
+    EXPECT_EQ(fresh.recordedFrames(), 500);
+
+    Properties settings;
+    settings.setParam("geometryId", std::string("atracsys-1300"));
+    settings.setParam("optimizationMode", 1);
+    settings.setParam("keepCoordinateLocation", false);
+    settings.setParam("recordedFrames", 120);
+    fresh.configure(&settings);
+    EXPECT_EQ(fresh.geometryId(), "atracsys-1300");
+    EXPECT_EQ(fresh.optimizationMode(), Algo::WeightedAverage);
+    EXPECT_FALSE(fresh.keepCoordinateLocation());
+    EXPECT_EQ(fresh.recordedFrames(), 120);
+    Properties written;
+    fresh.configuration(&written);
+    EXPECT_EQ(written.param<int>("optimizationMode", -1), 1);
+
+    Algorithm* created = &fresh;
+    EXPECT_FALSE(Algo::createCompatible(DataList(), &created));
+    EXPECT_EQ(created, nullptr);
+}
+
+TEST_F(GeometryRecording, AnAlgorithmGoneNoLongerReceivesFrames) {
+    TestSupport::LogCapture capture;
+    const std::size_t before = stream.signalStreamData.numConnections();
+    {
+        Harness shortLived(&stream);
+        EXPECT_EQ(stream.signalStreamData.numConnections(), before + 1);
+    }
+    EXPECT_EQ(stream.signalStreamData.numConnections(), before);
+    emit(goodFrame());
+    EXPECT_EQ(capture->size(), 0u) << capture->dump();
+}
+
+} // namespace
+} // namespace Kestrion
