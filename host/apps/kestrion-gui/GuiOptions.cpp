@@ -3,11 +3,12 @@
 namespace Kestrion::Gui {
 
 const char* GuiOptions::usage() {
-    return "Usage: kestrion-gui [--plugins FOLDER]... [--workspace FILE] [--screenshot FILE [--after MS]]\n"
-           "  --plugins FOLDER   load plugins from FOLDER instead of the default folders (repeatable)\n"
-           "  --workspace FILE   open the workspace FILE at start\n"
-           "  --screenshot FILE  save a PNG picture of the main window to FILE, then quit\n"
-           "  --after MS         take the screenshot MS milliseconds after start (default 1000)\n";
+    return "Usage: kestrion-gui [--plugin-path FOLDER]... [--workspace FILE] [--screenshot FILE [--after "
+           "MS]]\n"
+           "  --plugin-path FOLDER  load plugins from FOLDER instead of the default folders (repeatable)\n"
+           "  --workspace FILE      open the workspace FILE at start\n"
+           "  --screenshot FILE     save a PNG picture of the main window to FILE, then quit\n"
+           "  --after MS            take the screenshot MS milliseconds after start (default 1000)\n";
 }
 
 GuiOptions GuiOptions::parse(const QStringList& arguments) {
@@ -26,7 +27,7 @@ GuiOptions GuiOptions::parse(const QStringList& arguments) {
         std::string text;
         if (argument == QLatin1String("--help") || argument == QLatin1String("-h")) {
             options.help = true;
-        } else if (argument == QLatin1String("--plugins")) {
+        } else if (argument == QLatin1String("--plugin-path")) {
             if (!value(text))
                 return options;
             options.pluginFolders.push_back(text);

@@ -9,9 +9,9 @@ namespace Kestrion::Gui {
 
 /// The command line of the desktop host:
 ///
-///     kestrion-gui [--plugins FOLDER]... [--workspace FILE] [--screenshot FILE [--after MS]]
+///     kestrion-gui [--plugin-path FOLDER]... [--workspace FILE] [--screenshot FILE [--after MS]]
 ///
-/// --plugins replaces the default plugin folders (KESTRION_PLUGIN_PATH, else "plugins" beside
+/// --plugin-path replaces the default plugin folders (KESTRION_PLUGIN_PATH, else "plugins" beside
 /// the executable); --workspace opens a workspace at start; --screenshot saves a picture of the
 /// main window MS milliseconds (default 1000) after start and quits.
 struct GuiOptions {

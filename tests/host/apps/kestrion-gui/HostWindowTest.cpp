@@ -204,8 +204,8 @@ TEST_F(HostWindowTest, PanelsGetTheDisplayAndWindowBeforeInitAndEndBeforeTheirAl
 
 TEST(GuiOptions, ParsesTheCommandLine) {
     GuiOptions options =
-        GuiOptions::parse({"kestrion-gui", "--plugins", "/a", "--plugins", "/b", "--workspace", "w.kws",
-                           "--screenshot", "s.png", "--after", "250"});
+        GuiOptions::parse({"kestrion-gui", "--plugin-path", "/a", "--plugin-path", "/b", "--workspace",
+                           "w.kws", "--screenshot", "s.png", "--after", "250"});
     EXPECT_TRUE(options.error.empty()) << options.error;
     EXPECT_EQ(options.pluginFolders, (std::vector<std::string>{"/a", "/b"}));
     EXPECT_EQ(options.workspace, "w.kws");
