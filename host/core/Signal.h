@@ -32,6 +32,9 @@ void reportSlotException(const char* what);
 /// waits until the slot is no longer running on other threads (see SignalConnection::disconnect).
 /// No lock is held while a slot runs, so slots may connect, disconnect and emit.
 ///
+/// No identifier here is named like Qt's keyword macros (slots, signals, emit), so that the header
+/// can follow Qt headers.
+///
 /// Arguments are passed to every slot as given: an lvalue-reference argument reaches each slot as
 /// the same object, a value argument is copied for each slot.
 template <bool PropagateExceptions, class... Args>
@@ -78,25 +81,25 @@ public:
 
     /// Ends every connection of this signal.
     void disconnectAll() {
-        auto slots = m_core->takeAll();
-        if (slots)
-            for (const auto& slot : *slots)
+        auto all = m_core->takeAll();
+        if (all)
+            for (const auto& slot : *all)
                 slot->disconnectAndWait();
     }
 
     std::size_t numConnections() const {
-        auto slots = m_core->snapshot();
-        return slots ? slots->size() : 0;
+        auto current = m_core->snapshot();
+        return current ? current->size() : 0;
     }
 
     /// Calls every connected slot, in connection order, on this thread.
     void emitSignal(Args... args) {
         // The snapshot keeps the slots alive even if this signal is destroyed by one of them; the
         // loop touches nothing of `this` after taking it.
-        const auto slots = m_core->snapshot();
-        if (!slots)
+        const auto current = m_core->snapshot();
+        if (!current)
             return;
-        for (const auto& slot : *slots) {
+        for (const auto& slot : *current) {
             if (!slot->beginCall())
                 continue;
             SignalDetail::CallScope scope(*slot);

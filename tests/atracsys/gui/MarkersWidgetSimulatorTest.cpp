@@ -1,0 +1,285 @@
+// The markers widget on the simulated camera: a marker made from the fiducials in view is saved,
+// loaded back and tracked; a tracked marker is optimised and saved; the widget's destructor
+// waits for a running optimisation.
+
+#include "atracsys/gui/AtracsysMarkersWidget.h"
+#include "atracsys/stream/AtracsysTrackingStream.h"
+
+#include "atracsys/device/AtracsysGeometryHelpers.h"
+#include "host/lib/widgets/MainWindow.h"
+#include "host/lib/widgets/ProgressWidget.h"
+#include "host/lib/widgets/QtHelpers.h"
+#include "host/lib/widgets/UrlOpenRecorder.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/TrackingStreamData.h"
+#include "tests/atracsys/gui/GuiTestSupport.h"
+#include "tests/atracsys/gui/SimulatorScene.h"
+#include "tests/support/LogCapture.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSpinBox>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+using namespace Kestrion;
+using Kestrion::SpryTrack::AtracsysTrackingStream;
+using Points = std::vector<Eigen::Vector3d>;
+
+namespace {
+
+constexpr const char* Category = "AtracsysMarkersWidget";
+const std::string MarkersFolder = std::string(KESTRION_SOURCE_DIR) + "/data/markers/";
+
+/// The fiducials of a geometry file, in its order.
+Points filePoints(const std::string& path) {
+    const auto geometry = SpryTrack::AtracsysHelpers::loadGeometry(path);
+    Points points;
+    if (geometry)
+        for (std::uint32_t i = 0; i < geometry->pointsCount; ++i)
+            points.emplace_back(geometry->positions[i].x, geometry->positions[i].y, geometry->positions[i].z);
+    return points;
+}
+
+/// Largest difference between the inter-fiducial distances of two point sets of the same order.
+double distanceMismatch(const Points& a, const Points& b) {
+    double worst = 0.0;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        for (std::size_t j = i + 1; j < a.size(); ++j)
+            worst = std::max(worst, std::abs((a[i] - a[j]).norm() - (b[i] - b[j]).norm()));
+    return worst;
+}
+
+/// Every distance of one set found in the other (order aside) within the tolerance.
+bool sameDistances(const Points& a, const Points& b, double tolerance) {
+    if (a.size() != b.size())
+        return false;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        for (std::size_t j = i + 1; j < a.size(); ++j) {
+            bool found = false;
+            for (std::size_t k = 0; k < b.size() && !found; ++k)
+                for (std::size_t l = k + 1; l < b.size() && !found; ++l)
+                    found = std::abs((a[i] - a[j]).norm() - (b[k] - b[l]).norm()) < tolerance;
+            if (!found)
+                return false;
+        }
+    return true;
+}
+
+/// The latest tracking frame of the stream.
+class LatestFrame {
+public:
+    explicit LatestFrame(AtracsysTrackingStream& stream) {
+        m_connection = stream.signalStreamData.connect([this](std::shared_ptr<const StreamData> data) {
+            auto tracking = findStreamData<TrackingStreamData>(data);
+            std::lock_guard<std::mutex> lock(m_mutex); // written on the worker, read by the test
+            m_latest = std::move(tracking);
+        });
+    }
+    ~LatestFrame() { m_connection.disconnect(); }
+    double quality(const std::string& id) const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const TrackingInstrument* instrument = m_latest ? m_latest->instrument(id) : nullptr;
+        return instrument ? instrument->quality : -1.0;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::shared_ptr<const TrackingStreamData> m_latest;
+    SignalConnection m_connection;
+};
+
+class MarkersWidgetOnSimulator : public ::testing::Test {
+protected:
+    GuiTest::Application application;
+    GuiTest::SceneGuard scene{"static-marker.json"};
+    GuiTest::TemporaryHome home;
+    QTemporaryDir output;
+    UrlOpenRecorder urls;
+};
+
+} // namespace
+
+TEST_F(MarkersWidgetOnSimulator, MarkerMadeFromTheFiducialsInViewIsSavedLoadedAndTracked) {
+    TestSupport::LogCapture capture;
+    AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    LatestFrame frames(stream);
+    AtracsysMarkersWidget widget(&stream, true);
+    auto* spin = widget.findChild<QSpinBox*>("integrationTimeSpinbox");
+    EXPECT_FALSE(spin->isEnabled());
+    widget.findChild<QLineEdit*>("nameEdit")->setText("Probe");
+
+    const std::string target = output.filePath("probe.ini").toStdString();
+    // Answers the save dialog, then the open dialog of "Load from file...".
+    QtHelpers::ScopedFileDialogHook dialogs([&](const QtHelpers::FileDialogRequest&) { return target; });
+    widget.findChild<QPushButton*>("createButton")->click();
+    EXPECT_TRUE(
+        capture->contains(Log::Debug, Category, "Fiducial query mode changed to ALL for marker creation"))
+        << capture->dump();
+    EXPECT_EQ(stream.fiducialQueryMode(), AtracsysTrackingStreamBase::AllFiducials);
+    EXPECT_EQ(stream.currentState(), Stream::State::Running) << "opened and started for the marker";
+
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] {
+        return QFileInfo::exists(QString::fromStdString(target));
+    })) << capture->dump();
+    EXPECT_FALSE(widget.isMarkerRequested()) << "one marker per request";
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Create new marker with 4 fiducials."))
+        << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "the marker geometry has been written to " + target));
+    EXPECT_EQ(urls.urls(), QList<QUrl>{QUrl::fromLocalFile(output.path())});
+
+    // The new geometry has the marker's shape (to the camera's noise), got the first free id, and
+    // sits at the centroid of its fiducials.
+    const Points made = filePoints(target);
+    const Points truth = filePoints(MarkersFolder + "geometry1000.ini");
+    ASSERT_EQ(made.size(), 4u);
+    EXPECT_TRUE(sameDistances(made, truth, 0.5));
+    Eigen::Vector3d centroid = Eigen::Vector3d::Zero();
+    for (const Eigen::Vector3d& p : made)
+        centroid += p / 4.0;
+    EXPECT_LT(centroid.norm(), 1e-3);
+    EXPECT_EQ(SpryTrack::AtracsysHelpers::loadGeometry(target)->geometryId, 1000u);
+
+    // The camera settings follow the open stream.
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return spin->isEnabled(); }));
+    EXPECT_EQ(spin->value(), stream.imageIntegrationTime());
+    spin->setValue(250);
+    EXPECT_EQ(stream.imageIntegrationTime(), 250);
+
+    // Loaded back, the new marker is tracked.
+    widget.findChild<QPushButton*>("loadButton")->click();
+    ASSERT_EQ(stream.numInstruments(false), 1u);
+    ASSERT_EQ(stream.instruments()[0].ID(), "atracsys-1000");
+    EXPECT_TRUE(GuiTest::processEventsUntil([&] { return frames.quality("atracsys-1000") > 0.9; }))
+        << capture->dump();
+    EXPECT_EQ(widget.nextAvailableId(), 1001u);
+    ASSERT_TRUE(stream.close());
+}
+
+TEST_F(MarkersWidgetOnSimulator, OptimisesTheTrackedMarkerAndSavesTheRefinedGeometry) {
+    TestSupport::LogCapture capture;
+    AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    ASSERT_TRUE(stream.addGeometry("geometry1000.ini", MarkersFolder + "geometry1000.ini"));
+    AtracsysMarkersWidget widget(&stream, true);
+    Properties parameters;
+    parameters.setParam("recordedFrames", 120);
+    widget.setOptimizationParameters(parameters);
+
+    const std::string target = output.filePath("geometry1000_optimized.ini").toStdString();
+    std::vector<QtHelpers::FileDialogRequest> requests;
+    QtHelpers::ScopedFileDialogHook dialogs([&](const QtHelpers::FileDialogRequest& request) {
+        requests.push_back(request);
+        return target;
+    });
+    auto* optimize = widget.findChild<QPushButton*>("optimizeGeomButton");
+    optimize->click();
+    EXPECT_TRUE(capture->contains(Log::Info, Category,
+                                  "Fiducial query mode changed to MARKER for marker optimization"))
+        << capture->dump();
+    EXPECT_EQ(stream.fiducialQueryMode(), AtracsysTrackingStreamBase::MarkerFiducials);
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Run optimization on tracker atracsys-1000"));
+    // Until the task's end reaches the GUI thread.
+    EXPECT_FALSE(optimize->isEnabled()) << "one optimisation at a time";
+
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return !widget.isOptimizing() && !requests.empty(); }))
+        << capture->dump();
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return optimize->isEnabled(); }));
+    EXPECT_EQ(QFileInfo(QString::fromStdString(requests[0].startPath)).fileName(),
+              "geometry1000_optimized.ini");
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "the marker geometry has been written to " + target));
+    EXPECT_EQ(stream.numInstruments(false), 0u) << "the old geometry is removed";
+
+    const auto geometry = SpryTrack::AtracsysHelpers::loadGeometry(target);
+    ASSERT_TRUE(geometry);
+    EXPECT_EQ(geometry->geometryId, 1000u);
+    const Points refined = filePoints(target);
+    const Points file = filePoints(MarkersFolder + "geometry1000.ini");
+    ASSERT_EQ(refined.size(), 4u);
+    EXPECT_LT(distanceMismatch(refined, file), 0.5) << "same fiducials, same order";
+    ASSERT_TRUE(stream.close());
+}
+
+TEST_F(MarkersWidgetOnSimulator, OptimisationNeedsAnActiveTrackerAndItsCoordinates) {
+    TestSupport::LogCapture capture;
+    {
+        AtracsysTrackingStream stream("Atracsys Tracking Stream");
+        AtracsysMarkersWidget widget(&stream, true);
+        widget.onOptimizeMarker();
+        EXPECT_TRUE(capture->contains(Log::Warning, Category, "No active tracker to be optimized."))
+            << capture->dump();
+        EXPECT_FALSE(widget.isOptimizing());
+        EXPECT_EQ(stream.currentState(), Stream::State::Running);
+        ASSERT_TRUE(stream.close());
+    }
+
+    // A stream that loses the marker's coordinates once the recording started.
+    class ForgetfulStream : public AtracsysTrackingStream {
+    public:
+        using AtracsysTrackingStream::AtracsysTrackingStream;
+        std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& id) override {
+            if (++calls > 1)
+                return {};
+            return AtracsysTrackingStream::geometryCoordinates(id);
+        }
+        std::atomic<int> calls{0};
+    };
+    ForgetfulStream stream("Atracsys Tracking Stream");
+    ASSERT_TRUE(stream.addGeometry("geometry1000.ini", MarkersFolder + "geometry1000.ini"));
+    int dialogs = 0;
+    QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest&) {
+        ++dialogs;
+        return output.filePath("x.ini").toStdString();
+    });
+    AtracsysMarkersWidget widget(&stream, true);
+    Properties parameters;
+    parameters.setParam("recordedFrames", 20);
+    parameters.setParam("optimizationMode", 0);
+    widget.setOptimizationParameters(parameters);
+    widget.onOptimizeMarker();
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return !widget.isOptimizing(); }));
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(capture->contains(Log::Warning, Category, "Coordinates from marker could not be retrieved."))
+        << capture->dump();
+    EXPECT_EQ(dialogs, 0);
+    EXPECT_EQ(stream.numInstruments(false), 1u) << "the geometry stays when nothing replaces it";
+    ASSERT_TRUE(stream.close());
+}
+
+TEST_F(MarkersWidgetOnSimulator, ClosingWaitsForARunningOptimisation) {
+    TestSupport::LogCapture capture(Log::Info);
+    MainWindow window;
+    AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    // Marker 1001 is not in the scene: its recording never ends by itself.
+    ASSERT_TRUE(stream.addGeometry("geometry1001.ini", MarkersFolder + "geometry1001.ini"));
+    auto widget = std::make_unique<AtracsysMarkersWidget>(&stream, true);
+    widget->setMainWindow(&window);
+    widget->onOptimizeMarker();
+    ASSERT_TRUE(widget->isOptimizing());
+    // Its progress shows in the main window.
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return window.progressWidget()->rowCount() == 1; }));
+    EXPECT_EQ(window.progressWidget()->descriptionLabel(0)->text(), "Record geometry...");
+
+    const std::string waiting = "Cannot close AtracsysMarkersWidget while initializing Tracking Hardware. "
+                                "Waiting until initialization has finished.";
+    std::atomic<bool> sawWaiting{false};
+    std::thread user([&] {
+        // The user cancels the recording while the widget waits for it.
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!capture->contains(Log::Warning, Category, waiting) && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        sawWaiting = capture->contains(Log::Warning, Category, waiting);
+        window.progress()->cancelAll();
+    });
+    widget.reset();
+    user.join();
+    EXPECT_TRUE(sawWaiting) << capture->dump();
+    EXPECT_TRUE(window.progress()->tasks().empty()) << "the optimisation ended before the widget went";
+    ASSERT_TRUE(stream.close());
+}
