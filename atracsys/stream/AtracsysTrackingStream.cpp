@@ -9,6 +9,7 @@
 #include "host/core/Properties.h"
 #include "host/core/Time.h"
 #include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/ImageStream.h"
 #include "host/stream/ImageStreamData.h"
 #include "host/stream/Substream.h"
@@ -482,6 +483,16 @@ void AtracsysTrackingStream::processFrame(const ftkFrameQuery& frame, Clock::tim
     std::shared_ptr<TrackingStreamData> tracking = createTrackingStreamData();
     if (mode != NoFiducials)
         tracking->addComponent(m_converter.fiducialsData(frame, tracking->instruments()));
+    if (frame.imageHeader &&
+        static_cast<std::int8_t>(frame.imageHeaderStat) == static_cast<std::int8_t>(ftkQueryStatus::QS_OK)) {
+        // The device record is written at open only, but it is the device context's (mutex).
+        std::unique_lock<std::mutex> lock(m_device->mutex());
+        auto info =
+            std::make_shared<DeviceFrameInfo>(m_device->device().name, m_device->serialNumber(),
+                                              frame.imageHeader->counter, frame.imageHeader->timestampUS);
+        lock.unlock();
+        tracking->addComponent(std::move(info));
+    }
     const std::uint64_t deviceTimestamp =
         tracking->instruments().empty() ? timestamp : tracking->deviceTimestamp();
     std::vector<std::shared_ptr<const StreamData>> subData;

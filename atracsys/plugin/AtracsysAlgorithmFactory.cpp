@@ -1,0 +1,13 @@
+#include "atracsys/plugin/AtracsysAlgorithmFactory.h"
+
+#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+
+namespace Kestrion {
+
+AtracsysAlgorithmFactory::AtracsysAlgorithmFactory()
+    : AlgorithmFactory("Atracsys", true) {
+    registerAlgorithm<SpryTrack::AtracsysStreamAlgorithm>("SpryTrackStream", "IO;Atracsys Tracking;SpryTrack",
+                                                          {}, std::nullopt, acceptsNoInput());
+}
+
+} // namespace Kestrion

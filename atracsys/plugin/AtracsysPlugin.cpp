@@ -1,0 +1,76 @@
+#include "atracsys/plugin/AtracsysPlugin.h"
+
+#include "atracsys/plugin/AtracsysAlgorithmFactory.h"
+
+#include "host/core/Properties.h"
+#include "host/lib/AlgorithmControllerFactory.h"
+#include "host/lib/DataAnnotationFactory.h"
+#include "host/lib/WorkspaceConversionRegistry.h"
+#include "host/licensing/Licensing.h"
+
+#include <array>
+#include <memory>
+#include <utility>
+
+namespace Kestrion::SpryTrack {
+
+namespace {
+
+/// Old algorithm names of the tracking streams and their current names.
+const std::array<std::pair<const char*, const char*>, 4> LegacyStreamNames{{
+    {"Atracsys.AtracsysTrackingStreamFusionTrack", "Atracsys.FusionTrackStream"},
+    {"Atracsys.AtracsysTrackingStreamSpryTrack", "Atracsys.SpryTrackStream"},
+    {"Atracsys.AtracsysTrackingStreamSpryTrack-Legacy-RC10", "Atracsys.SpryTrackLegacyRC10Stream"},
+    {"Atracsys.AtracsysTrackingStreamSpryTrack-Legacy-RC13", "Atracsys.SpryTrackLegacyRC13Stream"},
+}};
+
+} // namespace
+
+int AtracsysPlugin::init() {
+    if (!isLicensed("Atracsys"))
+        return 1;
+    registerFactories(std::make_unique<AtracsysAlgorithmFactory>(), nullptr, nullptr);
+    WorkspaceConversionRegistry::instance().addConversion(
+        WorkspaceConversion{"Renamed Atracsys tracking stream to standardized naming scheme", 34,
+                            &AtracsysPlugin::renameLegacyStreams});
+    return 0;
+}
+
+const std::string& AtracsysPlugin::pluginId() {
+    // Built on first use (thread-safe initialisation of a local static), kept until unloading.
+    static const std::string id = std::string("Kestrion.AtracsysTracking") + "SpryTrack";
+    return id;
+}
+
+std::string AtracsysPlugin::id() const {
+    return pluginId();
+}
+
+std::string AtracsysPlugin::author() const {
+    return "Atracsys";
+}
+
+std::string AtracsysPlugin::description() const {
+    return "Plugin for real-time streaming Atracsys tracking systems";
+}
+
+std::vector<std::string> AtracsysPlugin::dependencies() const {
+    return {"Kestrion.Stream"};
+}
+
+bool AtracsysPlugin::renameLegacyStreams(Properties& workspace, const Filesystem::Path& /*file*/) {
+    Properties* algorithms = workspace.subProperty("Algorithms");
+    if (!algorithms)
+        return false;
+    bool renamed = false;
+    for (Properties* block : algorithms->subProperties())
+        for (const auto& [oldName, newName] : LegacyStreamNames)
+            if (block->name() == oldName) {
+                block->setName(newName);
+                renamed = true;
+                break;
+            }
+    return renamed;
+}
+
+} // namespace Kestrion::SpryTrack

@@ -1,0 +1,7 @@
+#include "host/stream/StreamAlgorithm.h"
+
+namespace Kestrion {
+
+StreamAlgorithm::~StreamAlgorithm() = default;
+
+} // namespace Kestrion

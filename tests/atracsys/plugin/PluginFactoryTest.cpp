@@ -1,0 +1,185 @@
+// The plugin's algorithm factory, its stream-creating algorithm on the simulated camera, and the
+// workspace conversion of older stream names.
+
+#include "atracsys/plugin/AtracsysAlgorithmFactory.h"
+#include "atracsys/plugin/AtracsysPlugin.h"
+#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+
+#include "host/core/Properties.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+#include "simulator/control/ftkSimulator.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+using namespace Kestrion;
+using SpryTrack::AtracsysPlugin;
+using SpryTrack::AtracsysStreamAlgorithm;
+
+namespace {
+
+Properties workspaceWith(const std::vector<std::string>& algorithmNames) {
+    Properties workspace("Workspace");
+    Properties* algorithms = workspace.addSubProperties("Algorithms");
+    for (const auto& name : algorithmNames)
+        algorithms->addSubProperties(name)->setParam("open", true);
+    return workspace;
+}
+
+std::vector<std::string> algorithmNames(const Properties& workspace) {
+    std::vector<std::string> names;
+    for (const Properties* block : workspace.subProperty("Algorithms")->subProperties())
+        names.push_back(block->name());
+    return names;
+}
+
+/// A tree that opens and starts the stream with the two example markers.
+Properties trackingConfiguration() {
+    Properties p;
+    p.setParam("open", true);
+    p.setParam("start", true);
+    Properties* targets = p.addSubProperties("TrackingTargets");
+    targets->addSubProperties("Marker 1000")->setParam("Path", std::string(":/markers/geometry1000.ini"));
+    targets->addSubProperties("Marker 1001")->setParam("Path", std::string(":/markers/geometry1001.ini"));
+    return p;
+}
+
+} // namespace
+
+TEST(PluginConversion, RenamesEveryOldStreamNameExactlyAndOnlyOnce) {
+    const Filesystem::Path file("old.kws");
+    Properties workspace = workspaceWith(
+        {"Atracsys.AtracsysTrackingStreamSpryTrack", "Other.Algorithm",
+         "Atracsys.AtracsysTrackingStreamFusionTrack", "Atracsys.AtracsysTrackingStreamSpryTrack-Legacy-RC10",
+         "Atracsys.AtracsysTrackingStreamSpryTrack-Legacy-RC13", "Atracsys.AtracsysTrackingStreamSpryTrack2",
+         "atracsys.atracsystrackingstreamspryTrack"});
+    EXPECT_TRUE(AtracsysPlugin::renameLegacyStreams(workspace, file));
+    EXPECT_EQ(algorithmNames(workspace),
+              (std::vector<std::string>{
+                  "Atracsys.SpryTrackStream", "Other.Algorithm", "Atracsys.FusionTrackStream",
+                  "Atracsys.SpryTrackLegacyRC10Stream", "Atracsys.SpryTrackLegacyRC13Stream",
+                  "Atracsys.AtracsysTrackingStreamSpryTrack2", "atracsys.atracsystrackingstreamspryTrack"}));
+    // The renamed blocks keep their content.
+    EXPECT_TRUE(
+        workspace.subProperty("Algorithms")->subProperty("Atracsys.SpryTrackStream")->hasParam("open"));
+
+    EXPECT_FALSE(AtracsysPlugin::renameLegacyStreams(workspace, file)); // nothing left to rename
+
+    Properties noAlgorithms("Workspace");
+    noAlgorithms.addSubProperties("Atracsys.AtracsysTrackingStreamSpryTrack");
+    const Properties unchanged = noAlgorithms;
+    EXPECT_FALSE(AtracsysPlugin::renameLegacyStreams(noAlgorithms, file));
+    EXPECT_EQ(noAlgorithms, unchanged);
+    EXPECT_EQ(noAlgorithms.subProperty("Algorithms"), nullptr); // not created
+}
+
+TEST(PluginFactory, OffersTheStreamAlgorithmForNoInputOnly) {
+    AtracsysAlgorithmFactory factory;
+    EXPECT_EQ(factory.prefix(), "Atracsys");
+    EXPECT_TRUE(factory.listed());
+    ASSERT_EQ(factory.algorithms().size(), 1u);
+    EXPECT_EQ(factory.identifier("SpryTrackStream"), "Atracsys.SpryTrackStream");
+    EXPECT_EQ(factory.algorithms()[0].guiPath, "IO;Atracsys Tracking;SpryTrack");
+    EXPECT_TRUE(factory.compatibleAlgorithms(DataList{}) == std::vector<std::string>{"SpryTrackStream"});
+    EXPECT_TRUE(factory.compatibleAlgorithms(DataList{std::make_shared<Data>("input")}).empty());
+
+    std::unique_ptr<Algorithm> algorithm = factory.create("SpryTrackStream");
+    auto* streamAlgorithm = dynamic_cast<AtracsysStreamAlgorithm*>(algorithm.get());
+    ASSERT_NE(streamAlgorithm, nullptr);
+    EXPECT_EQ(streamAlgorithm->stream(), nullptr); // nothing is created before compute()
+    EXPECT_FALSE(streamAlgorithm->openOnCreate());
+    EXPECT_FALSE(streamAlgorithm->startOnCreate());
+}
+
+TEST(PluginStreamAlgorithm, CreatesOneRunningCameraStreamThatReportsItsDeviceAndFrameCounters) {
+    TestSupport::LogCapture capture;
+    ftkSimResetScene();
+    ftkSimSetSteppedClock(true);
+    AtracsysStreamAlgorithm algorithm;
+    const Properties configured = trackingConfiguration();
+    algorithm.configure(&configured);
+    Properties before;
+    algorithm.configuration(&before);
+    EXPECT_EQ(before, configured);
+
+    algorithm.compute();
+    ASSERT_EQ(algorithm.status(), Algorithm::Success) << capture->dump();
+    SpryTrack::AtracsysTrackingStream* stream = algorithm.stream();
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->name(), "Atracsys Tracking Stream");
+    EXPECT_EQ(stream->currentState(), Stream::State::Running);
+    EXPECT_EQ(stream->numInstruments(false), 2u);
+
+    // After compute the configuration is the stream's: connected, with both targets.
+    Properties after;
+    algorithm.configuration(&after);
+    EXPECT_TRUE(after.param("connect", false));
+    ASSERT_NE(after.subProperty("TrackingTargets"), nullptr);
+    EXPECT_EQ(after.subProperty("TrackingTargets")->subProperties().size(), 2u);
+    EXPECT_FALSE(after.hasParam("open"));
+
+    // Frames carry the device and its counter.
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<std::uint32_t> counters;
+    std::string type;
+    std::uint64_t serial = 0;
+    SignalConnection connection =
+        stream->signalStreamData.connect([&](const std::shared_ptr<const StreamData>& data) {
+            auto compound = std::dynamic_pointer_cast<const CompoundStreamData>(data);
+            const auto* tracking =
+                compound ? dynamic_cast<const TrackingStreamData*>(compound->mainData().get()) : nullptr;
+            const auto* info = tracking ? tracking->component<DeviceFrameInfo>() : nullptr;
+            if (!info)
+                return;
+            std::lock_guard<std::mutex> lock(mutex);
+            counters.push_back(info->frameCounter());
+            type = info->deviceType();
+            serial = info->serialNumber();
+            arrived.notify_all();
+        });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        ASSERT_TRUE(arrived.wait_for(lock, std::chrono::seconds(30), [&] { return counters.size() >= 20; }));
+    }
+    connection.disconnect();
+    EXPECT_EQ(type, "sTk 180");
+    EXPECT_EQ(serial, 0x53544b3138300001ull);
+    for (std::size_t i = 1; i < counters.size(); ++i)
+        EXPECT_EQ(DeviceFrameInfo::framesBetween(counters[i - 1], counters[i]), 0u) << "at frame " << i;
+
+    // The camera stream exists once: a second algorithm cannot make another.
+    AtracsysStreamAlgorithm second;
+    second.compute();
+    EXPECT_EQ(second.status(), Algorithm::Error);
+    EXPECT_EQ(second.stream(), nullptr);
+    EXPECT_TRUE(capture->contains(Log::Error, "CreateStreamIoAlgorithm",
+                                  "Could not instantiate a new Stream: Can not create a second instance of "
+                                  "AtracsysTrackingStream. Only a single instance is allowed."))
+        << capture->dump();
+
+    // Computing again replaces the stream (the old one closes and goes first).
+    algorithm.compute();
+    EXPECT_EQ(algorithm.status(), Algorithm::Success) << capture->dump();
+    ASSERT_NE(algorithm.stream(), nullptr);
+    EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Running);
+    algorithm.resetStream();
+    EXPECT_FALSE(SpryTrack::AtracsysTrackingStream::exists());
+    EXPECT_EQ(ftkSimLiveLibraries(), 0u);
+    ftkSimSetSteppedClock(false);
+}
+
+TEST(DeviceFrameInfo, CountsTheFramesMissedBetweenTwoCountersAcrossTheWrapAround) {
+    EXPECT_EQ(DeviceFrameInfo::framesBetween(7, 8), 0u);
+    EXPECT_EQ(DeviceFrameInfo::framesBetween(7, 10), 2u);
+    EXPECT_EQ(DeviceFrameInfo::framesBetween(0xFFFFFFFFu, 0u), 0u);
+    EXPECT_EQ(DeviceFrameInfo::framesBetween(0xFFFFFFFEu, 1u), 2u);
+    EXPECT_EQ(DeviceFrameInfo::framesBetween(5, 5), 0u);
+}

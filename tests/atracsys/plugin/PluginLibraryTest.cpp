@@ -1,0 +1,128 @@
+// The plugin library as the host sees it: its exported symbols and its activation by the real
+// plugin loader under a licence with and without the feature.
+
+#include "host/lib/FactoryRegistry.h"
+#include "host/lib/KestrionLibPlugin.h"
+#include "host/lib/PluginAutoRegistrationGuard.h"
+#include "host/lib/PluginExport.h"
+#include "host/lib/PluginLoader.h"
+#include "host/lib/WorkspaceConversionRegistry.h"
+#include "host/licensing/LicenseService.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+using namespace Kestrion;
+
+namespace {
+
+const std::string PluginFolder = KESTRION_PLUGIN_FOLDER;
+const std::string PluginFile = PluginFolder + "/libAtracsysTrackingSpryTrack.so";
+const std::string PluginId = "Kestrion.AtracsysTrackingSpryTrack";
+
+/// Points KESTRION_LICENSE at a test licence for the lifetime of the object.
+class LicenseGuard {
+public:
+    explicit LicenseGuard(const std::string& file) {
+        ::setenv("KESTRION_LICENSE", (std::string(KESTRION_TEST_DATA_DIR) + "/plugin/" + file).c_str(), 1);
+        LicenseService::instance().reload();
+    }
+    ~LicenseGuard() {
+        ::unsetenv("KESTRION_LICENSE");
+        LicenseService::instance().reload();
+    }
+};
+
+bool hasConversion(const std::string& description) {
+    const auto all = WorkspaceConversionRegistry::instance().conversions();
+    return std::any_of(all.begin(), all.end(), [&](const WorkspaceConversion& c) {
+        return c.description == description && c.order == 34 && c.convert;
+    });
+}
+
+} // namespace
+
+TEST(PluginLibrary, ExportsTheDescriptorAStableIdAndANewPluginPerCall) {
+    const std::size_t guardsBefore = PluginAutoRegistrationGuard::announcedIds().size();
+    void* handle = ::dlopen(PluginFile.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << ::dlerror();
+    const auto ids = PluginAutoRegistrationGuard::announcedIds();
+    EXPECT_EQ(ids.size(), guardsBefore + 1);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), PluginId), 1);
+
+    auto* descriptor = static_cast<const char* const*>(::dlsym(handle, "kestrionPluginDescriptor"));
+    ASSERT_NE(descriptor, nullptr);
+    EXPECT_STREQ(*descriptor,
+                 "__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6|buildflags=GLIBCXX_DEBUG:"
+                 "_GLIBCXX_DEBUG|pluginversion=");
+
+    auto id = reinterpret_cast<PluginIdFunction>(::dlsym(handle, "kestrionPluginId"));
+    ASSERT_NE(id, nullptr);
+    const char* first = id();
+    EXPECT_EQ(id(), first); // the same string every time
+    EXPECT_STREQ(first, PluginId.c_str());
+
+    auto create = reinterpret_cast<CreatePluginFunction>(::dlsym(handle, "kestrionCreatePlugin"));
+    ASSERT_NE(create, nullptr);
+    std::unique_ptr<KestrionLibPlugin> a(create());
+    std::unique_ptr<KestrionLibPlugin> b(create());
+    ASSERT_NE(a, nullptr);
+    EXPECT_NE(a.get(), b.get());
+    EXPECT_EQ(a->id(), PluginId);
+    EXPECT_EQ(a->description(), "Plugin for real-time streaming Atracsys tracking systems");
+    EXPECT_EQ(a->dependencies(), std::vector<std::string>{"Kestrion.Stream"});
+    EXPECT_FALSE(a->author().empty());
+    a.reset();
+    b.reset();
+    ::dlclose(handle);
+}
+
+TEST(PluginLibrary, AnUnlicensedPluginStaysInactiveAndRegistersNothing) {
+    TestSupport::LogCapture capture;
+    LicenseGuard licence("without-atracsys.lic");
+    const std::size_t conversionsBefore = WorkspaceConversionRegistry::instance().size();
+    PluginLoader loader;
+    ASSERT_TRUE(loader.load({PluginFolder}));
+    const PluginRecord* record = loader.find(PluginId);
+    ASSERT_NE(record, nullptr) << capture->dump();
+    EXPECT_EQ(record->status, PluginStatus::Inactive);
+    EXPECT_FALSE(FactoryRegistry::instance().hasAlgorithm("Atracsys.SpryTrackStream"));
+    EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), conversionsBefore);
+    EXPECT_TRUE(capture->contains(Log::Info, "Licensing", "Feature \"Atracsys\" is not licensed"))
+        << capture->dump();
+}
+
+TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnloaded) {
+    TestSupport::LogCapture capture;
+    LicenseGuard licence("with-atracsys.lic");
+    const std::string description = "Renamed Atracsys tracking stream to standardized naming scheme";
+    {
+        PluginLoader loader;
+        ASSERT_TRUE(loader.load({PluginFolder}));
+        const PluginRecord* record = loader.find(PluginId);
+        ASSERT_NE(record, nullptr) << capture->dump();
+        EXPECT_EQ(record->status, PluginStatus::Active) << record->reason;
+
+        const auto algorithms = FactoryRegistry::instance().algorithmsOf(PluginId);
+        ASSERT_EQ(algorithms.size(), 1u);
+        EXPECT_EQ(algorithms[0].identifier, "Atracsys.SpryTrackStream");
+        EXPECT_EQ(algorithms[0].guiPath, "IO;Atracsys Tracking;SpryTrack");
+        EXPECT_TRUE(algorithms[0].listed);
+        EXPECT_TRUE(hasConversion(description));
+
+        // Created by identifier; it takes no input data.
+        EXPECT_NE(FactoryRegistry::instance().createAlgorithm("Atracsys.SpryTrackStream"), nullptr);
+        DataList input{std::make_shared<Data>("an image")};
+        EXPECT_EQ(FactoryRegistry::instance().createAlgorithm("Atracsys.SpryTrackStream", input), nullptr);
+    }
+    EXPECT_FALSE(FactoryRegistry::instance().hasAlgorithm("Atracsys.SpryTrackStream"));
+    EXPECT_FALSE(hasConversion(description));
+}
