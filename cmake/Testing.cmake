@@ -15,6 +15,9 @@ function(kestrion_add_test name)
     # ctest's -L and -LE match label regular expressions, so "-L threads" still selects it.
     string(REPLACE ";" "_" labels "${T_LABELS}")
     string(REPLACE ";" "\\;" env "${env}")
+    if("threads" IN_LIST T_LABELS AND TARGET threads_tests)
+        add_dependencies(threads_tests ${name})
+    endif()
     gtest_discover_tests(${name}
         DISCOVERY_MODE PRE_TEST
         PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
