@@ -1,0 +1,206 @@
+#include "atracsys/gui/AtracsysTrackingController.h"
+
+#include "atracsys/gui/AtracsysMarkersWidget.h"
+#include "atracsys/gui/AtracsysMetaTypes.h"
+#include "host/core/Log.h"
+#include "host/lib/widgets/PropertiesWidget.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QMetaObject>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace Kestrion {
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingController";
+using State = Stream::State;
+
+} // namespace
+
+AtracsysTrackingController::AtracsysTrackingController(CreateAlgorithm* algorithm)
+    : StreamControllerBase(algorithm, nullptr)
+    , m_propertiesWidget(nullptr)
+    , m_layout(nullptr)
+    , m_stream(nullptr)
+    , m_generalBox(nullptr)
+    , m_generalLayout(nullptr)
+    , m_connectionButton(nullptr)
+    , m_startButton(nullptr)
+    , m_fiducialModeCombo(nullptr)
+    , m_showImagesCheck(nullptr)
+    , m_markersWidget(nullptr) {
+    registerAtracsysMetaTypes();
+    setupGUI();
+}
+
+AtracsysTrackingController::~AtracsysTrackingController() {
+    // The state-change slot queues calls on this panel from the stream's control thread: end it
+    // before the panel's members go.
+    disconnectAllSignals();
+    m_renderer.reset();
+}
+
+void AtracsysTrackingController::setupGUI() {
+    m_propertiesWidget = new PropertiesWidget(algorithm(), this);
+    m_layout = new QVBoxLayout(this);
+    setLayout(m_layout);
+    m_layout->addWidget(m_propertiesWidget);
+    setPropertiesWidget(m_propertiesWidget);
+    connect(m_propertiesWidget, &PropertiesWidget::parameterChanged, this,
+            &StreamControllerBase::onParameterChanged);
+
+    m_generalBox = new QGroupBox("General", this);
+    m_generalLayout = new QGridLayout(m_generalBox);
+    m_layout->addWidget(m_generalBox);
+
+    m_connectionButton = new QPushButton("Init", m_generalBox);
+    m_startButton = new QPushButton("Start", m_generalBox);
+    m_generalLayout->addWidget(m_connectionButton, 0, 0);
+    m_generalLayout->addWidget(m_startButton, 0, 1);
+    connect(m_connectionButton, &QPushButton::pressed, this, &AtracsysTrackingController::onValueChanged);
+    connect(m_startButton, &QPushButton::pressed, this, &AtracsysTrackingController::onValueChanged);
+
+    // The index of each choice is its FiducialQueryMode value.
+    m_fiducialModeCombo = new QComboBox(m_generalBox);
+    m_fiducialModeCombo->addItems({"None", "Belonging to marker", "All in marker vicinity", "All"});
+    connect(m_fiducialModeCombo, &QComboBox::currentTextChanged, this,
+            &AtracsysTrackingController::onFiducialQueryModeChanged);
+    m_generalLayout->addWidget(new QLabel("Fiducial Mode:", m_generalBox), 1, 0);
+    m_generalLayout->addWidget(m_fiducialModeCombo, 1, 1);
+
+    m_showImagesCheck = new QCheckBox("Show images", m_generalBox);
+    m_generalLayout->addWidget(m_showImagesCheck, 2, 0, 2, 1);
+    connect(m_showImagesCheck, &QCheckBox::stateChanged, this,
+            &AtracsysTrackingController::onQueryImagesStateChanged);
+
+    // The properties go below the general box.
+    m_propertiesWidget->setCamelCaseSplitting(true);
+    m_layout->removeWidget(m_propertiesWidget);
+    m_layout->addWidget(m_propertiesWidget);
+    connect(m_propertiesWidget, &PropertiesWidget::parameterChanged, this,
+            &StreamControllerBase::updateStreamSettings);
+
+    updateGUI();
+}
+
+void AtracsysTrackingController::updateGUI() {
+    if (!m_stream) {
+        setEnabled(false);
+        return;
+    }
+    setEnabled(true);
+    const State state = m_stream->currentState();
+    const bool initialized = m_stream->isInitialized();
+
+    if (state == State::Opening)
+        m_connectionButton->setText("Initializing...");
+    else if (state == State::Closing)
+        m_connectionButton->setText("Closing...");
+    else
+        m_connectionButton->setText(initialized ? "Close Connection" : "Open Connection");
+
+    m_startButton->setEnabled(initialized);
+    if (state == State::Starting)
+        m_startButton->setText("Starting...");
+    else if (state == State::Running)
+        m_startButton->setText("Stop");
+    else if (state == State::Stopping)
+        m_startButton->setText("Stopping...");
+    else
+        m_startButton->setText("Start");
+
+    // Images are chosen before the connection is opened.
+    m_showImagesCheck->setEnabled(state == State::Closed);
+
+    // Showing the stream's settings must not hand them back to the stream.
+    {
+        const QSignalBlocker blocker(m_fiducialModeCombo);
+        m_fiducialModeCombo->setCurrentIndex(static_cast<int>(m_stream->fiducialQueryMode()));
+    }
+    {
+        const QSignalBlocker blocker(m_showImagesCheck);
+        m_showImagesCheck->setChecked(m_stream->queryImages());
+    }
+}
+
+void AtracsysTrackingController::onValueChanged() {
+    auto* widget = qobject_cast<QWidget*>(sender());
+    if (!m_stream || !widget)
+        return;
+    if (widget == m_connectionButton) {
+        if (m_stream->isInitialized())
+            m_stream->closeAsync();
+        else
+            m_stream->openAsync();
+    } else if (widget == m_startButton) {
+        if (m_stream->isStateOneOf({State::Starting, State::Running})) {
+            m_stream->stopAsync().get();
+        } else {
+            if (m_stream->numInstruments(false) == 0)
+                KESTRION_LOG_WARN(Category, "AtracsysTracking: Instruments empty!");
+            m_stream->startAsync().get();
+        }
+    }
+    updateGUI();
+}
+
+void AtracsysTrackingController::onFiducialQueryModeChanged(const QString& /*text*/) {
+    if (m_stream)
+        m_stream->setFiducialQueryMode(
+            static_cast<AtracsysTrackingStreamBase::FiducialQueryMode>(m_fiducialModeCombo->currentIndex()));
+}
+
+void AtracsysTrackingController::onQueryImagesStateChanged(int checkState) {
+    if (!m_stream)
+        return;
+    if (checkState == Qt::Checked) {
+        m_stream->setQueryImages(true);
+        createRenderer();
+    } else {
+        // The camera view stays: it simply receives no images.
+        m_stream->setQueryImages(false);
+    }
+}
+
+void AtracsysTrackingController::createRenderer() {
+    DisplayWidgetMulti* display = displayWidget();
+    if (!m_stream || !display)
+        return;
+    auto renderer = std::make_unique<AtracsysRenderer>(*m_stream, *display);
+    m_renderer = std::move(renderer); // the replaced one is deleted after the new one exists
+}
+
+void AtracsysTrackingController::init() {
+    StreamControllerBase::init();
+    auto* createAlgorithm = dynamic_cast<CreateAlgorithm*>(algorithm());
+    m_stream = createAlgorithm ? dynamic_cast<SpryTrack::AtracsysTrackingStream*>(createAlgorithm->stream())
+                               : nullptr;
+    if (!m_stream) {
+        KESTRION_LOG_ERROR("", "Stream not available for initialization!");
+        return;
+    }
+
+    if (m_stream->queryImages())
+        createRenderer();
+
+    m_markersWidget = new AtracsysMarkersWidget(m_stream, true, this);
+    m_markersWidget->setMainWindow(mainWindow());
+    m_layout->addWidget(m_markersWidget);
+
+    // State changes come from the stream's control thread.
+    m_stream->signalStateChanged.connect(
+        this, [this](State) { QMetaObject::invokeMethod(this, "updateGUI", Qt::QueuedConnection); });
+    updateGUI();
+
+    if (m_stream->startAfterInit() && m_stream->isInitialized() &&
+        !m_stream->isStateOneOf({State::Starting, State::Running}))
+        createAlgorithm->stream()->startAsync().get();
+}
+
+} // namespace Kestrion

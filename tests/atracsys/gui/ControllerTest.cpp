@@ -1,0 +1,315 @@
+// The stream's control panel on the simulated camera: its layout, the texts and enabling of its
+// controls through open, start, stop and close, the fiducial mode and image switches, and how it
+// binds to the algorithm's stream.
+
+#include "atracsys/gui/AtracsysMarkersWidget.h"
+#include "atracsys/gui/AtracsysTrackingController.h"
+
+#include "host/lib/widgets/DisplayWidgetMulti.h"
+#include "host/lib/widgets/GlView.h"
+#include "host/lib/widgets/MainWindow.h"
+#include "host/lib/widgets/PropertiesWidget.h"
+#include "tests/atracsys/gui/GuiTestSupport.h"
+#include "tests/atracsys/gui/SimulatorScene.h"
+#include "tests/support/LogCapture.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QMetaMethod>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+using namespace Kestrion;
+using Kestrion::SpryTrack::AtracsysTrackingStream;
+using State = Stream::State;
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingController";
+
+/// The tracking stream, counting the settings handed to it.
+class CountingStream : public AtracsysTrackingStream {
+public:
+    CountingStream()
+        : AtracsysTrackingStream("Atracsys Tracking Stream") {}
+    void setFiducialQueryMode(FiducialQueryMode mode) override {
+        ++modeCalls;
+        AtracsysTrackingStream::setFiducialQueryMode(mode);
+    }
+    void setQueryImages(bool query) override {
+        ++imageCalls;
+        AtracsysTrackingStream::setQueryImages(query);
+    }
+    std::atomic<int> modeCalls{0};
+    std::atomic<int> imageCalls{0};
+};
+
+/// Holds the stream's control thread when the stream enters a state, until released, so that
+/// the panel can be seen in that transitional state.
+class StateLatch {
+public:
+    StateLatch(Stream& stream, State held) {
+        m_connection = stream.signalStateChanged.connect([this, held](State state) {
+            if (state != held)
+                return;
+            std::unique_lock<std::mutex> lock(m_mutex); // the control thread waits, the test releases
+            m_reached = true;
+            m_changed.notify_all();
+            m_changed.wait(lock, [this] { return m_released; });
+        });
+    }
+    ~StateLatch() {
+        release();
+        m_connection.disconnect();
+    }
+    bool waitReached() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, std::chrono::seconds(30), [this] { return m_reached; });
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_released = true;
+        m_changed.notify_all();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_reached = false;
+    bool m_released = false;
+    SignalConnection m_connection;
+};
+
+class TrackingControllerTest : public ::testing::Test {
+protected:
+    TrackingControllerTest() { algorithm.setStream(stream); }
+
+    QPushButton* connectionButton() { return buttonAt(0, 0); }
+    QPushButton* startButton() { return buttonAt(0, 1); }
+    QComboBox* combo() { return controller.findChild<QComboBox*>(); }
+    QCheckBox* imagesCheck() { return controller.findChild<QCheckBox*>(); }
+    QGridLayout* grid() { return qobject_cast<QGridLayout*>(controller.findChild<QGroupBox*>()->layout()); }
+    QPushButton* buttonAt(int row, int column) {
+        return qobject_cast<QPushButton*>(grid()->itemAtPosition(row, column)->widget());
+    }
+
+    GuiTest::Application application;
+    GuiTest::SceneGuard scene{"static-marker.json"};
+    CountingStream* stream = new CountingStream; // owned by the algorithm
+    AtracsysTrackingController::CreateAlgorithm algorithm;
+    DisplayWidgetMulti display;
+    AtracsysTrackingController controller{&algorithm};
+};
+
+} // namespace
+
+TEST_F(TrackingControllerTest, PanelLayout) {
+    EXPECT_STREQ(controller.metaObject()->className(), "Kestrion::AtracsysTrackingController");
+    std::vector<std::string> methods;
+    for (int i = controller.metaObject()->methodOffset(); i < controller.metaObject()->methodCount(); ++i)
+        methods.push_back(controller.metaObject()->method(i).methodSignature().toStdString());
+    EXPECT_EQ(methods, (std::vector<std::string>{"setupGUI()", "updateGUI()", "onValueChanged()",
+                                                 "onFiducialQueryModeChanged(QString)",
+                                                 "onQueryImagesStateChanged(int)"}));
+
+    auto* box = controller.findChild<QGroupBox*>();
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->title(), "General");
+    EXPECT_EQ(connectionButton()->text(), "Init");
+    EXPECT_EQ(startButton()->text(), "Start");
+    auto* label = qobject_cast<QLabel*>(grid()->itemAtPosition(1, 0)->widget());
+    ASSERT_TRUE(label);
+    EXPECT_EQ(label->text(), "Fiducial Mode:");
+    EXPECT_EQ(grid()->itemAtPosition(1, 1)->widget(), combo());
+    QStringList items;
+    for (int i = 0; i < combo()->count(); ++i)
+        items << combo()->itemText(i);
+    EXPECT_EQ(items, QStringList({"None", "Belonging to marker", "All in marker vicinity", "All"}));
+    int row = -1, column = -1, rowSpan = -1, columnSpan = -1;
+    grid()->getItemPosition(grid()->indexOf(imagesCheck()), &row, &column, &rowSpan, &columnSpan);
+    EXPECT_EQ(std::vector<int>({row, column, rowSpan, columnSpan}), std::vector<int>({2, 0, 2, 1}));
+    EXPECT_EQ(imagesCheck()->text(), "Show images");
+
+    // The stream's properties below the general box, with their names split into words.
+    auto* properties = controller.findChild<PropertiesWidget*>();
+    ASSERT_TRUE(properties);
+    EXPECT_TRUE(properties->camelCaseSplitting());
+    auto* layout = qobject_cast<QVBoxLayout*>(controller.layout());
+    ASSERT_TRUE(layout);
+    EXPECT_LT(layout->indexOf(box), layout->indexOf(properties));
+    EXPECT_FALSE(controller.isEnabled()) << "no stream bound before init";
+
+    MainWindow window;
+    controller.setMainWindow(&window);
+    controller.init();
+    EXPECT_TRUE(controller.isEnabled());
+    ASSERT_TRUE(controller.markersWidget());
+    EXPECT_EQ(controller.markersWidget()->parent(), &controller);
+    EXPECT_EQ(controller.markersWidget()->mainWindow(), &window);
+    EXPECT_TRUE(
+        controller.markersWidget()->findChild<QPushButton*>("optimizeGeomButton")->isVisibleTo(&controller));
+    EXPECT_GT(layout->indexOf(controller.markersWidget()), layout->indexOf(box));
+}
+
+TEST_F(TrackingControllerTest, ControlsFollowTheStreamThroughOpenStartStopAndClose) {
+    TestSupport::LogCapture capture;
+    controller.init();
+    EXPECT_EQ(connectionButton()->text(), "Open Connection");
+    EXPECT_FALSE(startButton()->isEnabled());
+    EXPECT_EQ(startButton()->text(), "Start");
+    EXPECT_TRUE(imagesCheck()->isEnabled());
+
+    {
+        // Opening is not waited for: the panel shows it while it lasts.
+        StateLatch opening(*stream, State::Opening);
+        connectionButton()->click();
+        ASSERT_TRUE(opening.waitReached());
+        ASSERT_TRUE(
+            GuiTest::processEventsUntil([&] { return connectionButton()->text() == "Initializing..."; }));
+        EXPECT_FALSE(startButton()->isEnabled());
+    }
+    ASSERT_TRUE(
+        GuiTest::processEventsUntil([&] { return connectionButton()->text() == "Close Connection"; }));
+    EXPECT_TRUE(stream->isInitialized());
+    EXPECT_TRUE(startButton()->isEnabled());
+    EXPECT_FALSE(imagesCheck()->isEnabled()) << "images are chosen before opening";
+
+    // Starting is waited for; with no instrument it warns and starts anyway.
+    startButton()->click();
+    EXPECT_EQ(stream->currentState(), State::Running);
+    EXPECT_EQ(startButton()->text(), "Stop");
+    EXPECT_TRUE(capture->contains(Log::Warning, Category, "AtracsysTracking: Instruments empty!"))
+        << capture->dump();
+
+    startButton()->click();
+    EXPECT_EQ(stream->currentState(), State::Open);
+    EXPECT_EQ(startButton()->text(), "Start");
+
+    {
+        // Pressed while the stream is starting, the button stops it.
+        StateLatch starting(*stream, State::Starting);
+        std::future<bool> started = stream->startAsync();
+        ASSERT_TRUE(starting.waitReached());
+        controller.updateGUI();
+        EXPECT_EQ(startButton()->text(), "Starting...");
+        std::thread release([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            starting.release();
+        });
+        startButton()->click(); // waits for the stop, which runs once the start has finished
+        release.join();
+        EXPECT_TRUE(started.get());
+        EXPECT_EQ(stream->currentState(), State::Open);
+        EXPECT_EQ(startButton()->text(), "Start");
+    }
+    EXPECT_EQ(capture->count(Log::Warning, Category, "AtracsysTracking: Instruments empty!"), 1u);
+
+    {
+        StateLatch closing(*stream, State::Closing);
+        connectionButton()->click();
+        ASSERT_TRUE(closing.waitReached());
+        ASSERT_TRUE(GuiTest::processEventsUntil([&] { return connectionButton()->text() == "Closing..."; }));
+    }
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return connectionButton()->text() == "Open Connection"; }));
+    EXPECT_FALSE(startButton()->isEnabled());
+    EXPECT_TRUE(imagesCheck()->isEnabled());
+    EXPECT_EQ(stream->currentState(), State::Closed);
+}
+
+TEST_F(TrackingControllerTest, FiducialModeAndImagesReachTheStreamWithoutEchoes) {
+    controller.setDisplayWidget(&display);
+    controller.init();
+    EXPECT_FALSE(controller.renderer()) << "no images asked for";
+    EXPECT_EQ(stream->modeCalls, 0);
+    EXPECT_EQ(stream->imageCalls, 0);
+
+    combo()->setCurrentText("All");
+    EXPECT_EQ(stream->fiducialQueryMode(), AtracsysTrackingStreamBase::AllFiducials);
+    combo()->setCurrentIndex(1);
+    EXPECT_EQ(stream->fiducialQueryMode(), AtracsysTrackingStreamBase::MarkerFiducials);
+    EXPECT_EQ(stream->modeCalls, 2);
+
+    // Settings changed elsewhere are shown, not handed back.
+    stream->setFiducialQueryMode(AtracsysTrackingStreamBase::FiducialsNearMarkers);
+    stream->setQueryImages(true);
+    controller.updateGUI();
+    EXPECT_EQ(combo()->currentIndex(), 2);
+    EXPECT_TRUE(imagesCheck()->isChecked());
+    EXPECT_EQ(stream->modeCalls, 3);
+    EXPECT_EQ(stream->imageCalls, 1);
+    EXPECT_FALSE(controller.renderer());
+    stream->setQueryImages(false);
+    controller.updateGUI();
+    EXPECT_EQ(stream->imageCalls, 2);
+
+    // Checking creates the camera view; unchecking keeps it; checking again makes a fresh one.
+    imagesCheck()->setChecked(true);
+    EXPECT_TRUE(stream->queryImages());
+    AtracsysRenderer* first = controller.renderer();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(display.viewCount(), 2);
+    imagesCheck()->setChecked(false);
+    EXPECT_FALSE(stream->queryImages());
+    EXPECT_EQ(controller.renderer(), first);
+    EXPECT_EQ(display.viewCount(), 2);
+    imagesCheck()->setChecked(true);
+    ASSERT_TRUE(controller.renderer());
+    EXPECT_NE(controller.renderer(), first);
+    EXPECT_EQ(display.viewCount(), 2) << "the replaced view's cameras are gone";
+    EXPECT_EQ(controller.renderer()->cameraView(0).view.data(), display.views()[0]);
+}
+
+TEST_F(TrackingControllerTest, ShowsTheCameraImagesOfARunningStream) {
+    stream->setQueryImages(true);
+    controller.setDisplayWidget(&display);
+    controller.init();
+    ASSERT_TRUE(controller.renderer()) << "images were asked for before the panel came";
+    EXPECT_TRUE(imagesCheck()->isChecked());
+    combo()->setCurrentText("All");
+
+    connectionButton()->click();
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->isEnabled(); }));
+    startButton()->click();
+    const AtracsysRenderer& renderer = *controller.renderer();
+    EXPECT_TRUE(GuiTest::processEventsUntil([&] {
+        return renderer.cameraView(0).ellipses.size() == 4 && renderer.cameraView(1).ellipses.size() == 4;
+    })) << "the marker's four fiducials in both images";
+    EXPECT_EQ(renderer.cameraView(0).view->image().size(), QSize(2048, 1088));
+    startButton()->click();
+    ASSERT_TRUE(stream->close());
+}
+
+TEST_F(TrackingControllerTest, StartsAStreamThatAsksToStartOnceOpen) {
+    stream->setStartAfterInit(true);
+    ASSERT_TRUE(stream->open());
+    controller.init();
+    EXPECT_EQ(stream->currentState(), State::Running);
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->text() == "Stop"; }));
+    ASSERT_TRUE(stream->close());
+}
+
+TEST(ControllerWithoutStream, IsDisabledAndSaysSo) {
+    GuiTest::ensureApplication();
+    TestSupport::LogCapture capture;
+    AtracsysTrackingController::CreateAlgorithm algorithm; // never computed: no stream
+    AtracsysTrackingController controller(&algorithm);
+    controller.init();
+    EXPECT_TRUE(capture->contains(Log::Error, "", "Stream not available for initialization!"))
+        << capture->dump();
+    EXPECT_FALSE(controller.isEnabled());
+    EXPECT_FALSE(controller.stream());
+    EXPECT_FALSE(controller.markersWidget());
+    controller.onValueChanged(); // nothing to do without a stream
+    controller.onQueryImagesStateChanged(Qt::Checked);
+    EXPECT_FALSE(controller.renderer());
+}
