@@ -82,7 +82,8 @@ ftkError Device::optionGate(std::uint32_t id, bool set, std::string& message) {
         return ftkError::FTK_ERR_DISCONNECTION;
     }
     const OptionDefinition* d = m_options.find(id);
-    if (auto refusal = m_faults.optionRefusal(id, d != nullptr ? d->name : std::string(), set)) {
+    static const std::string noName;
+    if (auto refusal = m_faults.optionRefusal(id, d != nullptr ? d->name : noName, set)) {
         message = optionFailure(*refusal, id, d, ErrorCodes::serialText(m_serial)) + " (simulated fault)";
         return *refusal;
     }
@@ -270,6 +271,10 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
     const std::uint64_t current = m_clock.currentIndex(stepped, now);
     const FaultScript::FetchOutcome outcome =
         m_faults.onFetch(m_fetches, timeOfIndex(stepped ? current + 1 : current));
+    if (stepped && (outcome.disconnect || outcome.error != ftkError::FTK_OK)) {
+        // With the stepped clock each fetch is one frame period: a failed one loses its frame.
+        m_clock.takeNext(true, now);
+    }
     if (outcome.disconnect) {
         m_disconnected = true;
         message = "Device " + device() + " was disconnected";

@@ -24,13 +24,19 @@ std::unordered_set<const ftkFrameQuery*>& registry() {
     return records;
 }
 
+/// Copies up to the capacity of `to`; returns the number copied. The record's fields are packed,
+/// so counts and statuses are assigned by the caller rather than written through references.
 template <typename T>
-ftkQueryStatus copyLimited(const std::vector<T>& from, std::vector<T>& to, std::uint32_t& count) {
+std::uint32_t copyLimited(const std::vector<T>& from, std::vector<T>& to) {
     const std::size_t n = std::min(from.size(), to.size());
     if (n > 0) {
         std::memcpy(static_cast<void*>(to.data()), from.data(), n * sizeof(T));
     }
-    count = static_cast<std::uint32_t>(n);
+    return static_cast<std::uint32_t>(n);
+}
+
+template <typename T>
+ftkQueryStatus overflow(const std::vector<T>& from, const std::vector<T>& to) {
     return from.size() > to.size() ? ftkQueryStatus::QS_ERR_OVERFLOW : ftkQueryStatus::QS_OK;
 }
 
@@ -161,10 +167,14 @@ void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& mar
     }
     q.eventsCount = 0;
 
-    q.rawDataLeftStat = copyLimited(frame.rawLeft, m_rawLeft, q.rawDataLeftCount);
-    q.rawDataRightStat = copyLimited(frame.rawRight, m_rawRight, q.rawDataRightCount);
-    q.threeDFiducialsStat = copyLimited(frame.fiducials, m_fiducials, q.threeDFiducialsCount);
-    q.markersStat = copyLimited(markers, m_markers, q.markersCount);
+    q.rawDataLeftCount = copyLimited(frame.rawLeft, m_rawLeft);
+    q.rawDataLeftStat = overflow(frame.rawLeft, m_rawLeft);
+    q.rawDataRightCount = copyLimited(frame.rawRight, m_rawRight);
+    q.rawDataRightStat = overflow(frame.rawRight, m_rawRight);
+    q.threeDFiducialsCount = copyLimited(frame.fiducials, m_fiducials);
+    q.threeDFiducialsStat = overflow(frame.fiducials, m_fiducials);
+    q.markersCount = copyLimited(markers, m_markers);
+    q.markersStat = overflow(markers, m_markers);
     if (faults.overrideMarkers) {
         q.markersStat = faults.markersStatus;
     }

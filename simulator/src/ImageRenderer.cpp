@@ -23,8 +23,7 @@ ImageRenderer::ImageRenderer(int width, int height, std::uint64_t seed)
     , m_seed(seed) {}
 
 bool ImageRenderer::measure(const Blob& blob, ftkRawData& raw) const {
-    const int x0 = std::max(0, static_cast<int>(std::floor(blob.x - blob.radius)));
-    const int x1 = std::min(m_width - 1, static_cast<int>(std::ceil(blob.x + blob.radius)));
+    // Row by row, the pixels whose centres lie inside the disc form one run.
     const int y0 = std::max(0, static_cast<int>(std::floor(blob.y - blob.radius)));
     const int y1 = std::min(m_height - 1, static_cast<int>(std::ceil(blob.y + blob.radius)));
     const double r2 = blob.radius * blob.radius;
@@ -35,16 +34,22 @@ bool ImageRenderer::measure(const Blob& blob, ftkRawData& raw) const {
     int maxY = -1;
     for (int y = y0; y <= y1; ++y) {
         const double dy = y + 0.5 - blob.y;
-        for (int x = x0; x <= x1; ++x) {
-            const double dx = x + 0.5 - blob.x;
-            if (dx * dx + dy * dy <= r2) {
-                ++count;
-                minX = std::min(minX, x);
-                maxX = std::max(maxX, x);
-                minY = std::min(minY, y);
-                maxY = std::max(maxY, y);
-            }
+        const double span2 = r2 - dy * dy;
+        if (span2 < 0.0) {
+            continue;
         }
+        const double span = std::sqrt(span2);
+        // Pixel x is inside when |x + 0.5 - centre| <= span.
+        const int first = std::max(0, static_cast<int>(std::ceil(blob.x - span - 0.5)));
+        const int last = std::min(m_width - 1, static_cast<int>(std::floor(blob.x + span - 0.5)));
+        if (last < first) {
+            continue;
+        }
+        count += static_cast<std::uint32_t>(last - first + 1);
+        minX = std::min(minX, first);
+        maxX = std::max(maxX, last);
+        minY = std::min(minY, y);
+        maxY = std::max(maxY, y);
     }
     if (count == 0) {
         return false;

@@ -17,7 +17,8 @@ namespace Kestrion::Simulator {
 /// For every geometry, every assignment of its points to distinct fiducials (a point may stay
 /// unmatched) whose pairwise distances all agree with the geometry within the tolerance, and
 /// that matches at least three points, is a candidate. Candidates of all geometries are ranked by
-/// the number of matched points, then by the fit's residual; they are accepted in that order
+/// the number of matched points, then by how closely the matched distances agree with the
+/// registered ones; they are accepted in that order
 /// when their geometry is not found yet and none of their fiducials is taken. A symmetric
 /// geometry therefore yields whichever of its equivalent assignments fits the noisy data best,
 /// as with a real camera.
@@ -36,10 +37,8 @@ private:
     struct Candidate {
         std::size_t geometry;
         int matched;
-        double rms;
+        double residual; ///< Mean squared difference of matched and registered distances.
         std::uint32_t fiducial[FTK_MAX_FIDUCIALS];
-        Eigen::Matrix3d rotation;
-        Eigen::Vector3d translation;
     };
 
     void search(const RegisteredGeometry& g, std::size_t geometryIndex, int point, int matched);
@@ -47,6 +46,11 @@ private:
 
     // Scratch reused from frame to frame.
     std::vector<Eigen::Vector3d> m_positions;
+    std::vector<double> m_distances; ///< n x n, row-major.
+    std::vector<std::size_t>
+        m_neighbourStart; ///< Fiducial i's neighbours: m_neighbours[start[i], start[i + 1]).
+    std::vector<std::uint32_t> m_neighbours;
+    std::vector<std::size_t> m_fill;
     std::vector<char> m_used;
     std::vector<Candidate> m_candidates;
     std::vector<std::size_t> m_order;

@@ -532,7 +532,9 @@ DeviceDescription device(const json& d, const std::string& where, std::size_t in
     }
     if (d.contains("options")) {
         const json& options = d.at("options");
-        checkKeys(options, at(where, "options"), {});
+        if (!options.is_object()) {
+            throw SceneError(at(where, "options"), "must be an object of option names (or ids) and values");
+        }
         for (auto it = options.begin(); it != options.end(); ++it) {
             out.options.push_back(optionSetting(it.key(), it.value(), at(at(where, "options"), it.key())));
         }

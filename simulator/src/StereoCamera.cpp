@@ -77,13 +77,14 @@ Eigen::Vector3d StereoCamera::triangulate(const Eigen::Vector2d& left, const Eig
     return 0.5 * (p1 + p2);
 }
 
-double StereoCamera::epipolarError(const Eigen::Vector2d& left, const Eigen::Vector2d& right) const {
+Eigen::Vector3d StereoCamera::epipolarLine(const Eigen::Vector2d& left) const {
     const Eigen::Vector3d line = m_fundamental * Eigen::Vector3d(left.x(), left.y(), 1.0);
-    const double norm = std::hypot(line.x(), line.y());
-    if (norm <= 0.0) {
-        return 0.0;
-    }
-    return std::abs(line.dot(Eigen::Vector3d(right.x(), right.y(), 1.0))) / norm;
+    const double norm = std::sqrt(line.x() * line.x() + line.y() * line.y());
+    return norm > 0.0 ? Eigen::Vector3d(line / norm) : Eigen::Vector3d::Zero();
+}
+
+double StereoCamera::epipolarError(const Eigen::Vector2d& left, const Eigen::Vector2d& right) const {
+    return std::abs(epipolarLine(left).dot(Eigen::Vector3d(right.x(), right.y(), 1.0)));
 }
 
 } // namespace Kestrion::Simulator

@@ -27,6 +27,9 @@ public:
 
     /// Distance in pixels of the right point from the epipolar line of the left point.
     double epipolarError(const Eigen::Vector2d& left, const Eigen::Vector2d& right) const;
+    /// The epipolar line of a left point in the right image, scaled so that line . (x, y, 1) is
+    /// the signed distance in pixels (computed once per left point when pairing many).
+    Eigen::Vector3d epipolarLine(const Eigen::Vector2d& left) const;
 
     double focalPx() const { return m_focal; }
     int width() const { return m_width; }

@@ -36,9 +36,10 @@ void StereoMatcher::match(const std::vector<Blob>& left, const std::vector<Blob>
     const double radius = 0.5 * m_model.fiducialDiameterMM;
     for (std::uint32_t l = 0; l < left.size(); ++l) {
         const Eigen::Vector2d pl(left[l].x, left[l].y);
+        const Eigen::Vector3d line = m_camera.epipolarLine(pl);
         for (std::uint32_t r = 0; r < right.size(); ++r) {
             const Eigen::Vector2d pr(right[r].x, right[r].y);
-            const double e = m_camera.epipolarError(pl, pr);
+            const double e = std::abs(line.x() * pr.x() + line.y() * pr.y() + line.z());
             if (e > tolerancePx) {
                 continue;
             }
@@ -67,18 +68,18 @@ void StereoMatcher::match(const std::vector<Blob>& left, const std::vector<Blob>
     m_rightOfLeft.assign(left.size(), None);
     // Candidates of one group share a root; resolve each group once.
     m_order.resize(m_candidates.size());
+    m_roots.resize(m_candidates.size());
     for (std::size_t i = 0; i < m_order.size(); ++i) {
         m_order[i] = i;
+        m_roots[i] = root(m_candidates[i].left);
     }
     std::sort(m_order.begin(), m_order.end(), [&](std::size_t a, std::size_t b) {
-        const std::uint32_t ra = root(m_candidates[a].left);
-        const std::uint32_t rb = root(m_candidates[b].left);
-        return ra != rb ? ra < rb : a < b;
+        return m_roots[a] != m_roots[b] ? m_roots[a] < m_roots[b] : a < b;
     });
     for (std::size_t i = 0; i < m_order.size();) {
-        const std::uint32_t group = root(m_candidates[m_order[i]].left);
+        const std::uint32_t group = m_roots[m_order[i]];
         m_group.clear();
-        while (i < m_order.size() && root(m_candidates[m_order[i]].left) == group) {
+        while (i < m_order.size() && m_roots[m_order[i]] == group) {
             m_group.push_back(m_order[i]);
             ++i;
         }

@@ -54,6 +54,7 @@ private:
     std::vector<std::uint32_t> m_candidatesPerLeft;
     std::vector<std::size_t> m_group;
     std::vector<std::size_t> m_order;
+    std::vector<std::uint32_t> m_roots;
     std::vector<char> m_usedLeft;
     std::vector<char> m_usedRight;
     std::vector<std::size_t> m_current;

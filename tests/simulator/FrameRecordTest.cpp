@@ -8,21 +8,21 @@
 TEST(FrameRecord, SetFrameOptionsAllocatesTheRequestedCapacities) {
     ftkFrameQuery* frame = ftkCreateFrame();
     ASSERT_NE(frame, nullptr);
-    EXPECT_EQ(frame->markers, nullptr);
-    EXPECT_EQ(frame->markersCount, 0u);
+    EXPECT_EQ(static_cast<const void*>(frame->markers), nullptr);
+    EXPECT_EQ(+frame->markersCount, 0u);
 
     ASSERT_EQ(ftkSetFrameOptions(true, 20, 128, 64, 256, 16, frame), ftkError::FTK_OK);
-    ASSERT_NE(frame->imageHeader, nullptr);
-    ASSERT_NE(frame->events, nullptr);
-    ASSERT_NE(frame->rawDataLeft, nullptr);
-    ASSERT_NE(frame->rawDataRight, nullptr);
-    ASSERT_NE(frame->threeDFiducials, nullptr);
-    ASSERT_NE(frame->markers, nullptr);
-    EXPECT_EQ(frame->eventsVersionSize.ReservedSize, 20 * sizeof(ftkEvent));
-    EXPECT_EQ(frame->rawDataLeftVersionSize.ReservedSize, 128 * sizeof(ftkRawData));
-    EXPECT_EQ(frame->rawDataRightVersionSize.ReservedSize, 64 * sizeof(ftkRawData));
-    EXPECT_EQ(frame->threeDFiducialsVersionSize.ReservedSize, 256 * sizeof(ftk3DFiducial));
-    EXPECT_EQ(frame->markersVersionSize.ReservedSize, 16 * sizeof(ftkMarker));
+    ASSERT_NE(static_cast<const void*>(frame->imageHeader), nullptr);
+    ASSERT_NE(static_cast<const void*>(frame->events), nullptr);
+    ASSERT_NE(static_cast<const void*>(frame->rawDataLeft), nullptr);
+    ASSERT_NE(static_cast<const void*>(frame->rawDataRight), nullptr);
+    ASSERT_NE(static_cast<const void*>(frame->threeDFiducials), nullptr);
+    ASSERT_NE(static_cast<const void*>(frame->markers), nullptr);
+    EXPECT_EQ(+frame->eventsVersionSize.ReservedSize, 20 * sizeof(ftkEvent));
+    EXPECT_EQ(+frame->rawDataLeftVersionSize.ReservedSize, 128 * sizeof(ftkRawData));
+    EXPECT_EQ(+frame->rawDataRightVersionSize.ReservedSize, 64 * sizeof(ftkRawData));
+    EXPECT_EQ(+frame->threeDFiducialsVersionSize.ReservedSize, 256 * sizeof(ftk3DFiducial));
+    EXPECT_EQ(+frame->markersVersionSize.ReservedSize, 16 * sizeof(ftkMarker));
     EXPECT_EQ(frame->markersCount + frame->threeDFiducialsCount + frame->rawDataLeftCount, 0u);
     // Every entry is writable (the address sanitizer build checks the extent).
     frame->markers[15].geometryId = 1;
@@ -30,9 +30,9 @@ TEST(FrameRecord, SetFrameOptionsAllocatesTheRequestedCapacities) {
 
     // Options can be set again with other capacities; a zero capacity leaves no container.
     ASSERT_EQ(ftkSetFrameOptions(false, 0, 4, 4, 8, 0, frame), ftkError::FTK_OK);
-    EXPECT_EQ(frame->markers, nullptr);
-    EXPECT_EQ(frame->markersVersionSize.ReservedSize, 0u);
-    EXPECT_EQ(frame->threeDFiducialsVersionSize.ReservedSize, 8 * sizeof(ftk3DFiducial));
+    EXPECT_EQ(static_cast<const void*>(frame->markers), nullptr);
+    EXPECT_EQ(+frame->markersVersionSize.ReservedSize, 0u);
+    EXPECT_EQ(+frame->threeDFiducialsVersionSize.ReservedSize, 8 * sizeof(ftk3DFiducial));
     EXPECT_EQ(ftkDeleteFrame(frame), ftkError::FTK_OK);
 }
 

@@ -122,10 +122,10 @@ TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRen
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     ASSERT_NE(findMarker(*camera.frame, 1400), nullptr);
     EXPECT_EQ(findMarker(*camera.frame, 1400)->id, trackingId) << "kept while continuously seen";
-    EXPECT_EQ(camera.frame->threeDFiducialsCount, 6u);
+    EXPECT_EQ(+camera.frame->threeDFiducialsCount, 6u);
     for (int k = 0; k < 4; ++k) {
         const uint32 index = findMarker(*camera.frame, 1400)->fiducialCorresp[k];
-        ASSERT_LT(index, camera.frame->threeDFiducialsCount);
+        ASSERT_LT(index, +camera.frame->threeDFiducialsCount);
         EXPECT_NEAR(camera.frame->threeDFiducials[index].positionMM.z, 800.f, 50.f)
             << "a stray taken for fiducial " << k;
     }
@@ -136,7 +136,7 @@ TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRen
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->geometryPresenceMask, 0xBu);
     EXPECT_EQ(m->fiducialCorresp[2], INVALID_ID);
-    EXPECT_EQ(camera.frame->rawDataLeftCount + 1, camera.frame->rawDataRightCount);
+    EXPECT_EQ(camera.frame->rawDataLeftCount + 1, +camera.frame->rawDataRightCount);
     EXPECT_EQ(camera.truth()->markers[0].detectedMask, 0xBu);
 
     ASSERT_TRUE(ftkSimStep(camera.serial, 108)); // t = 192/54 s = 3.56 s
@@ -162,12 +162,12 @@ TEST(Matching, GeometriesBelongToTheLibraryHandleTheyWereRegisteredThrough) {
     ASSERT_EQ(first.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
     ASSERT_EQ(first.fetch(), ftkError::FTK_OK);
     ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(first.frame->markersCount, 1u);
-    EXPECT_EQ(second.frame->markersCount, 0u);
-    EXPECT_EQ(second.frame->threeDFiducialsCount, 4u);
+    EXPECT_EQ(+first.frame->markersCount, 1u);
+    EXPECT_EQ(+second.frame->markersCount, 0u);
+    EXPECT_EQ(+second.frame->threeDFiducialsCount, 4u);
 
     // Registering the same id on the second handle is not a duplicate.
     EXPECT_EQ(second.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
     ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(second.frame->markersCount, 1u);
+    EXPECT_EQ(+second.frame->markersCount, 1u);
 }

@@ -64,7 +64,7 @@ TEST(Measurement, TriangulatedFiducialsScatterAroundTheTruthAsTheStereoGeometryP
     for (int frame = 0; frame < 400; ++frame) {
         ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
         const auto truth = camera.truth();
-        ASSERT_EQ(camera.frame->threeDFiducialsCount, 6u) << "every stray seen once, no ghost";
+        ASSERT_EQ(+camera.frame->threeDFiducialsCount, 6u) << "every stray seen once, no ghost";
         for (uint32 i = 0; i < camera.frame->threeDFiducialsCount; ++i) {
             const ftk3DFiducial& f = camera.frame->threeDFiducials[i];
             const Eigen::Vector3d p(f.positionMM.x, f.positionMM.y, f.positionMM.z);
@@ -110,8 +110,8 @@ TEST(Measurement, RawDetectionsDescribeBlobsOfTheFiducialsApparentSize) {
     Camera camera;
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     const ftkFrameQuery& f = *camera.frame;
-    ASSERT_EQ(f.rawDataLeftCount, 6u);
-    ASSERT_EQ(f.rawDataRightCount, 6u);
+    ASSERT_EQ(+f.rawDataLeftCount, 6u);
+    ASSERT_EQ(+f.rawDataRightCount, 6u);
     float previousTop = -1.f;
     for (uint32 i = 0; i < f.rawDataLeftCount; ++i) {
         const ftkRawData& r = f.rawDataLeft[i];
@@ -127,19 +127,19 @@ TEST(Measurement, RawDetectionsDescribeBlobsOfTheFiducialsApparentSize) {
         // A disc of diameter w covers about pi w^2 / 4 pixels.
         const double area = M_PI * r.width * r.height / 4.0;
         EXPECT_NEAR(r.pixelsCount, area, 0.25 * area);
-        EXPECT_NEAR(r.width, r.height, 1.0);
+        EXPECT_NEAR(+r.width, +r.height, 1.0);
     }
     // Each 3D fiducial refers to one left and one right detection; the apparent size shrinks
     // with depth (11.5 mm spheres: about 34 px wide at 400 mm and 11 px at 1300 mm).
     std::vector<bool> leftUsed(f.rawDataLeftCount);
     for (uint32 i = 0; i < f.threeDFiducialsCount; ++i) {
         const ftk3DFiducial& fid = f.threeDFiducials[i];
-        ASSERT_LT(fid.leftIndex, f.rawDataLeftCount);
-        ASSERT_LT(fid.rightIndex, f.rawDataRightCount);
+        ASSERT_LT(fid.leftIndex, +f.rawDataLeftCount);
+        ASSERT_LT(fid.rightIndex, +f.rawDataRightCount);
         EXPECT_FALSE(leftUsed[fid.leftIndex]);
         leftUsed[fid.leftIndex] = true;
         const double expectedWidth = FocalPx * 11.5 / fid.positionMM.z;
-        EXPECT_NEAR(f.rawDataLeft[fid.leftIndex].width, expectedWidth, 2.0) << "at z " << fid.positionMM.z;
+        EXPECT_NEAR(+f.rawDataLeft[fid.leftIndex].width, expectedWidth, 2.0) << "at z " << fid.positionMM.z;
         EXPECT_EQ(uint32(fid.status), 0u) << "inside the working volume";
     }
 }

@@ -2,6 +2,10 @@
 
 // Helpers for the simulated camera's tests: a scene guard, a camera connection with one frame
 // record, geometry records from INI files, option look-up by name and error texts.
+//
+// The interface's records are packed: a field of the frame record may sit at an odd address, so
+// tests pass such fields to the assertion macros (which bind references) as values, written with
+// a unary plus: EXPECT_EQ(+frame->markersCount, 2u).
 
 #include "simulator/control/ftkSimulator.h"
 

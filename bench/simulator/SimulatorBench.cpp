@@ -1,0 +1,106 @@
+// Frames per second the simulated camera produces with the stepped clock (no waiting): the whole
+// fetch, from the scene's motion to the filled frame record, with marker matching.
+
+#include "simulator/control/ftkSimulator.h"
+
+#include <ftkInterface.h>
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+namespace {
+
+/// A stepped scene opened with one frame record and the given geometries registered.
+class SteppedCamera {
+public:
+    SteppedCamera(const char* scene, bool images) {
+        ftkSimSetSteppedClock(true);
+        ok = scene == nullptr ? ftkSimResetScene() : ftkSimLoadScene(scene);
+        lib = ftkInit();
+        ftkEnumerateDevices(
+            lib, [](uint64 sn, void* user, ftkDeviceType) { *static_cast<uint64*>(user) = sn; }, &serial);
+        frame = ftkCreateFrame();
+        ftkSetFrameOptions(images, 20, 128, 128, 256, 16, frame);
+        ftkSetInt32(lib, serial, 6003, images ? 1 : 0);
+    }
+    ~SteppedCamera() {
+        ftkDeleteFrame(frame);
+        ftkClose(&lib);
+        ftkSimSetSteppedClock(false);
+        ftkSimResetScene();
+    }
+    void addGeometry(uint32 id, std::initializer_list<ftk3DPoint> points) {
+        ftkGeometry g{};
+        g.geometryId = id;
+        g.pointsCount = static_cast<uint32>(points.size());
+        uint32 i = 0;
+        for (const ftk3DPoint& p : points) {
+            g.positions[i++] = p;
+        }
+        ftkSetGeometry(lib, serial, &g);
+    }
+
+    bool ok = false;
+    ftkLibrary lib = nullptr;
+    uint64 serial = 0;
+    ftkFrameQuery* frame = nullptr;
+};
+
+void fetchLoop(benchmark::State& state, SteppedCamera& camera, uint32 expectedMarkers) {
+    if (!camera.ok || camera.serial == 0) {
+        state.SkipWithError("scene not loaded");
+        return;
+    }
+    for (auto _ : state) {
+        if (ftkGetLastFrame(camera.lib, camera.serial, camera.frame, 0) != ftkError::FTK_OK ||
+            camera.frame->markersCount != expectedMarkers) {
+            state.SkipWithError("unexpected frame");
+            break;
+        }
+        benchmark::DoNotOptimize(camera.frame->markers);
+    }
+    state.SetItemsProcessed(state.iterations());
+    state.counters["fiducials"] = camera.frame->threeDFiducialsCount;
+}
+
+/// The default scene: one spryTrack 180, two four-fiducial markers, three strays.
+void BM_DefaultScene(benchmark::State& state) {
+    const bool images = state.range(0) != 0;
+    SteppedCamera camera(nullptr, images);
+    camera.addGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}});
+    camera.addGeometry(1001, {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}});
+    fetchLoop(state, camera, 2);
+}
+BENCHMARK(BM_DefaultScene)->ArgName("images")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+
+/// A busy fusionTrack 500 scene: six markers and forty strays (64 fiducials a frame).
+void BM_BusyFusionTrack(benchmark::State& state) {
+    std::string scene =
+        R"({"seed": 4, "devices": [{"model": "fusionTrack 500", "serial": 500}], "markers": [)";
+    for (int m = 0; m < 6; ++m) {
+        scene +=
+            (m ? "," : "") + std::string(R"({"geometryId": )") + std::to_string(1100 + m) +
+            R"(, "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]], "motion": {"type": "orbit", "center": [)" +
+            std::to_string(-450 + 180 * m) + R"(, 0, 1800], "radiusMM": 60, "periodS": )" +
+            std::to_string(3 + m) + "}}";
+    }
+    scene += R"(], "strays": [)";
+    for (int s = 0; s < 40; ++s) {
+        scene += (s ? "," : "") + std::string("[") + std::to_string(-500 + 25 * s) + ", " +
+                 std::to_string(s % 2 ? 250 + 3 * s : -250 - 3 * s) + ", " + std::to_string(1400 + 20 * s) +
+                 "]";
+    }
+    scene += "]}";
+    const bool images = state.range(0) != 0;
+    SteppedCamera camera(scene.c_str(), images);
+    for (int m = 0; m < 6; ++m) {
+        camera.addGeometry(1100 + m, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}});
+    }
+    fetchLoop(state, camera, 6);
+}
+BENCHMARK(BM_BusyFusionTrack)->ArgName("images")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

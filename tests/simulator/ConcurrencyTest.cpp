@@ -1,0 +1,103 @@
+// One thread fetching frames while others change geometries and options, inject faults, read
+// the truth and open and close handles of their own.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace Kestrion::SimulatorTest;
+
+TEST(Concurrency, FetchingWhileGeometriesOptionsAndHandlesChangeOnOtherThreads) {
+    SceneGuard scene; // default scene, stepped clock
+    const size_t libraries = ftkSimLiveLibraries();
+    const size_t frames = ftkSimLiveFrames();
+    {
+        Camera camera(Camera::Capacities{true});
+        ASSERT_NE(camera.serial, 0u);
+        const ftkGeometry a = makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}});
+        const ftkGeometry b = makeGeometry(1001, {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}});
+        ASSERT_EQ(camera.setGeometry(a), ftkError::FTK_OK);
+        const uint32 tolerance = camera.option("Distance matching tolerance");
+        std::atomic<bool> stop{false};
+        std::atomic<int> badFrames{0};
+
+        std::thread geometries([&] {
+            for (int i = 0; i < 400; ++i) {
+                EXPECT_EQ(camera.setGeometry(b), ftkError::FTK_OK);
+                EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial, 1001), ftkError::FTK_OK);
+            }
+        });
+        std::thread options([&] {
+            int32 value = 0;
+            for (int i = 0; i < 400; ++i) {
+                EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, i % 2), ftkError::FTK_OK);
+                EXPECT_EQ(ftkSetFloat32(camera.lib, camera.serial, tolerance, i % 2 ? 1.0f : 2.0f),
+                          ftkError::FTK_OK);
+                EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 60, &value, ftkOptionGetter::FTK_VALUE),
+                          ftkError::FTK_OK);
+            }
+        });
+        std::thread control([&] {
+            auto truth = std::make_unique<ftkSimFrameTruth>();
+            for (int i = 0; i < 200; ++i) {
+                ftkSimGetFrameTruth(camera.lib, camera.serial, truth.get());
+                EXPECT_TRUE(ftkSimInjectFault(camera.serial, R"({"kind": "skipped"})"));
+                Camera other;
+                EXPECT_EQ(other.fetch(), ftkError::FTK_OK);
+            }
+        });
+        std::thread fetcher([&] {
+            uint32 previous = 0;
+            while (!stop.load()) {
+                const ftkError e = camera.fetch();
+                if (e != ftkError::FTK_OK) {
+                    ++badFrames;
+                    continue;
+                }
+                const ftkFrameQuery& f = *camera.frame;
+                // Every marker is one of the registered geometries; counters only grow.
+                for (uint32 m = 0; m < f.markersCount; ++m) {
+                    if (f.markers[m].geometryId != 1000 && f.markers[m].geometryId != 1001) {
+                        ++badFrames;
+                    }
+                }
+                if (f.imageHeader->counter <= previous) {
+                    ++badFrames;
+                }
+                previous = f.imageHeader->counter;
+            }
+        });
+        geometries.join();
+        options.join();
+        control.join();
+        stop = true;
+        fetcher.join();
+        EXPECT_EQ(badFrames.load(), 0);
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        EXPECT_NE(findMarker(*camera.frame, 1000), nullptr);
+    }
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries);
+    EXPECT_EQ(ftkSimLiveFrames(), frames);
+}
+
+TEST(Concurrency, AFetchWaitingForAFrameDoesNotHoldUpOtherCalls) {
+    SceneGuard scene(R"({"devices": [{"serial": 9, "rateHz": 0.5}]})", false);
+    Camera camera;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    std::atomic<bool> waiting{true};
+    std::thread fetcher([&] {
+        EXPECT_EQ(camera.fetch(1500), ftkError::FTK_WAR_NO_FRAME);
+        waiting = false;
+    });
+    // While the fetch waits, options and geometries on the same device go through.
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(ftkSetInt32(camera.lib, 9, 16, 100 + i), ftkError::FTK_OK);
+    }
+    EXPECT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}})),
+              ftkError::FTK_OK);
+    EXPECT_TRUE(waiting.load());
+    fetcher.join();
+}

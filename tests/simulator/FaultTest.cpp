@@ -1,0 +1,186 @@
+// Scripted faults, each observed through the camera interface as the plugin would see it.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion::SimulatorTest;
+
+namespace {
+
+const char* OneDevice = R"({"devices": [{"serial": 21}], "markers": [{"geometryId": 1000,
+    "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]], "motion": {"type": "static", "position": [0, 0, 800]}}]})";
+
+} // namespace
+
+TEST(Faults, FetchErrorsLastForTheirCountThenFramesComeAgain) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    ASSERT_TRUE(
+        ftkSimInjectFault(21, R"({"kind": "fetchError", "code": "FTK_ERR_READ", "atFetch": 2, "count": 3})"))
+        << controlError();
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "internalError", "atFetch": 7})")) << controlError();
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    const uint32 counter = camera.frame->imageHeader->counter;
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
+    EXPECT_NE(camera.errorText().find("<error code=\"6\" name=\"FTK_ERR_READ\">"), std::string::npos)
+        << camera.errorText();
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 4)
+        << "with the stepped clock failed fetches lose their frames";
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_INTERNAL);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(ftkSimFetchCount(21), 8u);
+
+    // By device time: the stepped 54 Hz clock reaches 1 s at frame 54.
+    ASSERT_TRUE(
+        ftkSimInjectFault(21, R"({"kind": "fetchError", "code": 30, "atTimeS": 1.0, "durationS": 0.1})"));
+    int failures = 0;
+    for (int i = 0; i < 80; ++i) {
+        const ftkError e = camera.fetch();
+        if (e == ftkError::FTK_ERR_SYNC) {
+            ++failures;
+        } else {
+            ASSERT_EQ(e, ftkError::FTK_OK);
+            EXPECT_TRUE(camera.truth()->timeS < 1.0 || camera.truth()->timeS >= 1.1);
+        }
+    }
+    EXPECT_EQ(failures, 6) << "0.1 s of a stalled 54 Hz camera";
+}
+
+TEST(Faults, MarkerStatusFaultsMarkTheDeliveredFrame) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}})),
+              ftkError::FTK_OK);
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "markerOverflow", "atFetch": 2})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "invalidReservedSize", "atFetch": 3})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "skipped", "atFetch": 4, "count": 2})"));
+    const ftkQueryStatus expected[] = {ftkQueryStatus::QS_OK,
+                                       ftkQueryStatus::QS_ERR_OVERFLOW,
+                                       ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE,
+                                       ftkQueryStatus::QS_WAR_SKIPPED,
+                                       ftkQueryStatus::QS_WAR_SKIPPED,
+                                       ftkQueryStatus::QS_OK};
+    for (ftkQueryStatus status : expected) {
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        EXPECT_EQ(camera.frame->markersStat, status);
+        EXPECT_EQ(+camera.frame->markersCount, 1u) << "the frame itself is delivered";
+    }
+}
+
+TEST(Faults, ADisconnectedDeviceFailsEveryCallAndIsNoLongerEnumerated) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "disconnection", "atFetch": 3})"));
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION);
+    EXPECT_NE(camera.errorText().find("FTK_ERR_DISCONNECTION"), std::string::npos);
+    int32 value = 0;
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, 16, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_DISCONNECTION);
+    ftkError status = ftkError::FTK_OK;
+    EXPECT_TRUE(enumerateOptions(camera.lib, 21, &status).empty());
+    EXPECT_EQ(status, ftkError::FTK_ERR_DISCONNECTION);
+    EXPECT_TRUE(ftkSimClearFaults(21));
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION) << "clearing faults does not plug it back";
+
+    Camera later;
+    EXPECT_EQ(later.serial, 0u) << "nothing to enumerate";
+    EXPECT_TRUE(ftkSimResetScene()) << "a new scene brings new devices";
+}
+
+TEST(Faults, EnumerationFaultsHideTheDeviceOrReturnAStatus) {
+    SceneGuard scene(R"({"devices": [{"serial": 31}, {"serial": 32, "model": "fusionTrack 250",
+        "faults": [{"kind": "noDevice"}]}]})");
+    ftkLibrary lib = ftkInit();
+    Enumeration e = enumerate(lib);
+    EXPECT_EQ(e.status, ftkError::FTK_OK);
+    ASSERT_EQ(e.devices.size(), 1u);
+    EXPECT_EQ(e.devices[0].first, 31u);
+    EXPECT_EQ(ftkClearGeometry(lib, 32, 1), ftkError::FTK_ERR_INV_SN)
+        << "a missing device's serial is unknown";
+
+    ASSERT_TRUE(
+        ftkSimInjectFault(31, R"({"kind": "enumerationStatus", "code": "FTK_WAR_SN_ABSENT", "count": 1})"));
+    e = enumerate(lib);
+    EXPECT_EQ(e.status, ftkError::FTK_WAR_SN_ABSENT);
+    EXPECT_EQ(e.devices.size(), 1u) << "a warning still reports the device";
+    ASSERT_TRUE(ftkSimInjectFault(31, R"({"kind": "enumerationStatus", "code": 4, "reportDevices": false})"));
+    e = enumerate(lib);
+    EXPECT_EQ(e.status, ftkError::FTK_ERR_INTERNAL);
+    EXPECT_TRUE(e.devices.empty());
+    ftkClose(&lib);
+}
+
+TEST(Faults, OptionAndGeometryRefusalsAndMalformedOptionEntries) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    const uint32 integration = camera.option("Image Integration Time");
+    ASSERT_TRUE(ftkSimInjectFault(
+        21, R"({"kind": "optionRefusal", "option": "Image Integration Time", "count": 1})"));
+    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_ERR_WRITE);
+    int32 value = 0;
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_OK) << "refused once only";
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": 6003, "operation": "both",
+                                          "code": "FTK_ERR_INV_OPT_ACC"})"));
+    EXPECT_EQ(ftkSetInt32(camera.lib, 21, 6003, 1), ftkError::FTK_ERR_INV_OPT_ACC);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, 6003, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_OPT_ACC);
+
+    const ftkGeometry g = makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}});
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "geometryId": 1000, "count": 1})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "operation": "clear", "code": 21})"));
+    EXPECT_EQ(camera.setGeometry(g), ftkError::FTK_ERR_GEOM_PTS);
+    EXPECT_EQ(camera.setGeometry(g), ftkError::FTK_OK);
+    EXPECT_EQ(ftkClearGeometry(camera.lib, 21, 1000), ftkError::FTK_ERR_GEOM_REGISTERED);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(+camera.frame->markersCount, 1u) << "a refused removal keeps the geometry";
+
+    ASSERT_TRUE(
+        ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": 17, "malformation": "nullName"})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Enables IR strobe",
+                                          "malformation": "unknownType"})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
+                                          "malformation": "duplicateName"})"));
+    ASSERT_TRUE(
+        ftkSimInjectFault(21, R"({"kind": "optionEnumerationStatus", "code": "FTK_WAR_NOT_SUPPORTED"})"));
+    ftkError status = ftkError::FTK_OK;
+    int nullNames = 0;
+    int typeTwo = 0;
+    std::vector<uint32> integrationIds;
+    for (const OptionInfo& o : enumerateOptions(camera.lib, 21, &status)) {
+        nullNames += o.hasName ? 0 : 1;
+        typeTwo += o.type == 2 ? 1 : 0;
+        if (o.name == "Image Integration Time") {
+            integrationIds.push_back(o.id);
+        }
+    }
+    EXPECT_EQ(status, ftkError::FTK_WAR_NOT_SUPPORTED);
+    EXPECT_EQ(nullNames, 1);
+    EXPECT_EQ(typeTwo, 1);
+    ASSERT_EQ(integrationIds.size(), 2u);
+    EXPECT_EQ(integrationIds[0], integration) << "the real id comes first";
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integrationIds[1], &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_OPT);
+}
+
+TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
+    SceneGuard scene(OneDevice);
+    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "meltdown"})"));
+    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.kind: unknown fault 'meltdown'");
+    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "fetchError"})"));
+    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault: a fetchError fault needs \"code\"");
+    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "fetchError", "code": "FTK_ERR_BOGUS"})"));
+    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.code: unknown status name 'FTK_ERR_BOGUS'");
+    EXPECT_FALSE(ftkSimInjectFault(22, R"({"kind": "noDevice"})"));
+    EXPECT_EQ(controlError(), "ftkSimInjectFault: no device with serial 22 in the current scene");
+    EXPECT_TRUE(ftkSimInjectFault(21, R"({"kind": "noDevice"})"));
+    EXPECT_EQ(controlError(), "");
+}

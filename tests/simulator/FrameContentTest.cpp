@@ -1,0 +1,140 @@
+// What a fetch puts into the frame record: containers filled to their capacities, the image
+// header, and images only when they were asked for and the camera sends them.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <tuple>
+
+using namespace Kestrion::SimulatorTest;
+
+namespace {
+
+/// Default scene with both marker geometries registered, fetched once into a record with these
+/// capacities.
+struct Fetched {
+    Fetched(const Camera::Capacities& capacities)
+        : camera(capacities) {
+        EXPECT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}})),
+                  ftkError::FTK_OK);
+        EXPECT_EQ(
+            camera.setGeometry(makeGeometry(1001, {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}})),
+            ftkError::FTK_OK);
+        EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    }
+    SceneGuard scene;
+    Camera camera;
+};
+
+} // namespace
+
+TEST(FrameContent, ContainersAreFilledToCapacityAndReportOverflow) {
+    // The default scene's first frame: 11 detections per camera, 11 fiducials, 2 markers.
+    Fetched full(Camera::Capacities{false, 20, 11, 11, 11, 2});
+    const ftkFrameQuery& f = *full.camera.frame;
+    ASSERT_EQ(+f.rawDataLeftCount, 11u);
+    EXPECT_EQ(+f.rawDataRightCount, 11u);
+    EXPECT_EQ(+f.threeDFiducialsCount, 11u);
+    EXPECT_EQ(+f.markersCount, 2u);
+    for (ftkQueryStatus s : {f.rawDataLeftStat, f.rawDataRightStat, f.threeDFiducialsStat, f.markersStat,
+                             f.imageHeaderStat, f.eventsStat}) {
+        EXPECT_EQ(s, ftkQueryStatus::QS_OK) << "exactly full is no overflow";
+    }
+    EXPECT_EQ(+f.eventsCount, 0u);
+
+    Fetched small(Camera::Capacities{false, 0, 3, 2, 4, 1});
+    const ftkFrameQuery& s = *small.camera.frame;
+    EXPECT_EQ(+s.rawDataLeftCount, 3u);
+    EXPECT_EQ(+s.rawDataRightCount, 2u);
+    EXPECT_EQ(+s.threeDFiducialsCount, 4u);
+    EXPECT_EQ(+s.markersCount, 1u);
+    EXPECT_EQ(s.rawDataLeftStat, ftkQueryStatus::QS_ERR_OVERFLOW);
+    EXPECT_EQ(s.rawDataRightStat, ftkQueryStatus::QS_ERR_OVERFLOW);
+    EXPECT_EQ(s.threeDFiducialsStat, ftkQueryStatus::QS_ERR_OVERFLOW);
+    EXPECT_EQ(s.markersStat, ftkQueryStatus::QS_ERR_OVERFLOW);
+    // The same frame (same scene and seed): the small record holds the first entries.
+    EXPECT_EQ(+s.imageHeader->counter, +f.imageHeader->counter);
+    EXPECT_EQ(std::memcmp(s.rawDataLeft, f.rawDataLeft, 3 * sizeof(ftkRawData)), 0);
+    EXPECT_EQ(std::memcmp(s.threeDFiducials, f.threeDFiducials, 4 * sizeof(ftk3DFiducial)), 0);
+    EXPECT_EQ(s.markers[0].geometryId, f.markers[0].geometryId);
+}
+
+TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
+    Fetched withPixels(Camera::Capacities{true});
+    Camera& camera = withPixels.camera;
+    const ftkFrameQuery& f = *camera.frame;
+    // The spryTrack sends no images until option 6003 is set.
+    EXPECT_EQ(f.imageHeaderStat, ftkQueryStatus::QS_OK);
+    EXPECT_EQ(f.imageLeftStat, ftkQueryStatus::QS_WAR_SKIPPED);
+    EXPECT_EQ(f.imageRightStat, ftkQueryStatus::QS_WAR_SKIPPED);
+
+    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(f.imageLeftStat, ftkQueryStatus::QS_OK);
+    ASSERT_EQ(f.imageRightStat, ftkQueryStatus::QS_OK);
+    ASSERT_NE(static_cast<const void*>(f.imageLeftPixels), nullptr);
+    ASSERT_NE(static_cast<const void*>(f.imageRightPixels), nullptr);
+    EXPECT_EQ(+f.imageHeader->width, 2048);
+    EXPECT_EQ(+f.imageHeader->height, 1088);
+    EXPECT_EQ(+f.imageHeader->imageStrideInBytes, 2048);
+    EXPECT_EQ(f.imageHeader->format, ftkPixelFormat::GRAY8);
+    EXPECT_EQ(+f.imageLeftVersionSize.ReservedSize, 2048u * 1088u);
+
+    // A bright blob at every detection, dark sensor elsewhere.
+    const auto pixel = [&](const uint8* image, double x, double y) {
+        return image[static_cast<int>(y) * 2048 + static_cast<int>(x)];
+    };
+    for (auto [image, raw, count] : {std::tuple<const uint8*, const ftkRawData*, uint32>{
+                                         +f.imageLeftPixels, +f.rawDataLeft, +f.rawDataLeftCount},
+                                     std::tuple<const uint8*, const ftkRawData*, uint32>{
+                                         +f.imageRightPixels, +f.rawDataRight, +f.rawDataRightCount}}) {
+        ASSERT_EQ(count, 11u);
+        for (uint32 i = 0; i < count; ++i) {
+            EXPECT_GE(pixel(image, raw[i].centerXPixels, raw[i].centerYPixels), 200) << "blob " << i;
+        }
+        long dark = 0;
+        for (int k = 0; k < 1000; ++k) {
+            dark += image[(k * 2221) % (2048 * 1088)];
+        }
+        EXPECT_LT(dark / 1000, 12) << "the sensor is mostly dark";
+    }
+
+    // A short integration time gives dim blobs.
+    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, camera.option("Image Integration Time"), 50),
+              ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    const uint8 dim =
+        pixel(f.imageLeftPixels, f.rawDataLeft[0].centerXPixels, f.rawDataLeft[0].centerYPixels);
+    EXPECT_GT(dim, 60);
+    EXPECT_LT(dim, 110);
+
+    // Without the infrared strobe passive fiducials are not seen at all.
+    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, camera.option("Enables IR strobe"), 0),
+              ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(f.rawDataLeftCount + f.threeDFiducialsCount + f.markersCount, 0u);
+
+    // A record without pixel buffers never gets images.
+    Camera noPixels;
+    ASSERT_EQ(noPixels.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(noPixels.frame->imageLeftStat, ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE);
+    EXPECT_EQ(static_cast<const void*>(noPixels.frame->imageLeftPixels), nullptr);
+}
+
+TEST(FrameContent, FusionTrackModelsAlwaysSendImagesAndHaveNoUsbOptions) {
+    SceneGuard scene(R"({"devices": [{"model": "fusionTrack 500", "serial": "0xF500"}],
+        "strays": [[100, 0, 1500], [300, 50, 2000]]})");
+    Camera camera(Camera::Capacities{true});
+    EXPECT_EQ(camera.type, ftkDeviceType::DEV_FUSIONTRACK_500);
+    EXPECT_EQ(camera.serial, 0xF500u);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(camera.frame->imageLeftStat, ftkQueryStatus::QS_OK);
+    EXPECT_EQ(+camera.frame->threeDFiducialsCount, 2u);
+    int32 value = 0;
+    EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 6000, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_OPT);
+}

@@ -1,0 +1,91 @@
+// Library handles: opening and closing, the error text, scenes replacing devices for later
+// handles only, and the leak counters.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace Kestrion::SimulatorTest;
+
+TEST(Library, HandlesAreCountedAndRefusedOnceClosed) {
+    SceneGuard scene;
+    const size_t libraries = ftkSimLiveLibraries();
+    const size_t frames = ftkSimLiveFrames();
+    ftkLibrary lib = ftkInit();
+    ASSERT_NE(lib, nullptr);
+    ftkFrameQuery* frame = ftkCreateFrame();
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries + 1);
+    EXPECT_EQ(ftkSimLiveFrames(), frames + 1);
+
+    ftkLibrary copy = lib;
+    EXPECT_EQ(ftkClose(&lib), ftkError::FTK_OK);
+    EXPECT_EQ(lib, nullptr);
+    EXPECT_EQ(ftkClose(&lib), ftkError::FTK_ERR_INV_PTR);
+    EXPECT_EQ(ftkClose(&copy), ftkError::FTK_ERR_INV_PTR) << "already closed";
+    EXPECT_EQ(ftkClose(nullptr), ftkError::FTK_ERR_INV_PTR);
+    char text[256];
+    EXPECT_NE(ftkGetLastErrorString(copy, sizeof(text), text), ftkError::FTK_OK);
+    EXPECT_NE(ftkGetLastErrorString(nullptr, sizeof(text), text), ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetLastFrame(copy, 1, frame, 0), ftkError::FTK_ERR_INV_PTR);
+    EXPECT_EQ(enumerate(copy).status, ftkError::FTK_ERR_INV_PTR);
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries);
+
+    EXPECT_EQ(ftkDeleteFrame(frame), ftkError::FTK_OK);
+    EXPECT_EQ(ftkSimLiveFrames(), frames);
+}
+
+TEST(Library, TheErrorTextDescribesTheLastErrorAndWarningAsXml) {
+    SceneGuard scene;
+    Camera camera;
+    EXPECT_EQ(camera.errorText(),
+              "<ftkError>\n<errors></errors>\n<warnings></warnings>\n<messages>No error reported</messages>\n"
+              "</ftkError>");
+    int32 value = 0;
+    EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 999, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial, 77), ftkError::FTK_WAR_GEOM_ID);
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK) << "success leaves the last failure in place";
+    EXPECT_EQ(camera.errorText(),
+              "<ftkError>\n<errors><error code=\"100\" name=\"FTK_ERR_INV_OPT\">Unknown option "
+              "999 of device 0x53544b3138300001</error></errors>\n<warnings><warning "
+              "code=\"-11\" name=\"FTK_WAR_GEOM_ID\">Geometry 77 is not registered on device "
+              "0x53544b3138300001</warning></warnings>\n<messages>2 failures and warnings "
+              "reported</messages>\n</ftkError>");
+
+    // Truncated to the buffer, always terminated.
+    char small[12];
+    std::memset(small, 'x', sizeof(small));
+    EXPECT_EQ(ftkGetLastErrorString(camera.lib, sizeof(small), small), ftkError::FTK_OK);
+    EXPECT_STREQ(small, "<ftkError>\n");
+    EXPECT_EQ(ftkGetLastErrorString(camera.lib, 0, small), ftkError::FTK_ERR_INV_PTR);
+
+    // Frames and records the library does not know.
+    ftkFrameQuery stray{};
+    EXPECT_EQ(ftkGetLastFrame(camera.lib, camera.serial, &stray, 0), ftkError::FTK_ERR_INIT);
+    EXPECT_EQ(ftkGetLastFrame(camera.lib, camera.serial, nullptr, 0), ftkError::FTK_ERR_INV_PTR);
+    EXPECT_EQ(ftkGetLastFrame(camera.lib, 12, camera.frame, 0), ftkError::FTK_ERR_INV_SN);
+    EXPECT_NE(camera.errorText().find("No device with serial 0x000000000000000c"), std::string::npos);
+}
+
+TEST(Library, ANewSceneServesHandlesOpenedAfterItWhileOpenHandlesKeepTheirDevices) {
+    SceneGuard scene(R"({"devices": [{"serial": 71}]})");
+    Camera before;
+    ASSERT_EQ(before.serial, 71u);
+    ASSERT_TRUE(ftkSimLoadScene(R"({"devices": [{"serial": 72, "model": "fusionTrack 250"}]})"));
+    Camera after;
+    EXPECT_EQ(after.serial, 72u);
+    EXPECT_EQ(after.type, ftkDeviceType::DEV_FUSIONTRACK_250);
+    EXPECT_EQ(before.fetch(), ftkError::FTK_OK) << "the old device is still connected";
+    EXPECT_EQ(enumerate(before.lib).devices.front().first, 71u);
+    EXPECT_FALSE(ftkSimInjectFault(71, R"({"kind": "noDevice"})"))
+        << "control reaches the current scene only";
+
+    // Devices live on between handles: settings made through one handle stay for the next.
+    ASSERT_EQ(ftkSetInt32(after.lib, 72, 16, 321), ftkError::FTK_OK);
+    Camera again;
+    int32 value = 0;
+    ASSERT_EQ(ftkGetInt32(again.lib, 72, 16, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(value, 321);
+}

@@ -1,0 +1,168 @@
+// Device and global options: the table a device offers and the status codes of reads and writes.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <set>
+
+using namespace Kestrion::SimulatorTest;
+
+TEST(Options, ASpryTrackOffersARealisticOptionTable) {
+    SceneGuard scene;
+    Camera camera;
+    ftkError status = ftkError::FTK_ERR_INTERNAL;
+    const std::vector<OptionInfo> options = enumerateOptions(camera.lib, camera.serial, &status);
+    EXPECT_EQ(status, ftkError::FTK_OK);
+    std::set<uint32> ids;
+    std::set<std::string> names;
+    std::map<std::string, OptionInfo> byName;
+    for (const OptionInfo& o : options) {
+        EXPECT_TRUE(o.hasName);
+        EXPECT_TRUE(ids.insert(o.id).second) << "id " << o.id << " twice";
+        EXPECT_TRUE(names.insert(o.name).second) << o.name << " twice";
+        EXPECT_FALSE(o.description.empty()) << o.name;
+        EXPECT_TRUE(o.type == 0 || o.type == 1 || o.type == 3) << o.name;
+        EXPECT_EQ(o.global, 0u) << o.name;
+        byName[o.name] = o;
+    }
+    const std::pair<const char*, uint8> expected[] = {
+        {"Image Integration Time", 0}, {"Image Compression Threshold", 0}, {"Enable embedded processing", 0},
+        {"Enable images sending", 0},  {"Enables IR strobe", 0},           {"Enables the user-LED", 0},
+        {"User-LED red component", 0}, {"User-LED green component", 0},    {"User-LED blue component", 0},
+        {"User-LED frequency", 0},     {"Counter of lost frames", 0},      {"Distance matching tolerance", 1},
+    };
+    for (const auto& [name, type] : expected) {
+        ASSERT_EQ(byName.count(name), 1u) << name;
+        EXPECT_EQ(byName[name].type, type) << name;
+        EXPECT_EQ(byName[name].read, 1u) << name;
+    }
+    EXPECT_EQ(byName["Image Integration Time"].unit, "us");
+    EXPECT_EQ(byName["Distance matching tolerance"].unit, "mm");
+    EXPECT_EQ(byName["Counter of lost frames"].write, 0u);
+    EXPECT_EQ(byName["Enable images sending"].id, 6003u);
+    EXPECT_EQ(ids.count(6000), 1u);
+
+    const std::vector<OptionInfo> globals = enumerateOptions(camera.lib, 0, &status);
+    EXPECT_EQ(status, ftkError::FTK_OK);
+    ASSERT_EQ(globals.size(), 1u);
+    EXPECT_EQ(globals[0].name, "Data Directory");
+    EXPECT_EQ(globals[0].type, 3);
+    EXPECT_EQ(globals[0].global, 1u);
+    EXPECT_EQ(globals[0].component, ftkComponent::FTK_LIBRARY);
+}
+
+TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
+    SceneGuard scene;
+    Camera camera;
+    const uint32 integration = camera.option("Image Integration Time");
+    const uint32 tolerance = camera.option("Distance matching tolerance");
+    const uint32 lost = camera.option("Counter of lost frames");
+    ftkLibrary lib = camera.lib;
+    const uint64 sn = camera.serial;
+
+    int32 min = 0;
+    int32 max = 0;
+    int32 def = 0;
+    int32 value = 0;
+    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &min, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &max, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &def, ftkOptionGetter::FTK_DEF_VAL), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_LT(min, def);
+    EXPECT_LE(def, 500) << "the plugin's integration time spin box stops at 500 us";
+    EXPECT_LT(def, max);
+    EXPECT_EQ(value, def);
+
+    EXPECT_EQ(ftkSetInt32(lib, sn, integration, 300), ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(value, 300);
+    // Out of range: clamped, with a warning.
+    EXPECT_EQ(ftkSetInt32(lib, sn, integration, max + 1000), ftkError::FTK_WAR_OPT_VAL_RANGE);
+    EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(value, max);
+    EXPECT_NE(camera.errorText().find("FTK_WAR_OPT_VAL_RANGE"), std::string::npos);
+    EXPECT_EQ(ftkSetFloat32(lib, sn, tolerance, -3.f), ftkError::FTK_WAR_OPT_VAL_RANGE);
+    float f = 0.f;
+    float fmin = 0.f;
+    EXPECT_EQ(ftkGetFloat32(lib, sn, tolerance, &f, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetFloat32(lib, sn, tolerance, &fmin, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(f, fmin);
+    EXPECT_EQ(ftkSetFloat32(lib, sn, tolerance, std::nanf("")), ftkError::FTK_ERR_INV_OPT_VAL);
+
+    // Wrong type, unknown id, read-only, bad getter, unknown device, null output.
+    EXPECT_EQ(ftkGetFloat32(lib, sn, integration, &f, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_OPT_PAR);
+    EXPECT_EQ(ftkSetInt32(lib, sn, tolerance, 1), ftkError::FTK_ERR_INV_OPT_PAR);
+    EXPECT_EQ(ftkGetInt32(lib, sn, 424242, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(ftkSetInt32(lib, sn, lost, 0), ftkError::FTK_ERR_INV_OPT_ACC);
+    EXPECT_EQ(ftkGetInt32(lib, sn, lost, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, static_cast<ftkOptionGetter>(7)),
+              ftkError::FTK_ERR_INV_OPT_PAR);
+    EXPECT_EQ(ftkGetInt32(lib, sn + 1, integration, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_SN);
+    EXPECT_EQ(ftkGetInt32(lib, sn, integration, nullptr, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_ERR_INV_PTR);
+
+    // The processing switches are two views of one setting.
+    int32 embedded = -1;
+    ASSERT_EQ(ftkSetInt32(lib, sn, 6000, 1), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(lib, sn, camera.option("Enable embedded processing"), &embedded,
+                          ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_EQ(embedded, 0);
+
+    // Data options: the global one through serial 0; through a device serial with a warning.
+    ftkBuffer buffer{};
+    std::strcpy(buffer.data, "/srv/tracking");
+    buffer.size = 13;
+    EXPECT_EQ(ftkSetData(lib, 0, 1, &buffer), ftkError::FTK_OK);
+    ftkBuffer read{};
+    EXPECT_EQ(ftkGetData(lib, 0, 1, &read), ftkError::FTK_OK);
+    EXPECT_EQ(std::string(read.data, read.size), "/srv/tracking");
+    EXPECT_EQ(ftkGetData(lib, sn, 1, &read), ftkError::FTK_WAR_OPT_GLOBAL_ONLY);
+    EXPECT_EQ(ftkGetInt32(lib, 0, 1, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_ERR_INV_OPT_PAR);
+    EXPECT_EQ(ftkGetData(lib, sn, integration, &read), ftkError::FTK_ERR_INV_OPT_PAR);
+    buffer.size = BUFFER_MAX_SIZE + 1;
+    EXPECT_EQ(ftkSetData(lib, 0, 1, &buffer), ftkError::FTK_ERR_INV_OPT_VAL);
+}
+
+TEST(Options, LostFrameCounterCountsFramesThatNoFetchPickedUp) {
+    SceneGuard scene;
+    Camera camera;
+    const uint32 lost = camera.option("Counter of lost frames");
+    int32 value = -1;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(camera.lib, camera.serial, lost, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_EQ(value, 0);
+    ASSERT_TRUE(ftkSimStep(camera.serial, 5));
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(ftkGetInt32(camera.lib, camera.serial, lost, &value, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_EQ(value, 5);
+}
+
+TEST(Options, SceneSettingsGiveInitialValuesAndBadOnesAreRefused) {
+    SceneGuard scene(
+        R"({"devices": [{"serial": 5, "options": {"Image Integration Time": 420, "2003": 1.5}}]})");
+    Camera camera;
+    int32 value = 0;
+    float tolerance = 0.f;
+    ASSERT_EQ(ftkGetInt32(camera.lib, 5, camera.option("Image Integration Time"), &value,
+                          ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_EQ(value, 420);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 2003, &tolerance, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(tolerance, 1.5f);
+
+    EXPECT_FALSE(ftkSimLoadScene(R"({"devices": [{"options": {"Image Integration Time": 99999}}]})"));
+    EXPECT_NE(controlError().find("devices[0].options: option \"Image Integration Time\""), std::string::npos)
+        << controlError();
+    EXPECT_FALSE(ftkSimLoadScene(R"({"devices": [{"options": {"No Such Option": 1}}]})"));
+    EXPECT_NE(controlError().find("has no option \"No Such Option\""), std::string::npos) << controlError();
+}

@@ -1,0 +1,165 @@
+// Scenes: the built-in default, files with geometry and trajectory files, the choice through
+// FTK_SIMULATOR_SCENE, and clear refusals of malformed scenes.
+
+#include "tests/simulator/SimulatorTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+using namespace Kestrion::SimulatorTest;
+
+namespace {
+
+/// Runs the probe program with FTK_SIMULATOR_SCENE set; returns its exit code and output.
+std::pair<int, std::string> probe(const std::string& scene) {
+    const std::string command = "FTK_SIMULATOR_SCENE='" + scene + "' '" + SIMULATOR_SCENE_PROBE + "' 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return {-1, "cannot run the probe"};
+    }
+    std::string output;
+    char buffer[256];
+    while (std::fgets(buffer, sizeof(buffer), pipe) != nullptr) {
+        output += buffer;
+    }
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+const std::string Data = std::string(KESTRION_TEST_DATA_DIR) + "/simulator/";
+
+} // namespace
+
+TEST(Scenes, TheDefaultSceneKeepsBothMarkersInViewOfOneSpryTrack180) {
+    SceneGuard scene;
+    Camera camera;
+    const Enumeration e = enumerate(camera.lib);
+    ASSERT_EQ(e.devices.size(), 1u);
+    EXPECT_EQ(e.devices[0].second, ftkDeviceType::DEV_SPRYTRACK_180);
+    // A whole orbit (12 s at 54 Hz): both markers stay inside the working volume and seen.
+    int fullyDetected = 0;
+    constexpr int Frames = 12 * 54;
+    for (int i = 0; i < Frames; ++i) {
+        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+        const auto truth = camera.truth();
+        ASSERT_EQ(+truth->markersCount, 2u);
+        ASSERT_EQ(truth->straysCount, 3u);
+        bool all = true;
+        for (uint32 m = 0; m < 2; ++m) {
+            EXPECT_GE(truth->markers[m].geometryId, 1000u);
+            for (uint32 f = 0; f < truth->markers[m].fiducialsCount; ++f) {
+                EXPECT_GT(truth->markers[m].fiducialsMM[f][2], 250.0);
+                EXPECT_LT(truth->markers[m].fiducialsMM[f][2], 1350.0);
+            }
+            all = all && truth->markers[m].detectedMask == 0xFu;
+        }
+        fullyDetected += all ? 1 : 0;
+    }
+    EXPECT_GE(fullyDetected, Frames * 95 / 100);
+}
+
+TEST(Scenes, SceneFilesNameGeometryAndTrajectoryFilesBesideThem) {
+    SceneGuard scene;
+    ASSERT_TRUE(ftkSimLoadSceneFile((Data + "recorded.json").c_str())) << controlError();
+    Camera camera;
+    const Enumeration e = enumerate(camera.lib);
+    ASSERT_EQ(e.devices.size(), 2u);
+    EXPECT_EQ(e.devices[0], std::make_pair(uint64(0x300), ftkDeviceType::DEV_SPRYTRACK_300));
+    EXPECT_EQ(e.devices[1], std::make_pair(uint64(1280), ftkDeviceType::DEV_FUSIONTRACK_500));
+    ASSERT_EQ(camera.setGeometry(
+                  loadGeometryFile(std::string(KESTRION_SOURCE_DIR) + "/data/markers/geometry1001.ini")),
+              ftkError::FTK_OK);
+
+    // Frame 30 of the 60 Hz spryTrack 300 is half-way between the first two samples.
+    ASSERT_TRUE(ftkSimStep(0x300, 29));
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    const auto truth = camera.truth();
+    ASSERT_EQ(truth->frameCounter, 30u);
+    EXPECT_NEAR(truth->markers[0].translationMM[0], 50.0, 1e-9);
+    EXPECT_NEAR(truth->markers[0].translationMM[2], 1300.0, 1e-9);
+    EXPECT_NEAR(truth->markers[0].rotation[1][0], std::sin(M_PI / 4), 1e-9) << "45 degrees about z";
+    EXPECT_EQ(truth->markers[0].geometryId, 1001u) << "id from the geometry file";
+    const ftkMarker* m = findMarker(*camera.frame, 1001);
+    ASSERT_NE(m, nullptr);
+    EXPECT_LT(translationErrorMM(*m, truth->markers[0]), 1.0);
+
+    // Past the last sample it holds still (no loop).
+    ASSERT_TRUE(ftkSimStep(0x300, 1000));
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_NEAR(camera.truth()->markers[0].translationMM[2], 1600.0, 1e-9);
+
+    // The other device's scene option.
+    float tolerance = 0.f;
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 1280, 2003, &tolerance, ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(tolerance, 1.0f);
+}
+
+TEST(Scenes, TheShippedExampleScenesLoad) {
+    SceneGuard scene;
+    for (const char* file :
+         {"default.json", "fusiontrack500-two-markers.json", "unreliable-spryTrack.json"}) {
+        EXPECT_TRUE(
+            ftkSimLoadSceneFile((std::string(KESTRION_SOURCE_DIR) + "/simulator/scenes/" + file).c_str()))
+            << controlError();
+        Camera camera;
+        EXPECT_NE(camera.serial, 0u) << file;
+        EXPECT_EQ(camera.fetch(), ftkError::FTK_OK) << file;
+        EXPECT_EQ(camera.truth()->markersCount, 2u) << file;
+    }
+}
+
+TEST(Scenes, MalformedScenesAreRefusedWithFileAndPlaceAndTheCurrentSceneStays) {
+    SceneGuard scene(R"({"devices": [{"serial": 61}]})");
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"devices": [)", "scene (text): not valid JSON: "},
+        {R"({"device": []})", "scene (text): device: unknown key"},
+        {R"({"devices": [{"model": "spryTrack 9000"}]})",
+         "scene (text): devices[0].model: unknown model 'spryTrack 9000' (spryTrack 180, spryTrack 300, "
+         "fusionTrack 250, fusionTrack 500, simulator)"},
+        {R"({"devices": [{"serial": 1}, {"serial": 1}]})",
+         "scene (text): devices[1].serial: serial used by another device"},
+        {R"({"devices": [{"rateHz": 0}]})", "scene (text): devices[0].rateHz: must be positive"},
+        {R"({"markers": [{"geometryId": 5, "fiducials": [[0, 0, 0]], "motion": {"type": "orbit", "periodS": -1}}]})",
+         "scene (text): markers[0].motion.periodS: must be positive"},
+        {R"({"markers": [{"geometryId": 5, "fiducials": [[0, 0]]}]})",
+         "scene (text): markers[0].fiducials[0]: must be an array of three numbers"},
+        {R"({"markers": [{"geometryId": 5, "fiducials": [[0, 0, 0]], "occlusions": [{"fiducials": [3]}]}]})",
+         "scene (text): markers[0].occlusions[0].fiducials[0]: the marker has no fiducial 3"},
+        {R"({"markers": [{"geometryFile": "nowhere.ini"}]})",
+         "scene (text): markers[0].geometryFile: cannot open geometry file './nowhere.ini'"},
+        {R"({"devices": [{"faults": [{"kind": "skipped", "code": 4}]}]})",
+         "scene (text): devices[0].faults[0].code: does not apply to a skipped fault"},
+    };
+    for (const auto& [json, message] : cases) {
+        EXPECT_FALSE(ftkSimLoadScene(json)) << json;
+        EXPECT_EQ(controlError().rfind(message, 0), 0u) << controlError();
+    }
+    EXPECT_FALSE(ftkSimLoadSceneFile((Data + "broken.json").c_str()));
+    EXPECT_EQ(controlError(),
+              "scene " + Data + "broken.json: markers[0].fiducials[1]: must be an array of three numbers");
+    EXPECT_FALSE(ftkSimLoadSceneFile((Data + "absent.json").c_str()));
+    EXPECT_EQ(controlError(), "scene " + Data + "absent.json: cannot open the file");
+
+    Camera camera;
+    EXPECT_EQ(camera.serial, 61u) << "the last good scene is still there";
+}
+
+TEST(Scenes, TheSceneVariableChoosesTheSceneAndAMalformedOneMakesInitFail) {
+    auto [status, output] = probe(Data + "recorded.json");
+    EXPECT_EQ(status, 0) << output;
+    EXPECT_EQ(output, "device 300 type 5\ndevice 500 type 2\n");
+
+    std::tie(status, output) = probe(Data + "broken.json");
+    EXPECT_EQ(status, 1);
+    const std::string reason =
+        "scene " + Data + "broken.json: markers[0].fiducials[1]: must be an array of three numbers";
+    EXPECT_EQ(output, "ftkInit: " + reason + "\nftkInit failed: " + reason + "\n");
+
+    std::tie(status, output) = probe("");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(output, "device 53544b3138300001 type 4\n") << "no variable: the built-in default scene";
+}
