@@ -8,6 +8,7 @@
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
 #include "host/core/Time.h"
+#include "host/stream/CameraDetectionsData.h"
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/ImageStream.h"
@@ -497,6 +498,11 @@ void AtracsysTrackingStream::processFrame(const ftkFrameQuery& frame, Clock::tim
         tracking->instruments().empty() ? timestamp : tracking->deviceTimestamp();
     std::vector<std::shared_ptr<const StreamData>> subData;
     if (images.size() == 2) {
+        // Where the images show the selected fiducials, for consumers of the images.
+        auto detections = std::make_shared<CameraDetectionsData>();
+        detections->left = {m_currentUpdate->left.fiducials, m_currentUpdate->left.fiducialSizes};
+        detections->right = {m_currentUpdate->right.fiducials, m_currentUpdate->right.fiducialSizes};
+        tracking->addComponent(std::move(detections));
         for (auto& image : images) {
             image->setArrivalTimestamp(timestamp);
             image->setDeviceTimestamp(deviceTimestamp);

@@ -1,6 +1,7 @@
 #include "host/apps/kestrion/Application.h"
 #include "host/apps/kestrion/PluginsCommand.h"
 #include "host/apps/kestrion/RunCommand.h"
+#include "host/apps/kestrion/TrackCommand.h"
 
 #include <iostream>
 
@@ -8,5 +9,6 @@ int main(int argc, char** argv) {
     Kestrion::Cli::Application application;
     application.addCommand(std::make_unique<Kestrion::Cli::PluginsCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::RunCommand>());
+    application.addCommand(std::make_unique<Kestrion::Cli::TrackCommand>());
     return application.run(std::vector<std::string>(argv + 1, argv + argc), std::cout, std::cerr);
 }

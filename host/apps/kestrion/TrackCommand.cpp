@@ -1,0 +1,387 @@
+#include "host/apps/kestrion/TrackCommand.h"
+
+#include "host/apps/kestrion/CommandContext.h"
+#include "host/apps/kestrion/TrackConfiguration.h"
+#include "host/apps/kestrion/TrackCsvWriter.h"
+#include "host/apps/kestrion/TrackFrameQueue.h"
+#include "host/apps/kestrion/TrackImageSaver.h"
+#include "host/apps/kestrion/TrackOptions.h"
+#include "host/apps/kestrion/TrackStatistics.h"
+#include "host/core/CaptureLogSink.h"
+#include "host/core/Log.h"
+#include "host/core/Time.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/licensing/LicenseService.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/StreamAlgorithm.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <optional>
+#include <ostream>
+#include <unistd.h>
+
+namespace Kestrion::Cli {
+
+namespace {
+
+const char* const PluginId = "Kestrion.AtracsysTrackingSpryTrack";
+
+// Set by the SIGINT/SIGTERM handler, read by the command's loop.
+std::atomic<int> g_stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "used from a signal handler");
+
+extern "C" void onStopSignal(int signal) {
+    g_stopSignal.store(signal);
+}
+
+/// Installs the stop handler for the lifetime of the object and restores the previous ones.
+class StopSignals {
+public:
+    StopSignals() {
+        g_stopSignal.store(0);
+        m_int = std::signal(SIGINT, onStopSignal);
+        m_term = std::signal(SIGTERM, onStopSignal);
+    }
+    ~StopSignals() {
+        std::signal(SIGINT, m_int);
+        std::signal(SIGTERM, m_term);
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+private:
+    void (*m_int)(int);
+    void (*m_term)(int);
+};
+
+/// Collects the warnings and errors logged while it lives, to explain a failure.
+class LogCollector {
+public:
+    LogCollector()
+        : m_sink(std::make_shared<CaptureLogSink>()) {
+        Log::addSink(m_sink);
+    }
+    ~LogCollector() { Log::removeSink(m_sink); }
+    LogCollector(const LogCollector&) = delete;
+    LogCollector& operator=(const LogCollector&) = delete;
+
+    std::vector<LogRecord> errors() const {
+        std::vector<LogRecord> result;
+        for (auto& record : m_sink->records())
+            if (record.level >= Log::Error)
+                result.push_back(record);
+        return result;
+    }
+
+private:
+    std::shared_ptr<CaptureLogSink> m_sink;
+};
+
+/// Why the tracking algorithm is not available, from what the loader recorded.
+std::string pluginProblem(const CommandContext& context) {
+    if (const PluginRecord* record = context.plugins().find(PluginId)) {
+        if (record->status == PluginStatus::Inactive)
+            return "the Atracsys tracking plugin is not licensed (feature \"Atracsys\" missing from the "
+                   "licence " +
+                   LicenseService::licensePath() + ")";
+        return "the Atracsys tracking plugin is not active: " + record->reason;
+    }
+    for (const PluginRecord& record : context.plugins().records())
+        if (record.fileName.find("AtracsysTracking") != std::string::npos)
+            return "the Atracsys tracking plugin " + record.path + " could not be loaded: " + record.reason;
+    std::string folders;
+    for (const auto& folder : context.pluginFolders())
+        folders += (folders.empty() ? "" : ", ") + folder;
+    return "no Atracsys tracking plugin found in " + folders;
+}
+
+/// The lines of `errors` as an indented block, unless the console already showed them.
+std::string reasons(const std::vector<LogRecord>& errors) {
+    if (errors.empty() || Log::isAccepted(Log::Error, ""))
+        return "";
+    std::string text;
+    for (const auto& record : errors)
+        text += "  " + record.message + "\n";
+    return text;
+}
+
+/// The error lines that explain why `path` did not load: those logged just before its
+/// "Cannot load geometry from file" line.
+std::vector<LogRecord> geometryReasons(const std::vector<LogRecord>& errors, const std::string& path) {
+    std::vector<LogRecord> pending;
+    for (const auto& record : errors) {
+        if (record.message == "Cannot load geometry from file " + path) {
+            pending.push_back(record);
+            return pending;
+        }
+        if (record.message.rfind("Cannot load geometry from file ", 0) == 0)
+            pending.clear();
+        else
+            pending.push_back(record);
+    }
+    return {};
+}
+
+bool hasMessage(const std::vector<LogRecord>& errors, const std::string& text) {
+    for (const auto& record : errors)
+        if (record.message.find(text) != std::string::npos)
+            return true;
+    return false;
+}
+
+std::string formatSeconds(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", seconds);
+    return text;
+}
+
+} // namespace
+
+std::string TrackCommand::summary() const {
+    return "live tracking: stream instrument poses from the camera, optionally to CSV";
+}
+
+std::string TrackCommand::help() const {
+    return "Usage: kestrion track [OPTIONS]\n"
+           "\n"
+           "Opens the tracking camera through the Atracsys plugin, loads the marker geometries and\n"
+           "shows, about once a second: the device (type and serial number), the frames received,\n"
+           "the frames the device produced that never arrived (gaps in its frame counter), the\n"
+           "frame rate, and for each instrument its id, name, position in mm, quality and the time\n"
+           "since it was last seen. Runs until --duration or --frames is reached, or Ctrl-C; then\n"
+           "stops and closes the camera and prints a summary.\n"
+           "With no options it tracks the example markers (:/markers/geometry1000.ini and\n"
+           ":/markers/geometry1001.ini) on the first camera found (the simulated one in a build\n"
+           "against the simulator).\n"
+           "\n"
+           "Options:\n"
+           "  --geometry FILE         marker geometry file (INI); repeat for several markers\n"
+           "  --workspace FILE        take the stream settings and markers from the\n"
+           "                          Atracsys.SpryTrackStream block of a workspace (.kws);\n"
+           "                          --geometry files are added to its markers\n"
+           "  --fiducials MODE        raw fiducials to fetch: none, marker (belonging to a marker),\n"
+           "                          vicinity (near a marker) or all; default none, all with --images\n"
+           "  --images DIR            fetch the camera images and save one left/right pair per\n"
+           "                          second as PNG in DIR (created if needed), the detected\n"
+           "                          fiducials marked: frame-<counter>-left.png, -right.png\n"
+           "  --integration-time US   camera integration time in microseconds\n"
+           "  --duration S            stop after S seconds\n"
+           "  --frames N              stop after N frames\n"
+           "  --csv FILE              record every frame: one row per instrument with the frame's\n"
+           "                          host timestamps (arrival_ms, device_ms), the device counter\n"
+           "                          and clock, tracked flag, quality, position (mm) and rotation;\n"
+           "                          written to FILE.part and renamed to FILE when complete\n"
+           "  --refresh S             seconds between table refreshes (default 1)\n"
+           "\n"
+           "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
+           "does not load, a camera lost while tracking, or a file that could not be written;\n"
+           "2 bad arguments.\n";
+}
+
+int TrackCommand::run(CommandContext& context, const std::vector<std::string>& arguments) {
+    const std::uint64_t startMs = Time::utcMilliseconds();
+    const auto startTime = std::chrono::steady_clock::now();
+    std::ostream& out = context.out();
+    std::ostream& err = context.err();
+
+    std::string error;
+    const std::optional<TrackOptions> options = TrackOptions::parse(arguments, &error);
+    if (!options) {
+        err << "kestrion track: " << error << " (see kestrion track --help)\n";
+        return 2;
+    }
+    if (!context.loadPlugins())
+        return 1;
+    if (!FactoryRegistry::instance().hasAlgorithm(TrackConfiguration::AlgorithmId)) {
+        err << "kestrion track: " << pluginProblem(context) << "\n";
+        return 1;
+    }
+    std::optional<TrackConfiguration> configuration = TrackConfiguration::build(*options, &error);
+    if (!configuration) {
+        err << "kestrion track: " << error << "\n";
+        return 1;
+    }
+
+    // Outputs are prepared before the camera opens, so that a bad path costs no connection.
+    TrackCsvWriter csv;
+    if (!options->csvFile.empty() && !csv.open(options->csvFile)) {
+        err << "kestrion track: " << csv.error() << "\n";
+        return 1;
+    }
+    std::optional<TrackImageSaver> images;
+    if (!options->imagesFolder.empty()) {
+        images.emplace(options->imagesFolder, options->imageIntervalS);
+        if (!images->prepare()) {
+            err << "kestrion track: " << images->error() << "\n";
+            return 1;
+        }
+    }
+
+    // Create the stream, load the geometries and open the camera.
+    std::unique_ptr<Algorithm> algorithm;
+    std::vector<LogRecord> errors;
+    {
+        LogCollector collector;
+        algorithm = FactoryRegistry::instance().createAlgorithm(TrackConfiguration::AlgorithmId);
+        if (algorithm) {
+            algorithm->configure(&configuration->properties);
+            algorithm->compute();
+        }
+        errors = collector.errors();
+    }
+    auto* streamAlgorithm = dynamic_cast<StreamAlgorithm*>(algorithm.get());
+    auto* stream = streamAlgorithm ? dynamic_cast<TrackingStream*>(streamAlgorithm->outputStream()) : nullptr;
+    if (!stream) {
+        err << "kestrion track: the tracking stream could not be created\n" << reasons(errors);
+        return 1;
+    }
+    if (algorithm->status() != Algorithm::Success || stream->currentState() != Stream::State::Open) {
+        if (hasMessage(errors, "device connected"))
+            err << "kestrion track: no camera found\n";
+        else
+            err << "kestrion track: the camera could not be opened\n" << reasons(errors);
+        return 1;
+    }
+    const std::vector<TrackingInstrument> instruments = stream->instruments();
+    for (const auto& target : configuration->targets) {
+        bool loaded = false;
+        for (const auto& instrument : instruments)
+            loaded = loaded || instrument.id.name == target.name;
+        if (!loaded) {
+            const std::vector<LogRecord> why = geometryReasons(errors, target.path);
+            err << "kestrion track: geometry file " << target.path << " could not be loaded";
+            if (why.size() > 1) // the last line only repeats that it could not be loaded
+                err << ": " << why.front().message;
+            err << "\n";
+            return 1;
+        }
+    }
+
+    // Listen to the frames, then start tracking.
+    TrackFrameQueue queue;
+    SignalConnection connection = stream->signalStreamData.connect(
+        [&queue](const std::shared_ptr<const StreamData>& data) { queue.push(data); });
+    StopSignals stopSignals;
+    if (!stream->start()) {
+        connection.disconnect();
+        err << "kestrion track: tracking could not be started\n";
+        return 1;
+    }
+    out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
+
+    const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);
+    TrackStatistics statistics;
+    std::vector<std::shared_ptr<const StreamData>> batch;
+    batch.reserve(256);
+    std::optional<std::uint64_t> firstPoseMs;
+    std::uint64_t framesAtRefresh = 0;
+    auto lastRefresh = startTime;
+    std::size_t tableLines = 0;
+    bool failed = false;
+    bool cameraLost = false;
+    bool done = false;
+    double rateHz = 0.0;
+
+    auto showTable = [&](std::chrono::steady_clock::time_point now) {
+        const double window = std::chrono::duration<double>(now - lastRefresh).count();
+        if (window > 0.0)
+            rateHz = static_cast<double>(statistics.framesReceived() - framesAtRefresh) / window;
+        framesAtRefresh = statistics.framesReceived();
+        lastRefresh = now;
+        const std::string table = statistics.table(
+            Time::utcMilliseconds(), std::chrono::duration<double>(now - startTime).count(), rateHz);
+        if (tty && tableLines > 0)
+            out << "\033[" << tableLines << "F\033[J"; // redraw in place
+        out << table << (tty ? "" : "\n") << std::flush;
+        tableLines = static_cast<std::size_t>(std::count(table.begin(), table.end(), '\n'));
+    };
+
+    while (!done) {
+        batch.clear();
+        queue.takeAll(batch, std::chrono::milliseconds(100));
+        for (const auto& item : batch) {
+            if (options->frames && statistics.framesReceived() >= *options->frames)
+                break;
+            const auto* compound = dynamic_cast<const CompoundStreamData*>(item.get());
+            const auto* frame =
+                dynamic_cast<const TrackingStreamData*>(compound ? compound->mainData().get() : item.get());
+            if (!frame)
+                continue;
+            const DeviceFrameInfo* device = frame->component<DeviceFrameInfo>();
+            const std::uint64_t index = statistics.framesReceived();
+            statistics.add(*frame, device);
+            if (!firstPoseMs && statistics.framesWithPose() > 0)
+                firstPoseMs = frame->arrivalTimestamp() > startMs ? frame->arrivalTimestamp() - startMs : 0;
+            if (csv.isOpen() && !csv.failed() && !csv.write(index, *frame, device)) {
+                err << "kestrion track: " << csv.error() << "; recording stopped, " << csv.partialFile()
+                    << " holds the rows written so far\n";
+                failed = true;
+            }
+            if (images && compound && !images->failed() && !images->offer(*compound, index)) {
+                err << "kestrion track: " << images->error() << "; no more images are saved\n";
+                failed = true;
+            }
+        }
+        const auto now = std::chrono::steady_clock::now();
+        const double elapsed = std::chrono::duration<double>(now - startTime).count();
+        if (options->frames && statistics.framesReceived() >= *options->frames)
+            done = true;
+        if (options->durationS && elapsed >= *options->durationS)
+            done = true;
+        if (g_stopSignal.load() != 0)
+            done = true;
+        if (!stream->isStateOneOf({Stream::State::Running})) {
+            cameraLost = true;
+            done = true;
+        }
+        if (done || now - lastRefresh >= std::chrono::duration<double>(options->refreshS))
+            showTable(now);
+    }
+
+    // Stop listening first (the queue goes with this scope), then stop and close the camera.
+    connection.disconnect();
+    const double elapsedS =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - startTime).count();
+    const bool closed = stream->close();
+    algorithm.reset();
+    if (!closed) {
+        err << "kestrion track: the camera could not be closed properly\n";
+        failed = true;
+    }
+    if (cameraLost) {
+        err << "kestrion track: the camera stopped delivering frames (stream no longer running)\n";
+        failed = true;
+    }
+    if (csv.isOpen() && !csv.close()) {
+        err << "kestrion track: " << csv.error() << "\n";
+        failed = true;
+    }
+
+    out << "Summary: " << statistics.framesReceived() << " frames received, " << statistics.framesDropped()
+        << " dropped, in " << formatSeconds(elapsedS) << " s";
+    if (firstPoseMs)
+        out << "; first pose after " << *firstPoseMs << " ms";
+    else
+        out << "; no instrument was tracked";
+    if (g_stopSignal.load() != 0)
+        out << "; ended by signal " << g_stopSignal.load();
+    out << "\n";
+    if (!options->csvFile.empty() && !csv.failed())
+        out << "Recorded " << csv.rowsWritten() << " rows to " << options->csvFile << "\n";
+    if (images)
+        out << "Saved " << images->pairsSaved() << " image pair(s) to " << options->imagesFolder << "\n";
+    if (statistics.framesReceived() == 0 && g_stopSignal.load() == 0) {
+        err << "kestrion track: no frame was received from the camera\n";
+        failed = true;
+    }
+    return failed ? 1 : 0;
+}
+
+} // namespace Kestrion::Cli

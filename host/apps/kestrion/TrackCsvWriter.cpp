@@ -1,0 +1,108 @@
+#include "host/apps/kestrion/TrackCsvWriter.h"
+
+#include "host/apps/kestrion/TrackStatistics.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace Kestrion::Cli {
+
+namespace {
+const char* const Header =
+    "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
+    "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33\n";
+
+/// A CSV field: quoted when it holds a separator, a quote or a line break.
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\n\r") == std::string::npos)
+        return text;
+    std::string quoted = "\"";
+    for (char c : text) {
+        if (c == '"')
+            quoted += '"';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+} // namespace
+
+TrackCsvWriter::~TrackCsvWriter() {
+    if (m_file)
+        std::fclose(m_file); // not completed: the ".part" file stays as it is
+}
+
+bool TrackCsvWriter::fail(const std::string& what, int errorNumber) {
+    if (m_error.empty())
+        m_error = "CSV file " + m_target + ": " + what + ": " + std::strerror(errorNumber);
+    return false;
+}
+
+bool TrackCsvWriter::open(const std::string& file) {
+    m_target = file;
+    m_partialFile = file + ".part";
+    m_file = std::fopen(m_partialFile.c_str(), "w");
+    if (!m_file)
+        return fail("cannot create " + m_partialFile, errno);
+    m_buffer.resize(1 << 20);
+    std::setvbuf(m_file, m_buffer.data(), _IOFBF, m_buffer.size());
+    m_line.resize(1024);
+    if (std::fputs(Header, m_file) == EOF)
+        return fail("cannot write", errno);
+    return true;
+}
+
+bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& frame,
+                           const DeviceFrameInfo* device) {
+    if (!m_file || failed())
+        return false;
+    char deviceCounter[24] = "";
+    char deviceTime[24] = "";
+    if (device) {
+        std::snprintf(deviceCounter, sizeof deviceCounter, "%u", device->frameCounter());
+        std::snprintf(deviceTime, sizeof deviceTime, "%llu",
+                      static_cast<unsigned long long>(device->deviceTimestampUS()));
+    }
+    for (const TrackingInstrument& instrument : frame.instruments()) {
+        const Eigen::Matrix4d& m = instrument.matrix;
+        const int length = std::snprintf(
+            m_line.data(), m_line.size(),
+            "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%.4f,%.4f,%.4f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%."
+            "7f\n",
+            static_cast<unsigned long long>(frameIndex), deviceCounter,
+            static_cast<unsigned long long>(frame.arrivalTimestamp()),
+            static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
+            csvField(instrument.ID()).c_str(), csvField(instrument.id.name).c_str(),
+            TrackStatistics::isTracked(instrument) ? 1 : 0, instrument.quality, m(0, 3), m(1, 3), m(2, 3),
+            m(0, 0), m(0, 1), m(0, 2), m(1, 0), m(1, 1), m(1, 2), m(2, 0), m(2, 1), m(2, 2));
+        if (length < 0 || static_cast<std::size_t>(length) >= m_line.size()) {
+            errno = EOVERFLOW;
+            return fail("row too long for instrument " + instrument.ID(), errno);
+        }
+        if (std::fwrite(m_line.data(), 1, static_cast<std::size_t>(length), m_file) !=
+            static_cast<std::size_t>(length))
+            return fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+        ++m_rows;
+    }
+    return true;
+}
+
+bool TrackCsvWriter::close() {
+    if (!m_file)
+        return !failed();
+    bool ok = !failed();
+    if (std::fflush(m_file) != 0)
+        ok = fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+    if (ok && ::fsync(::fileno(m_file)) != 0)
+        ok = fail("cannot flush to disk", errno);
+    if (std::fclose(m_file) != 0 && ok)
+        ok = fail("cannot close", errno);
+    m_file = nullptr;
+    if (ok && std::rename(m_partialFile.c_str(), m_target.c_str()) != 0)
+        ok = fail("cannot rename " + m_partialFile + " to it", errno);
+    return ok;
+}
+
+} // namespace Kestrion::Cli

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace Kestrion {
+class DeviceFrameInfo;
+class TrackingStreamData;
+} // namespace Kestrion
+
+namespace Kestrion::Cli {
+
+/// Records tracking frames as CSV, one row per instrument per frame:
+///
+///     frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,
+///     x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33
+///
+/// arrival_ms and device_ms are the frame's host timestamps (ms since the epoch, UTC: when the
+/// host received it, and when the device measured it as the stream reports it); device_counter
+/// and device_time_us are the device's own frame counter and clock (empty when unknown). The
+/// pose is the instrument's rotation (row-major) and translation; an untracked instrument has
+/// tracked 0, quality 0 and the identity pose.
+///
+/// The rows go to "<file>.part", which close() flushes to disk and renames to the file, so that
+/// the file name only ever holds a complete recording. The first failing write ends the
+/// recording; error() then names the file and the reason, and the rows written so far stay in
+/// the ".part" file.
+class TrackCsvWriter {
+public:
+    TrackCsvWriter() = default;
+    ~TrackCsvWriter();
+    TrackCsvWriter(const TrackCsvWriter&) = delete;
+    TrackCsvWriter& operator=(const TrackCsvWriter&) = delete;
+
+    /// Creates "<file>.part" and writes the header. False (see error()) on failure.
+    bool open(const std::string& file);
+    /// Appends the rows of one frame; false once a write has failed.
+    bool write(std::uint64_t frameIndex, const TrackingStreamData& frame, const DeviceFrameInfo* device);
+    /// Flushes, syncs and closes the file and gives it its name. False (see error()) on failure
+    /// or after a failed write; then "<file>.part" is kept.
+    bool close();
+
+    bool isOpen() const { return m_file != nullptr; }
+    bool failed() const { return !m_error.empty(); }
+    const std::string& error() const { return m_error; }
+    std::uint64_t rowsWritten() const { return m_rows; }
+    const std::string& partialFile() const { return m_partialFile; }
+
+private:
+    bool fail(const std::string& what, int errorNumber);
+
+    std::FILE* m_file = nullptr;
+    std::string m_target;
+    std::string m_partialFile;
+    std::string m_error;
+    std::uint64_t m_rows = 0;
+    std::vector<char> m_line; // reused for every row
+    std::vector<char> m_buffer;
+};
+
+} // namespace Kestrion::Cli

@@ -1,0 +1,99 @@
+#include "host/apps/kestrion/TrackOptions.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+namespace Kestrion::Cli {
+
+namespace {
+
+std::optional<double> parseNumber(const std::string& text) {
+    if (text.empty())
+        return std::nullopt;
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(text.c_str(), &end);
+    if (errno != 0 || *end != '\0' || !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+std::optional<std::int64_t> parseInteger(const std::string& text) {
+    if (text.empty())
+        return std::nullopt;
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0')
+        return std::nullopt;
+    return value;
+}
+
+} // namespace
+
+std::vector<std::string> TrackOptions::exampleGeometries() {
+    return {":/markers/geometry1000.ini", ":/markers/geometry1001.ini"};
+}
+
+std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& arguments,
+                                                std::string* error) {
+    TrackOptions options;
+    auto fail = [error](const std::string& message) -> std::optional<TrackOptions> {
+        if (error)
+            *error = message;
+        return std::nullopt;
+    };
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& option = arguments[i];
+        const bool takesValue = option == "--geometry" || option == "--workspace" ||
+                                option == "--fiducials" || option == "--images" ||
+                                option == "--integration-time" || option == "--duration" ||
+                                option == "--frames" || option == "--csv" || option == "--refresh";
+        if (!takesValue)
+            return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
+                                                  : "unexpected argument '" + option + "'");
+        if (i + 1 >= arguments.size() || arguments[i + 1].empty())
+            return fail("option " + option + " needs a value");
+        const std::string& value = arguments[++i];
+        if (option == "--geometry") {
+            options.geometries.push_back(value);
+        } else if (option == "--workspace") {
+            if (!options.workspace.empty())
+                return fail("option --workspace given twice");
+            options.workspace = value;
+        } else if (option == "--fiducials") {
+            static const char* const modes[] = {"none", "marker", "vicinity", "all"};
+            for (int mode = 0; mode < 4; ++mode)
+                if (value == modes[mode])
+                    options.fiducialMode = mode;
+            if (!options.fiducialMode)
+                return fail("--fiducials takes none, marker, vicinity or all, not '" + value + "'");
+        } else if (option == "--images") {
+            options.imagesFolder = value;
+        } else if (option == "--csv") {
+            options.csvFile = value;
+        } else if (option == "--integration-time") {
+            const auto us = parseInteger(value);
+            if (!us || *us < 1 || *us > 1000000)
+                return fail("--integration-time takes microseconds from 1 to 1000000, not '" + value + "'");
+            options.integrationTimeUS = static_cast<int>(*us);
+        } else if (option == "--frames") {
+            const auto n = parseInteger(value);
+            if (!n || *n < 1)
+                return fail("--frames takes a positive number of frames, not '" + value + "'");
+            options.frames = static_cast<std::uint64_t>(*n);
+        } else {
+            const auto seconds = parseNumber(value);
+            if (!seconds || *seconds <= 0)
+                return fail(option + " takes a positive number of seconds, not '" + value + "'");
+            if (option == "--duration")
+                options.durationS = *seconds;
+            else
+                options.refreshS = *seconds;
+        }
+    }
+    return options;
+}
+
+} // namespace Kestrion::Cli

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Kestrion::Cli {
+
+/// The options of `kestrion track`.
+struct TrackOptions {
+    /// Marker geometry files (INI), in the order given; ":/..." names a file compiled into a plugin.
+    std::vector<std::string> geometries;
+    /// Workspace whose "Atracsys.SpryTrackStream" block gives the stream's settings and markers.
+    std::string workspace;
+    /// Fiducial query mode: 0 none, 1 belonging to a marker, 2 in a marker's vicinity, 3 all.
+    std::optional<int> fiducialMode;
+    /// Folder for the camera images; empty: no images.
+    std::string imagesFolder;
+    /// Camera integration time, microseconds.
+    std::optional<int> integrationTimeUS;
+    /// Ends after this long (seconds) or this many frames; whichever comes first.
+    std::optional<double> durationS;
+    std::optional<std::uint64_t> frames;
+    /// Records every frame to this CSV file; empty: no recording.
+    std::string csvFile;
+    /// Seconds between two table refreshes.
+    double refreshS = 1.0;
+    /// Seconds between two saved image pairs.
+    double imageIntervalS = 1.0;
+
+    /// The example markers used when neither geometries nor a workspace are given.
+    static std::vector<std::string> exampleGeometries();
+
+    /// Parses the arguments; on a bad argument returns nothing and sets *error.
+    static std::optional<TrackOptions> parse(const std::vector<std::string>& arguments, std::string* error);
+};
+
+} // namespace Kestrion::Cli

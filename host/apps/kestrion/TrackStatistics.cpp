@@ -1,0 +1,78 @@
+#include "host/apps/kestrion/TrackStatistics.h"
+
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <cstdio>
+#include <sstream>
+
+namespace Kestrion::Cli {
+
+bool TrackStatistics::isTracked(const TrackingInstrument& instrument) {
+    return instrument.active &&
+           (instrument.quality > 0.0 || instrument.matrix != Eigen::Matrix4d::Identity());
+}
+
+void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo* device) {
+    ++m_framesReceived;
+    if (device) {
+        if (m_deviceType.empty()) {
+            m_deviceType = device->deviceType();
+            m_serialNumber = device->serialNumber();
+        }
+        if (m_lastCounter)
+            m_framesDropped += DeviceFrameInfo::framesBetween(*m_lastCounter, device->frameCounter());
+        m_lastCounter = device->frameCounter();
+    }
+    bool anyTracked = false;
+    for (const TrackingInstrument& instrument : frame.instruments()) {
+        auto [it, inserted] = m_instruments.try_emplace(instrument.ID());
+        if (inserted)
+            m_order.push_back(instrument.ID());
+        it->second.name = instrument.id.name;
+        if (isTracked(instrument)) {
+            anyTracked = true;
+            it->second.last = instrument;
+            it->second.lastSeenMs = frame.arrivalTimestamp();
+        }
+    }
+    if (anyTracked)
+        ++m_framesWithPose;
+}
+
+std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double rateHz) const {
+    std::ostringstream out;
+    char line[256];
+    if (hasDevice())
+        std::snprintf(line, sizeof line, "Device: %s, serial 0x%016llx", m_deviceType.c_str(),
+                      static_cast<unsigned long long>(m_serialNumber));
+    else
+        std::snprintf(line, sizeof line, "Device: (no frame yet)");
+    out << line << "\n";
+    std::snprintf(line, sizeof line, "Frames: %llu received, %llu dropped, %.1f Hz, running %.0f s",
+                  static_cast<unsigned long long>(m_framesReceived),
+                  static_cast<unsigned long long>(m_framesDropped), rateHz, elapsedS);
+    out << line << "\n";
+    std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", "Instrument", "Name", "x [mm]",
+                  "y [mm]", "z [mm]", "Quality", "Last seen");
+    out << line << "\n";
+    for (const std::string& id : m_order) {
+        const InstrumentState& state = m_instruments.at(id);
+        if (state.lastSeenMs == 0) {
+            std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", id.c_str(),
+                          state.name.c_str(), "-", "-", "-", "-", "never");
+        } else {
+            const Eigen::Vector3d t = state.last.translation();
+            const double ageS =
+                nowMs > state.lastSeenMs ? static_cast<double>(nowMs - state.lastSeenMs) / 1000.0 : 0.0;
+            char age[32];
+            std::snprintf(age, sizeof age, "%.1f s ago", ageS);
+            std::snprintf(line, sizeof line, "%-16s %-20s %10.2f %10.2f %10.2f %8.3f %10s", id.c_str(),
+                          state.name.c_str(), t.x(), t.y(), t.z(), state.last.quality, age);
+        }
+        out << line << "\n";
+    }
+    return out.str();
+}
+
+} // namespace Kestrion::Cli

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "host/stream/TrackingInstrument.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Kestrion {
+class DeviceFrameInfo;
+class TrackingStreamData;
+} // namespace Kestrion
+
+namespace Kestrion::Cli {
+
+/// What `kestrion track` shows: the device, the frames received and those the device produced but
+/// the host never received (gaps in the device's frame counter), and for each instrument its
+/// latest pose and quality and when it was last seen. Used on the command's thread only.
+class TrackStatistics {
+public:
+    /// Whether the instrument was measured in its frame (an untracked one has identity pose and
+    /// quality 0).
+    static bool isTracked(const TrackingInstrument& instrument);
+
+    /// Takes one frame into account.
+    void add(const TrackingStreamData& frame, const DeviceFrameInfo* device);
+
+    std::uint64_t framesReceived() const { return m_framesReceived; }
+    std::uint64_t framesDropped() const { return m_framesDropped; }
+    /// Frames with at least one tracked instrument.
+    std::uint64_t framesWithPose() const { return m_framesWithPose; }
+    bool hasDevice() const { return !m_deviceType.empty(); }
+
+    /// The table: device line, frame counts and rate, one line per instrument. `nowMs` is the
+    /// current time (ms since the epoch), `rateHz` the rate of frames received lately.
+    std::string table(std::uint64_t nowMs, double elapsedS, double rateHz) const;
+
+private:
+    struct InstrumentState {
+        std::string name;
+        TrackingInstrument last;      // latest tracked measurement
+        std::uint64_t lastSeenMs = 0; // arrival time of that frame; 0: never tracked
+    };
+
+    std::string m_deviceType;
+    std::uint64_t m_serialNumber = 0;
+    std::uint64_t m_framesReceived = 0;
+    std::uint64_t m_framesDropped = 0;
+    std::uint64_t m_framesWithPose = 0;
+    std::optional<std::uint32_t> m_lastCounter;
+    std::vector<std::string> m_order; // instrument ids in order of first appearance
+    std::map<std::string, InstrumentState> m_instruments;
+};
+
+} // namespace Kestrion::Cli

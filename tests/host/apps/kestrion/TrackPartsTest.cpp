@@ -1,0 +1,164 @@
+#include "host/apps/kestrion/TrackCsvWriter.h"
+#include "host/apps/kestrion/TrackOptions.h"
+#include "host/apps/kestrion/TrackStatistics.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sys/resource.h>
+
+using namespace Kestrion;
+using namespace Kestrion::Cli;
+
+namespace {
+
+std::optional<TrackOptions> parse(const std::vector<std::string>& arguments, std::string* error = nullptr) {
+    std::string ignored;
+    return TrackOptions::parse(arguments, error ? error : &ignored);
+}
+
+TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
+    TrackingInstrument instrument(TrackerID("atracsys-1000", "pointer"));
+    if (tracked) {
+        instrument.matrix(0, 3) = 1.5;
+        instrument.matrix(1, 3) = -2.25;
+        instrument.matrix(2, 3) = 800.0;
+        instrument.quality = 0.75;
+    }
+    return TrackingStreamData(nullptr, {instrument}, arrivalMs, arrivalMs);
+}
+
+std::string readAll(const std::string& file) {
+    std::ifstream in(file);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+} // namespace
+
+TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
+    auto options =
+        parse({"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials", "vicinity", "--images", "dir",
+               "--integration-time", "350", "--duration", "2.5", "--frames", "10", "--csv", "x.csv"});
+    ASSERT_TRUE(options);
+    EXPECT_EQ(options->geometries, (std::vector<std::string>{"a.ini", ":/b.ini"}));
+    EXPECT_EQ(options->fiducialMode, 2);
+    EXPECT_EQ(options->imagesFolder, "dir");
+    EXPECT_EQ(options->integrationTimeUS, 350);
+    EXPECT_DOUBLE_EQ(*options->durationS, 2.5);
+    EXPECT_EQ(options->frames, 10u);
+    EXPECT_EQ(options->csvFile, "x.csv");
+    options = parse({});
+    ASSERT_TRUE(options);
+    EXPECT_TRUE(options->geometries.empty());
+    EXPECT_FALSE(options->fiducialMode || options->durationS || options->frames);
+
+    const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
+        {{"--bogus"}, "unknown option '--bogus'"},
+        {{"stray"}, "unexpected argument 'stray'"},
+        {{"--geometry"}, "option --geometry needs a value"},
+        {{"--fiducials", "most"}, "--fiducials takes none, marker, vicinity or all, not 'most'"},
+        {{"--integration-time", "0"}, "--integration-time takes microseconds from 1 to 1000000, not '0'"},
+        {{"--integration-time", "12us"},
+         "--integration-time takes microseconds from 1 to 1000000, not '12us'"},
+        {{"--frames", "-3"}, "--frames takes a positive number of frames, not '-3'"},
+        {{"--duration", "nan"}, "--duration takes a positive number of seconds, not 'nan'"},
+        {{"--workspace", "a.kws", "--workspace", "b.kws"}, "option --workspace given twice"},
+    };
+    for (const auto& [arguments, message] : bad) {
+        std::string error;
+        EXPECT_FALSE(parse(arguments, &error));
+        EXPECT_EQ(error, message);
+    }
+}
+
+TEST(TrackStatistics, CountsCounterGapsAsDroppedAndRemembersTheLastTrackedPose) {
+    TrackStatistics statistics;
+    const DeviceFrameInfo f1("sTk 180", 0xABCDull, 0xFFFFFFFEu, 10);
+    const DeviceFrameInfo f2("sTk 180", 0xABCDull, 0xFFFFFFFFu, 20);
+    const DeviceFrameInfo f3("sTk 180", 0xABCDull, 2u, 30); // 0 and 1 never arrived
+    statistics.add(frame(1000, true), &f1);
+    statistics.add(frame(1020, false), &f2);
+    statistics.add(frame(1040, false), &f3);
+    statistics.add(frame(1060, false), nullptr); // a frame without device information counts, no gap
+    EXPECT_EQ(statistics.framesReceived(), 4u);
+    EXPECT_EQ(statistics.framesDropped(), 2u);
+    EXPECT_EQ(statistics.framesWithPose(), 1u);
+
+    const std::string table = statistics.table(3500, 2.0, 50.0);
+    EXPECT_NE(table.find("Device: sTk 180, serial 0x000000000000abcd"), std::string::npos) << table;
+    EXPECT_NE(table.find("Frames: 4 received, 2 dropped, 50.0 Hz"), std::string::npos) << table;
+    // The pose of the last tracked frame, 2.5 s before "now".
+    EXPECT_NE(
+        table.find(
+            "atracsys-1000    pointer                    1.50      -2.25     800.00    0.750  2.5 s ago"),
+        std::string::npos)
+        << table;
+
+    TrackStatistics never;
+    never.add(frame(1000, false), nullptr);
+    EXPECT_NE(never.table(2000, 1.0, 1.0).find("never"), std::string::npos);
+    EXPECT_NE(never.table(2000, 1.0, 1.0).find("Device: (no frame yet)"), std::string::npos);
+}
+
+class TrackCsvWriterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "track-csv-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        m_dir = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(m_dir); }
+    std::string m_dir;
+};
+
+TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrumentAndFrame) {
+    const std::string file = m_dir + "/poses.csv";
+    TrackCsvWriter writer;
+    ASSERT_TRUE(writer.open(file)) << writer.error();
+    const DeviceFrameInfo device("sTk 180", 1, 41, 123456789);
+    EXPECT_TRUE(writer.write(0, frame(1000, true), &device));
+    EXPECT_TRUE(writer.write(1, frame(1017, false), nullptr));
+    EXPECT_FALSE(std::filesystem::exists(file)); // still being written
+    ASSERT_TRUE(writer.close()) << writer.error();
+    EXPECT_FALSE(std::filesystem::exists(file + ".part"));
+    EXPECT_EQ(writer.rowsWritten(), 2u);
+    EXPECT_EQ(readAll(file),
+              "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
+              "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33\n"
+              "0,41,1000,1000,123456789,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
+              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000\n"
+              "1,,1017,1017,,atracsys-1000,pointer,0,0.0000,0.0000,0.0000,0.0000,"
+              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000\n");
+}
+
+TEST_F(TrackCsvWriterTest, AFailedWriteIsReportedWithTheFileAndReasonAndKeepsThePartialFile) {
+    const std::string file = m_dir + "/big.csv";
+    TrackCsvWriter writer;
+    ASSERT_TRUE(writer.open(file));
+    // A file size limit makes the writes fail as a full disk would (EFBIG instead of a signal).
+    struct rlimit previous {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
+    auto* previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = previous;
+    limit.rlim_cur = 64 * 1024;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    bool ok = true;
+    for (std::uint64_t i = 0; ok && i < 100000; ++i)
+        ok = writer.write(i, frame(1000 + i, true), nullptr);
+    const bool closed = writer.close();
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_FALSE(closed);
+    EXPECT_TRUE(writer.failed());
+    EXPECT_EQ(writer.error().rfind("CSV file " + file + ": write failed after ", 0), 0u) << writer.error();
+    EXPECT_NE(writer.error().find("File too large"), std::string::npos) << writer.error();
+    EXPECT_FALSE(std::filesystem::exists(file)); // never a silently truncated file
+    EXPECT_TRUE(std::filesystem::exists(file + ".part"));
+    EXPECT_FALSE(writer.write(0, frame(1, true), nullptr)); // the recording has ended
+}
