@@ -2,10 +2,7 @@
 
 #include "atracsys/stream/AtracsysInstrumentId.h"
 
-#include "host/core/TypedImage.h"
-
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <string>
 
@@ -41,8 +38,10 @@ std::uint32_t pixelCount(const ftkRawData* raw, std::uint32_t count, std::uint32
 } // namespace
 
 AtracsysFrameConverter::AtracsysFrameConverter(std::uint32_t fiducialsCapacity, std::uint32_t markersCapacity)
-    : m_selection(fiducialsCapacity, markersCapacity) {
+    : m_selection(fiducialsCapacity, markersCapacity)
+    , m_images(AtracsysImagePool::create()) {
     m_markerInstrument.reserve(markersCapacity);
+    m_markerIds.reserve(markersCapacity);
     m_fiducialInstrument.reserve(fiducialsCapacity);
 }
 
@@ -67,26 +66,13 @@ bool AtracsysFrameConverter::hasImages(const ftkFrameQuery& frame) {
            imageUsable(header, frame.imageRightPixels, frame.imageRightStat, frame.imageRightVersionSize);
 }
 
-std::shared_ptr<SharedImage> AtracsysFrameConverter::copyImage(const ftkImageHeader& header,
-                                                               const std::uint8_t* pixels) {
-    const ImageDescriptor descriptor(PixelType::UInt8, 1, header.width, header.height, 1,
-                                     Eigen::Vector3d::Ones());
-    if (header.imageStrideInBytes == static_cast<std::int32_t>(header.width)) {
-        // The SDK's buffer stays the SDK's: wrap it for the time of the copy.
-        TypedImage<std::uint8_t> wrapped(descriptor, const_cast<std::uint8_t*>(pixels));
-        return std::make_shared<SharedImage>(std::shared_ptr<Image>(wrapped.cloneTyped()));
-    }
-    // Padded rows: copy row by row into an unpadded image.
-    auto copy = std::make_shared<TypedImage<std::uint8_t>>(descriptor);
-    for (int y = 0; y < header.height; ++y)
-        std::memcpy(copy->data() + std::size_t(y) * header.width,
-                    pixels + std::size_t(y) * std::size_t(header.imageStrideInBytes), header.width);
-    return std::make_shared<SharedImage>(std::move(copy));
-}
-
-void AtracsysFrameConverter::fillUpdate(const ftkFrameQuery& frame, AtracsysUpdate& update) const {
-    update.left.image = copyImage(*frame.imageHeader, frame.imageLeftPixels);
-    update.right.image = copyImage(*frame.imageHeader, frame.imageRightPixels);
+void AtracsysFrameConverter::fillUpdate(const ftkFrameQuery& frame, AtracsysUpdate& update) {
+    // The previous frame's images go back to the pool (if nobody else holds them) before the
+    // copies of this frame take buffers from it.
+    update.left.image.reset();
+    update.right.image.reset();
+    update.left.image = m_images->copy(*frame.imageHeader, frame.imageLeftPixels);
+    update.right.image = m_images->copy(*frame.imageHeader, frame.imageRightPixels);
     update.left.fiducials.clear();
     update.left.fiducialSizes.clear();
     update.right.fiducials.clear();
@@ -104,23 +90,29 @@ double AtracsysFrameConverter::quality(double registrationErrorMM) {
     return std::max(0.0, 1.0 - registrationErrorMM / 10.0);
 }
 
-void AtracsysFrameConverter::writePoses(const ftkFrameQuery& frame, AtracsysInstruments& registry) const {
-    if (!frame.markers)
-        return;
-    for (std::uint32_t m = 0; m < frame.markersCount; ++m) {
-        const ftkMarker& marker = frame.markers[m];
-        registry.modify(createId(static_cast<int>(marker.geometryId)),
-                        [&marker](const std::string&, TrackingInstrument& instrument, AtracsysGeometry&) {
-                            if (!instrument.active)
-                                return;
-                            for (int r = 0; r < 3; ++r) {
-                                for (int c = 0; c < 3; ++c)
-                                    instrument.matrix(r, c) = marker.rotation[r][c];
-                                instrument.matrix(r, 3) = marker.translationMM[r];
-                            }
-                            instrument.quality = quality(marker.registrationErrorMM);
-                        });
-    }
+void AtracsysFrameConverter::writePoses(const ftkFrameQuery& frame, AtracsysInstruments& registry) {
+    const std::uint32_t markers = frame.markers ? frame.markersCount : 0;
+    m_markerIds.resize(markers);
+    for (std::uint32_t m = 0; m < markers; ++m)
+        m_markerIds[m] = createId(static_cast<int>(frame.markers[m].geometryId));
+    // One pass over the instruments under one lock. A marker whose instrument was removed since
+    // the frame was fetched finds none and is ignored.
+    registry.modifyAll([&](const std::string& id, TrackingInstrument& instrument, AtracsysGeometry&) {
+        if (!instrument.active)
+            return;
+        for (std::uint32_t m = markers; m-- > 0;) { // the last marker of an id wins
+            if (m_markerIds[m] != id)
+                continue;
+            const ftkMarker& marker = frame.markers[m];
+            for (int r = 0; r < 3; ++r) {
+                for (int c = 0; c < 3; ++c)
+                    instrument.matrix(r, c) = marker.rotation[r][c];
+                instrument.matrix(r, 3) = marker.translationMM[r];
+            }
+            instrument.quality = quality(marker.registrationErrorMM);
+            return;
+        }
+    });
 }
 
 std::shared_ptr<TrackingInstrumentFiducialsData>

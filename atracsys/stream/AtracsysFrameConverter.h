@@ -1,6 +1,7 @@
 #pragma once
 
 #include "atracsys/stream/AtracsysFiducialSelection.h"
+#include "atracsys/stream/AtracsysImagePool.h"
 #include "atracsys/stream/AtracsysInstruments.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
@@ -10,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Kestrion::SpryTrack {
@@ -35,16 +37,15 @@ public:
     /// True when the frame holds both camera images (header and both pixel statuses OK, buffers
     /// large enough for the header's size).
     static bool hasImages(const ftkFrameQuery& frame);
-    /// Refills `update` from a frame with images: a copy of each camera image, and for each
+    /// Refills `update` from a frame with images: a copy of each camera image (in buffers that
+    /// are used again once the images are released), and for each
     /// selected fiducial the centre and size of its detection in each camera (a fiducial whose
     /// detection is not among the frame's raw data is left out of that camera's lists).
-    void fillUpdate(const ftkFrameQuery& frame, AtracsysUpdate& update) const;
-    /// A copy of one camera image of the frame.
-    static std::shared_ptr<SharedImage> copyImage(const ftkImageHeader& header, const std::uint8_t* pixels);
+    void fillUpdate(const ftkFrameQuery& frame, AtracsysUpdate& update);
 
     /// Writes the pose and quality of every marker of the frame into the active instrument
     /// "atracsys-" + geometry id (markers without instrument are ignored).
-    void writePoses(const ftkFrameQuery& frame, AtracsysInstruments& registry) const;
+    void writePoses(const ftkFrameQuery& frame, AtracsysInstruments& registry);
     /// Quality of a marker pose from its registration error: 1 - error / 10 mm, at least 0.
     static double quality(double registrationErrorMM);
 
@@ -57,6 +58,8 @@ public:
 
 private:
     AtracsysFiducialSelection m_selection;
+    std::shared_ptr<AtracsysImagePool> m_images;
+    std::vector<std::string> m_markerIds;            // instrument id per marker of the frame
     std::vector<std::uint32_t> m_markerInstrument;   // instrument index per marker of the frame
     std::vector<std::uint32_t> m_fiducialInstrument; // instrument index per fiducial of the frame
 };

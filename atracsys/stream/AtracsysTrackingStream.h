@@ -80,6 +80,13 @@ protected:
     /// for derived streams and diagnostics; lock its mutex for any use.
     AtracsysDeviceContext& deviceContext() { return *m_device; }
 
+    // The two halves of doWork, for derived streams and for measuring the processing apart from
+    // the wait for the camera: a successful fetch followed by processFrame is one doWork round.
+    /// Fetches the newest frame into the frame record (recreating a record released by an error).
+    ftkError fetchFrame(ftkFrameQuery*& frame);
+    /// Processes a fetched frame: checks, selection, images, poses and the data emission.
+    void processFrame(const ftkFrameQuery& frame, Clock::time_point& wakeUp);
+
 private:
     void prepareImageSubstreams();
     bool openDevice();
@@ -90,12 +97,8 @@ private:
     void reportErrorLocked(const std::string& message);
     /// One round of doWork; `wakeUp` is the time of the next round.
     void acquire(Clock::time_point& wakeUp);
-    /// Fetches the newest frame into the frame record (recreating a record released by an error).
-    ftkError fetchFrame(ftkFrameQuery*& frame);
     /// Handles a failed fetch; true when the error line was logged (the run is long enough).
     bool countFailedFetch(ftkError result);
-    /// Processes a fetched frame: checks, selection, images, poses and the data emission.
-    void processFrame(const ftkFrameQuery& frame, Clock::time_point& wakeUp);
     /// The camera images of the frame as image data of the substreams, and the camera update.
     void emitCameraUpdate(const ftkFrameQuery& frame, std::vector<std::shared_ptr<ImageStreamData>>& images);
 

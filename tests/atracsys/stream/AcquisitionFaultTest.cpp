@@ -1,0 +1,209 @@
+// Faults of the camera during acquisition, scripted on the simulated camera: runs of failed
+// fetches, internal errors, marker status problems and a disconnection. Runs of failed fetches
+// are stepped frame by frame by the test; faults that close the stream run on the stream's own
+// worker thread, as they do in use.
+
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+using Kestrion::SpryTrack::AtracsysTrackingStream;
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingStream";
+
+void openWithMarkers(ProbedStream& stream) {
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+}
+
+/// Injects a fault that starts `fromNow` fetches after the last one.
+void injectAt(ProbedStream& stream, std::uint64_t fromNow, const std::string& fault) {
+    const std::uint64_t serial = stream.serialNumber();
+    const std::string json =
+        "{\"atFetch\": " + std::to_string(ftkSimFetchCount(serial) + fromNow) + ", " + fault + "}";
+    ASSERT_TRUE(ftkSimInjectFault(serial, json.c_str())) << json;
+}
+
+std::string errorRunLine(const std::string& codes, int count) {
+    return "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [" + codes + "] for " +
+           std::to_string(count) + " times in a row!";
+}
+
+bool tracked(AtracsysTrackingStream& stream, const std::string& id) {
+    auto instrument = stream.registry().find(id);
+    return instrument && instrument->quality > 0.0;
+}
+
+} // namespace
+
+TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGoodFrame) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    openWithMarkers(stream);
+    for (int i = 0; i < 3; ++i)
+        stream.round();
+    ASSERT_EQ(recorder.dataCount(), 3u);
+    ASSERT_TRUE(tracked(stream, "atracsys-1000"));
+
+    injectAt(stream, 1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 30)");
+    injectAt(stream, 31, R"("kind": "fetchError", "code": "FTK_WAR_FRAME", "count": 25)");
+    const std::size_t modifications = recorder.modificationCount();
+    for (int failure = 1; failure <= 50; ++failure)
+        EXPECT_LT(stream.round().count(), 400) << failure;
+    EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 0u) << "fifty failures in a row are silent";
+    EXPECT_EQ(recorder.dataCount(), 3u);
+    EXPECT_EQ(recorder.modificationCount(), modifications);
+    EXPECT_TRUE(tracked(stream, "atracsys-1000")) << "the last poses stay until the run is reported";
+
+    for (int failure = 51; failure <= 55; ++failure) {
+        EXPECT_GE(stream.round().count(), 500) << "the stream backs off";
+        EXPECT_EQ(capture->count(Log::Error, Category, errorRunLine("-10 30 ", failure)), 1u)
+            << capture->dump();
+    }
+    EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u);
+    EXPECT_FALSE(tracked(stream, "atracsys-1000")) << "reported runs show the instruments untracked";
+    EXPECT_FALSE(tracked(stream, "atracsys-1001"));
+    EXPECT_EQ(stream.registry().find("atracsys-1000")->matrix, Eigen::Matrix4d::Identity());
+    EXPECT_GT(recorder.modificationCount(), modifications);
+    EXPECT_EQ(recorder.dataCount(), 3u);
+
+    // A good frame ends the run: tracking resumes and a new failure starts counting from one.
+    EXPECT_LT(stream.round().count(), 400);
+    EXPECT_EQ(recorder.dataCount(), 4u);
+    EXPECT_TRUE(tracked(stream, "atracsys-1000"));
+    injectAt(stream, 1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
+    for (int i = 0; i < 49; ++i)
+        injectAt(stream, 2 + i, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
+    for (int i = 0; i < 50; ++i)
+        stream.round();
+    EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u) << "a new run of fifty is silent again";
+    stream.round();
+    EXPECT_EQ(recorder.dataCount(), 5u);
+    EXPECT_EQ(stream.currentState(), Stream::State::Open);
+}
+
+TEST(TrackingStreamFaults, AnInternalErrorIsReportedAndTheNextFrameIsFetchedIntoANewRecord) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    openWithMarkers(stream);
+    stream.round();
+    const std::size_t frames = ftkSimLiveFrames();
+
+    injectAt(stream, 1, R"("kind": "internalError")");
+    stream.round();
+    EXPECT_TRUE(capture->contains(Log::Error, Category,
+                                  "AtracsysTrackingStream: Internal system error, report to Atracsys."));
+    EXPECT_EQ(capture->countContaining("AtracsysTracking: <ftkError>"), 1u)
+        << "with the SDK's own text" << capture->dump();
+    EXPECT_EQ(recorder.dataCount(), 1u);
+    EXPECT_EQ(ftkSimLiveFrames(), frames - 1) << "the frame record was released";
+    EXPECT_EQ(stream.currentState(), Stream::State::Open);
+
+    stream.round();
+    EXPECT_EQ(ftkSimLiveFrames(), frames) << "one new record";
+    EXPECT_EQ(recorder.dataCount(), 2u);
+    EXPECT_TRUE(tracked(stream, "atracsys-1000"));
+    ASSERT_TRUE(stream.close());
+    EXPECT_EQ(ftkSimLiveFrames(), frames - 1);
+}
+
+TEST(TrackingStreamFaults, SkippedMarkerDataIsNotedAndTheFrameUsed) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    openWithMarkers(stream);
+    injectAt(stream, 1, R"("kind": "skipped")");
+    stream.round();
+    EXPECT_TRUE(capture->contains(Log::Debug, Category, "QS WAR SKIPPED"));
+    EXPECT_EQ(recorder.dataCount(), 1u);
+    EXPECT_TRUE(tracked(stream, "atracsys-1000"));
+    EXPECT_EQ(stream.currentState(), Stream::State::Open);
+}
+
+TEST(TrackingStreamFaults, MarkerOverflowClosesTheStreamWithoutTrackingData) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const std::size_t libraries = ftkSimLiveLibraries();
+    const std::size_t frames = ftkSimLiveFrames();
+    ProbedStream stream;
+    Recorder recorder(stream);
+    stream.setQueryImages(true);
+    stream.setFiducialQueryMode(AtracsysTrackingStream::AllFiducials);
+    openWithMarkers(stream);
+    injectAt(stream, 5, R"("kind": "markerOverflow")");
+    ASSERT_TRUE(stream.start());
+    ASSERT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
+
+    EXPECT_EQ(recorder.dataCount(), 4u) << "the overflowing frame emits no tracking data";
+    EXPECT_EQ(recorder.updateCount(), 5u) << "but its camera update still goes out";
+    EXPECT_EQ(recorder.lastUpdate().left.fiducials.size(), fiducialsOf(recorder.lastData())->size());
+    EXPECT_EQ(capture->count(Log::Error, Category,
+                             "AtracsysTrackingStream: Marker overflow. Please increase cstMarkersCount."),
+              1u);
+    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Invalid frame status."), 1u);
+    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Marker overflow!"), 1u);
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries);
+    EXPECT_EQ(ftkSimLiveFrames(), frames);
+    EXPECT_FALSE(stream.isInitialized());
+}
+
+TEST(TrackingStreamFaults, AnInvalidReservedMarkerSizeClosesTheStreamAtOnce) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const std::size_t frames = ftkSimLiveFrames();
+    ProbedStream stream;
+    Recorder recorder(stream);
+    stream.setQueryImages(true);
+    openWithMarkers(stream);
+    injectAt(stream, 5, R"("kind": "invalidReservedSize")");
+    ASSERT_TRUE(stream.start());
+    ASSERT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
+    EXPECT_EQ(recorder.dataCount(), 4u);
+    EXPECT_EQ(recorder.updateCount(), 4u) << "nothing of that frame is used";
+    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Invalid reserved marker size."),
+              1u);
+    EXPECT_EQ(capture->countContaining("Invalid frame status"), 0u);
+    EXPECT_EQ(ftkSimLiveFrames(), frames);
+
+    // The camera is fine: the stream opens and tracks again.
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.start());
+    const std::size_t seen = recorder.dataCount();
+    ASSERT_TRUE(
+        waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
+    ASSERT_TRUE(stream.close());
+}
+
+TEST(TrackingStreamFaults, ADisconnectedCameraIsReportedUntilTheStreamIsClosed) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const std::size_t libraries = ftkSimLiveLibraries();
+    ProbedStream stream;
+    Recorder recorder(stream);
+    openWithMarkers(stream);
+    ASSERT_TRUE(stream.start());
+    ASSERT_TRUE(recorder.waitForData(3));
+    ASSERT_TRUE(ftkSimInjectFault(stream.serialNumber(), R"({"kind": "disconnection"})"));
+    ASSERT_TRUE(waitUntil([&] { return capture->countContaining("] for 52 times in a row!") == 1; }))
+        << capture->dump();
+    EXPECT_EQ(capture->count(Log::Error, Category, errorRunLine("50 ", 51)), 1u);
+    EXPECT_FALSE(tracked(stream, "atracsys-1000"));
+    EXPECT_EQ(stream.currentState(), Stream::State::Running) << "the stream waits for the camera";
+
+    ASSERT_TRUE(stream.close());
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries);
+    EXPECT_FALSE(stream.open()) << "the camera is gone";
+    EXPECT_TRUE(capture->contains(Log::Error, "", "AtracsysTracking: No SpryTrack device connected"));
+}

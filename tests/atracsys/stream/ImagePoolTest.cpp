@@ -1,0 +1,65 @@
+#include "atracsys/stream/AtracsysImagePool.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using Kestrion::SharedImage;
+using Kestrion::SpryTrack::AtracsysImagePool;
+
+namespace {
+
+ftkImageHeader header(std::uint16_t width, std::uint16_t height, std::int32_t stride) {
+    ftkImageHeader h{};
+    h.width = width;
+    h.height = height;
+    h.imageStrideInBytes = stride;
+    h.format = ftkPixelFormat::GRAY8;
+    return h;
+}
+
+} // namespace
+
+TEST(ImagePool, CopiesDropRowPaddingAndOutliveTheCameraBuffer) {
+    auto pool = AtracsysImagePool::create();
+    std::vector<std::uint8_t> camera = {1, 2, 3, 99, 4, 5, 6, 99}; // 3 x 2, rows 4 bytes apart
+    std::shared_ptr<SharedImage> image = pool->copy(header(3, 2, 4), camera.data());
+    auto typed = image->typed<std::uint8_t>();
+    ASSERT_TRUE(typed);
+    EXPECT_EQ(typed->width(), 3);
+    EXPECT_EQ(typed->height(), 2);
+    EXPECT_EQ(typed->descriptor().spacing, Eigen::Vector3d::Ones());
+    camera.assign(camera.size(), 0);
+    EXPECT_EQ(std::vector<std::uint8_t>(typed->data(), typed->data() + 6),
+              (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6}));
+
+    // A clone is an ordinary owning image.
+    auto clone = typed->clone();
+    EXPECT_TRUE(clone->ownsMemory());
+    EXPECT_EQ(static_cast<const std::uint8_t*>(clone->rawData())[5], 6);
+}
+
+TEST(ImagePool, ReleasedBuffersAreUsedAgainUpToTheLimit) {
+    auto pool = AtracsysImagePool::create(2);
+    std::vector<std::uint8_t> camera(16 * 8, 7);
+    std::vector<std::shared_ptr<SharedImage>> images;
+    for (int i = 0; i < 4; ++i)
+        images.push_back(pool->copy(header(16, 8, 16), camera.data()));
+    EXPECT_EQ(pool->available(), 0u);
+    images.clear();
+    EXPECT_EQ(pool->available(), 2u) << "two kept, two freed";
+
+    auto again = pool->copy(header(16, 8, 16), camera.data());
+    EXPECT_EQ(pool->available(), 1u);
+    auto other = pool->copy(header(8, 8, 8), camera.data()); // another size takes a new buffer
+    EXPECT_EQ(pool->available(), 1u);
+    EXPECT_NE(again->image()->rawData(), other->image()->rawData());
+
+    // An image may outlive its pool's owner and be released on another thread.
+    std::weak_ptr<AtracsysImagePool> weak = pool;
+    pool.reset();
+    EXPECT_FALSE(weak.expired()) << "kept alive by its images";
+    std::thread([image = std::move(again)]() mutable { image.reset(); }).join();
+    other.reset();
+    EXPECT_TRUE(weak.expired());
+}
