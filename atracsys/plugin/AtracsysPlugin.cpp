@@ -1,6 +1,7 @@
 #include "atracsys/plugin/AtracsysPlugin.h"
 
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
+#include "atracsys/plugin/AtracsysControllerFactory.h"
 
 #include "host/core/Properties.h"
 #include "host/lib/AlgorithmControllerFactory.h"
@@ -29,7 +30,8 @@ const std::array<std::pair<const char*, const char*>, 4> LegacyStreamNames{{
 int AtracsysPlugin::init() {
     if (!isLicensed("Atracsys"))
         return 1;
-    registerFactories(std::make_unique<AtracsysAlgorithmFactory>(), nullptr, nullptr);
+    registerFactories(std::make_unique<AtracsysAlgorithmFactory>(),
+                      std::make_unique<AtracsysControllerFactory>(), nullptr);
     WorkspaceConversionRegistry::instance().addConversion(
         WorkspaceConversion{"Renamed Atracsys tracking stream to standardized naming scheme", 34,
                             &AtracsysPlugin::renameLegacyStreams});

@@ -6,6 +6,8 @@
 #include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/PropertiesController.h"
 
+#include <QWidget>
+
 #include <exception>
 
 namespace Kestrion::Gui {
@@ -57,6 +59,9 @@ void GuiSession::attach(Algorithm* algorithm, const std::string& identifier) {
         panel->setMainWindow(&m_window);
     }
     attached.panel = dynamic_cast<QWidget*>(shown);
+    if (attached.panel)
+        KESTRION_LOG_INFO(Category, identifier << " shown with the panel "
+                                               << attached.panel->metaObject()->className());
     const std::string title = algorithm->name().empty() ? identifier : algorithm->name();
     m_window.addControllerPanel(attached.panel, QString::fromStdString(title));
     if (attached.controller)

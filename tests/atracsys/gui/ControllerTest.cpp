@@ -18,7 +18,6 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QLabel>
-#include <QMetaMethod>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -115,12 +114,10 @@ protected:
 
 TEST_F(TrackingControllerTest, PanelLayout) {
     EXPECT_STREQ(controller.metaObject()->className(), "Kestrion::AtracsysTrackingController");
-    std::vector<std::string> methods;
-    for (int i = controller.metaObject()->methodOffset(); i < controller.metaObject()->methodCount(); ++i)
-        methods.push_back(controller.metaObject()->method(i).methodSignature().toStdString());
-    EXPECT_EQ(methods, (std::vector<std::string>{"setupGUI()", "updateGUI()", "onValueChanged()",
-                                                 "onFiducialQueryModeChanged(QString)",
-                                                 "onQueryImagesStateChanged(int)"}));
+    EXPECT_EQ(
+        GuiTest::ownMethods(controller),
+        (std::vector<std::string>{"setupGUI()", "updateGUI()", "onValueChanged()",
+                                  "onFiducialQueryModeChanged(QString)", "onQueryImagesStateChanged(int)"}));
 
     auto* box = controller.findChild<QGroupBox*>();
     ASSERT_TRUE(box);

@@ -10,8 +10,6 @@
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/QtHelpers.h"
 #include "host/lib/widgets/UrlOpenRecorder.h"
-#include "host/stream/CompoundStreamData.h"
-#include "host/stream/TrackingStreamData.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
 #include "tests/atracsys/gui/SimulatorScene.h"
 #include "tests/support/LogCapture.h"
@@ -26,7 +24,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
 using namespace Kestrion;
@@ -73,28 +70,13 @@ bool sameDistances(const Points& a, const Points& b, double tolerance) {
     return true;
 }
 
-/// The latest tracking frame of the stream.
-class LatestFrame {
-public:
-    explicit LatestFrame(AtracsysTrackingStream& stream) {
-        m_connection = stream.signalStreamData.connect([this](std::shared_ptr<const StreamData> data) {
-            auto tracking = findStreamData<TrackingStreamData>(data);
-            std::lock_guard<std::mutex> lock(m_mutex); // written on the worker, read by the test
-            m_latest = std::move(tracking);
-        });
-    }
-    ~LatestFrame() { m_connection.disconnect(); }
-    double quality(const std::string& id) const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const TrackingInstrument* instrument = m_latest ? m_latest->instrument(id) : nullptr;
-        return instrument ? instrument->quality : -1.0;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::shared_ptr<const TrackingStreamData> m_latest;
-    SignalConnection m_connection;
-};
+/// The quality the stream last reported for an instrument (-1 when it has none).
+double quality(const AtracsysTrackingStream& stream, const std::string& id) {
+    for (const TrackingInstrument& instrument : stream.instruments())
+        if (instrument.ID() == id)
+            return instrument.quality;
+    return -1.0;
+}
 
 class MarkersWidgetOnSimulator : public ::testing::Test {
 protected:
@@ -110,7 +92,6 @@ protected:
 TEST_F(MarkersWidgetOnSimulator, MarkerMadeFromTheFiducialsInViewIsSavedLoadedAndTracked) {
     TestSupport::LogCapture capture;
     AtracsysTrackingStream stream("Atracsys Tracking Stream");
-    LatestFrame frames(stream);
     AtracsysMarkersWidget widget(&stream, true);
     auto* spin = widget.findChild<QSpinBox*>("integrationTimeSpinbox");
     EXPECT_FALSE(spin->isEnabled());
@@ -157,7 +138,7 @@ TEST_F(MarkersWidgetOnSimulator, MarkerMadeFromTheFiducialsInViewIsSavedLoadedAn
     widget.findChild<QPushButton*>("loadButton")->click();
     ASSERT_EQ(stream.numInstruments(false), 1u);
     ASSERT_EQ(stream.instruments()[0].ID(), "atracsys-1000");
-    EXPECT_TRUE(GuiTest::processEventsUntil([&] { return frames.quality("atracsys-1000") > 0.9; }))
+    EXPECT_TRUE(GuiTest::processEventsUntil([&] { return quality(stream, "atracsys-1000") > 0.9; }))
         << capture->dump();
     EXPECT_EQ(widget.nextAvailableId(), 1001u);
     ASSERT_TRUE(stream.close());

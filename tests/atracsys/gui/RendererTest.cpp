@@ -61,29 +61,26 @@ void expectAnnotated(const AtracsysRenderer::AtracsysView& view, const AtracsysS
     ASSERT_EQ(view.horizontalLines.size(), camera.fiducials.size());
     ASSERT_EQ(view.verticalLines.size(), camera.fiducials.size());
     for (std::size_t i = 0; i < camera.fiducials.size(); ++i) {
-        const Eigen::Vector2d p = camera.fiducials[i];
-        const Eigen::Vector2d s = camera.fiducialSizes[i];
+        const Eigen::Vector3d p(camera.fiducials[i].x(), camera.fiducials[i].y(), 0);
+        const Eigen::Vector3d s(camera.fiducialSizes[i].x(), camera.fiducialSizes[i].y(), 0);
+        const Eigen::Vector3d armX(0.8 * s.x(), 0, 0), armY(0, 0.8 * s.y(), 0);
         const GlEllipse& ellipse = *view.ellipses[i];
-        EXPECT_EQ(ellipse.corner1(), Eigen::Vector3d(p.x() - s.x() / 2, p.y() - s.y() / 2, 0)) << i;
-        EXPECT_EQ(ellipse.corner2(), Eigen::Vector3d(p.x() + s.x() / 2, p.y() + s.y() / 2, 0)) << i;
         const GlLine& horizontal = *view.horizontalLines[i];
-        EXPECT_TRUE(horizontal.from().isApprox(Eigen::Vector3d(p.x() - 0.8 * s.x(), p.y(), 0))) << i;
-        EXPECT_TRUE(horizontal.to().isApprox(Eigen::Vector3d(p.x() + 0.8 * s.x(), p.y(), 0))) << i;
         const GlLine& vertical = *view.verticalLines[i];
-        EXPECT_TRUE(vertical.from().isApprox(Eigen::Vector3d(p.x(), p.y() - 0.8 * s.y(), 0))) << i;
-        EXPECT_TRUE(vertical.to().isApprox(Eigen::Vector3d(p.x(), p.y() + 0.8 * s.y(), 0))) << i;
+        EXPECT_EQ(ellipse.corner1(), p - s / 2) << i;
+        EXPECT_EQ(ellipse.corner2(), p + s / 2) << i;
+        EXPECT_TRUE(horizontal.from().isApprox(p - armX) && horizontal.to().isApprox(p + armX)) << i;
+        EXPECT_TRUE(vertical.from().isApprox(p - armY) && vertical.to().isApprox(p + armY)) << i;
+        EXPECT_EQ(ellipse.lineWidth(), 2.0);
+        EXPECT_EQ(horizontal.lineWidth(), 1.5);
+        EXPECT_EQ(vertical.lineWidth(), 1.5);
+        EXPECT_FALSE(horizontal.isDashed() || vertical.isDashed());
         for (const GlObject* object :
-             {static_cast<const GlObject*>(&ellipse), static_cast<const GlObject*>(&horizontal),
-              static_cast<const GlObject*>(&vertical)}) {
+             std::initializer_list<const GlObject*>{&ellipse, &horizontal, &vertical}) {
             EXPECT_TRUE(object->isVisible()) << i;
             EXPECT_EQ(object->color(), Eigen::Vector4d(0.0, 1.0, 1.0, 1.0)) << i;
             EXPECT_EQ(object->pointSize(), 0.0) << i;
         }
-        EXPECT_EQ(ellipse.lineWidth(), 2.0);
-        EXPECT_EQ(horizontal.lineWidth(), 1.5);
-        EXPECT_EQ(vertical.lineWidth(), 1.5);
-        EXPECT_FALSE(horizontal.isDashed());
-        EXPECT_FALSE(vertical.isDashed());
     }
 }
 

@@ -1,7 +1,10 @@
 // The plugin's algorithm factory, its stream-creating algorithm on the simulated camera, and the
 // workspace conversion of older stream names.
 
+#include "atracsys/gui/AtracsysTrackingController.h"
+#include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
+#include "atracsys/plugin/AtracsysControllerFactory.h"
 #include "atracsys/plugin/AtracsysPlugin.h"
 #include "atracsys/plugin/AtracsysStreamAlgorithm.h"
 
@@ -11,6 +14,7 @@
 #include "host/stream/TrackingStreamData.h"
 #include "simulator/control/ftkSimulator.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/gui/GuiTestApplication.h"
 
 #include <gtest/gtest.h>
 
@@ -96,6 +100,22 @@ TEST(PluginFactory, OffersTheStreamAlgorithmForNoInputOnly) {
     EXPECT_EQ(streamAlgorithm->stream(), nullptr); // nothing is created before compute()
     EXPECT_FALSE(streamAlgorithm->openOnCreate());
     EXPECT_FALSE(streamAlgorithm->startOnCreate());
+}
+
+TEST(PluginFactory, PutsTheStreamPanelOnTheStreamAlgorithmOnly) {
+    TestSupport::guiApplication();
+    AtracsysControllerFactory factory;
+    EXPECT_EQ(factory.prefix(), "Atracsys");
+    EXPECT_TRUE(factory.preferred());
+    EXPECT_EQ(factory.create(nullptr), nullptr);
+    AtracsysGeometryOptimizationAlgorithm optimization(nullptr);
+    EXPECT_EQ(factory.create(&optimization), nullptr);
+
+    AtracsysStreamAlgorithm algorithm;
+    std::unique_ptr<AlgorithmController> controller(factory.create(&algorithm));
+    auto* panel = dynamic_cast<AtracsysTrackingController*>(controller.get());
+    ASSERT_NE(panel, nullptr);
+    EXPECT_EQ(panel->algorithm(), &algorithm);
 }
 
 TEST(PluginStreamAlgorithm, CreatesOneRunningCameraStreamThatReportsItsDeviceAndFrameCounters) {

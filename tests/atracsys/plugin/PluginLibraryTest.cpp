@@ -104,6 +104,7 @@ TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnload
     TestSupport::LogCapture capture;
     LicenseGuard licence("with-atracsys.lic");
     const std::string description = "Renamed Atracsys tracking stream to standardized naming scheme";
+    const std::size_t controllerFactories = FactoryRegistry::instance().controllerFactoryCount();
     {
         PluginLoader loader;
         ASSERT_TRUE(loader.load({PluginFolder}));
@@ -117,6 +118,7 @@ TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnload
         EXPECT_EQ(algorithms[0].guiPath, "IO;Atracsys Tracking;SpryTrack");
         EXPECT_TRUE(algorithms[0].listed);
         EXPECT_TRUE(hasConversion(description));
+        EXPECT_EQ(FactoryRegistry::instance().controllerFactoryCount(), controllerFactories + 1);
 
         // Created by identifier; it takes no input data.
         EXPECT_NE(FactoryRegistry::instance().createAlgorithm("Atracsys.SpryTrackStream"), nullptr);
@@ -125,4 +127,5 @@ TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnload
     }
     EXPECT_FALSE(FactoryRegistry::instance().hasAlgorithm("Atracsys.SpryTrackStream"));
     EXPECT_FALSE(hasConversion(description));
+    EXPECT_EQ(FactoryRegistry::instance().controllerFactoryCount(), controllerFactories);
 }

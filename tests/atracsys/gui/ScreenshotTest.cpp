@@ -1,0 +1,227 @@
+// The desktop host under Xvfb with the plugin: a workspace opens the stream on the simulated
+// camera with images on; the screenshot shows the stream's panel and both camera images with an
+// ellipse and a cross painted on every fiducial, at the places the camera reports for them.
+
+#include "atracsys/stream/AtracsysTrackingStream.h"
+
+#include "tests/atracsys/gui/AnnotationPixels.h"
+#include "tests/atracsys/gui/GuiTestSupport.h"
+#include "tests/atracsys/gui/SimulatorScene.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRect>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <mutex>
+#include <sstream>
+
+using namespace Kestrion;
+
+namespace {
+
+const char* const Scene = "static-marker.json";
+const QString Screenshot =
+    QStringLiteral(KESTRION_BINARY_DIR "/screenshots/kestrion-gui-atracsys-camera.png");
+
+/// What the camera reports for the scene: one camera update (the marker stands still).
+AtracsysUpdate expectedUpdate() {
+    GuiTest::SceneGuard scene(Scene);
+    SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    stream.setQueryImages(true);
+    stream.setFiducialQueryMode(AtracsysTrackingStreamBase::AllFiducials);
+    std::mutex mutex;
+    AtracsysUpdate update;
+    bool received = false;
+    SignalConnection connection = stream.signalAtracsysUpdate.connect([&](AtracsysUpdate& latest) {
+        std::lock_guard<std::mutex> lock(mutex); // the worker writes, the test reads
+        update = latest;
+        received = true;
+    });
+    EXPECT_TRUE(stream.open());
+    EXPECT_TRUE(stream.start());
+    EXPECT_TRUE(GuiTest::processEventsUntil([&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return received;
+    }));
+    connection.disconnect();
+    stream.close();
+    return update;
+}
+
+/// The pixels of a camera image in the picture: grey, darker than anything else the window paints
+/// (the dark level of the sensor).
+bool isCameraBackground(QRgb pixel) {
+    return qRed(pixel) == qGreen(pixel) && qGreen(pixel) == qBlue(pixel) && qRed(pixel) <= 10;
+}
+
+/// The rectangles of the camera images in the picture, left to right: runs of columns and rows
+/// holding many camera-background pixels.
+std::vector<QRect> cameraImages(const QImage& picture) {
+    auto runs = [](const std::vector<int>& counts, int threshold) {
+        std::vector<std::pair<int, int>> result;
+        for (int i = 0; i < static_cast<int>(counts.size());) {
+            if (counts[static_cast<std::size_t>(i)] < threshold) {
+                ++i;
+                continue;
+            }
+            const int begin = i;
+            while (i < static_cast<int>(counts.size()) && counts[static_cast<std::size_t>(i)] >= threshold)
+                ++i;
+            result.emplace_back(begin, i);
+        }
+        return result;
+    };
+    std::vector<int> columns(static_cast<std::size_t>(picture.width()), 0);
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            columns[static_cast<std::size_t>(x)] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
+    std::vector<QRect> images;
+    for (const auto& [left, right] : runs(columns, 100)) {
+        std::vector<int> rows(static_cast<std::size_t>(picture.height()), 0);
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = left; x < right; ++x)
+                rows[static_cast<std::size_t>(y)] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
+        for (const auto& [top, bottom] : runs(rows, (right - left) / 2))
+            if (right - left > 400 && bottom - top > 200)
+                images.emplace_back(QPoint(left, top), QPoint(right - 1, bottom - 1));
+    }
+    return images;
+}
+
+/// What is wrong with the picture: empty when it shows both camera images, each fiducial with its
+/// ellipse and its cross, and no annotation elsewhere.
+std::string problemsOf(const QImage& picture, const AtracsysUpdate& expected) {
+    std::ostringstream problems;
+    if (picture.isNull())
+        return "no picture";
+    const std::vector<QRect> images = cameraImages(picture);
+    if (images.size() != 2)
+        return "found " + std::to_string(images.size()) + " camera images instead of two side by side";
+    const std::array<const AtracsysSingleCameraUpdate*, 2> cameras = {&expected.left, &expected.right};
+    for (std::size_t c = 0; c < 2; ++c) {
+        const char* name = c == 0 ? "left camera" : "right camera";
+        const QRect& area = images[c];
+        // The whole 2048 x 1088 image, scaled to fit its view; annotation coordinates are image
+        // pixels from the image's top-left corner.
+        const double scale = area.width() / 2048.0;
+        if (std::abs(area.height() - 1088.0 * scale) > 3.0)
+            problems << name << ": image area " << area.width() << " x " << area.height()
+                     << " is not the camera image's shape\n";
+        QTransform toPicture;
+        toPicture.translate(area.left(), area.top());
+        toPicture.scale(scale, scale);
+
+        std::vector<QPointF> fiducials;
+        for (std::size_t i = 0; i < cameras[c]->fiducials.size(); ++i) {
+            const Eigen::Vector2d p = cameras[c]->fiducials[i];
+            const Eigen::Vector2d s = cameras[c]->fiducialSizes[i];
+            if (s.minCoeff() * scale < 6.0)
+                problems << name << ": fiducial " << i
+                         << " too small in the picture to tell its marks apart\n";
+            for (const Eigen::Vector2d& point : GuiTest::ellipseRimPoints(p, s))
+                if (!GuiTest::cyanNear(picture, toPicture, point))
+                    problems << name << ": fiducial " << i << " has no ellipse at " << point.transpose()
+                             << "\n";
+            for (const Eigen::Vector2d& point : GuiTest::crossArmEnds(p, s))
+                if (!GuiTest::cyanNear(picture, toPicture, point))
+                    problems << name << ": fiducial " << i << " has no cross at " << point.transpose()
+                             << "\n";
+            fiducials.push_back(toPicture.map(QPointF(p.x(), p.y())));
+        }
+        int stray = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x) {
+                if (!GuiTest::isCyan(picture.pixel(x, y)))
+                    continue;
+                bool near = false;
+                for (const QPointF& f : fiducials)
+                    near = near || std::hypot(f.x() - x, f.y() - y) < 25.0;
+                stray += near ? 0 : 1;
+            }
+        if (stray > 0)
+            problems << name << ": " << stray << " cyan pixels away from the fiducials\n";
+    }
+    return problems.str();
+}
+
+/// kestrion-gui under xvfb-run with the workspace, taking the screenshot `afterMs` after start.
+std::string runKestrionGui(const QString& xvfbRun, const QString& workspace, int afterMs) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("KESTRION_PLUGIN_PATH", KESTRION_ATRACSYS_PLUGIN_DIR);
+    env.remove("KESTRION_LICENSE"); // the licence beside the host covers the bundled plugins
+    env.insert("FTK_SIMULATOR_SCENE", QString::fromStdString(GuiTest::dataFile(Scene)));
+    env.insert("QT_QPA_PLATFORM", "xcb");
+    env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":detect_leaks=0"); // Qt's platform plugins
+    process.setProcessEnvironment(env);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    // A window large enough to show the fiducials' marks several pixels wide.
+    process.start(xvfbRun, {"-a", "-s", "-screen 0 3200x1800x24", KESTRION_GUI_APP, "-geometry",
+                            "3000x1600+0+0", "--workspace", workspace, "--screenshot", Screenshot, "--after",
+                            QString::number(afterMs)});
+    const bool finished = process.waitForFinished(afterMs + 120000);
+    const std::string output = QString::fromLocal8Bit(process.readAll()).toStdString();
+    EXPECT_TRUE(finished) << output;
+    EXPECT_EQ(process.exitCode(), 0) << output;
+    return output;
+}
+
+} // namespace
+
+TEST(KestrionGuiWithPlugin, ScreenshotShowsThePanelAndBothCameraImagesWithTheirAnnotations) {
+    const QString xvfbRun = QStandardPaths::findExecutable("xvfb-run");
+    ASSERT_FALSE(xvfbRun.isEmpty()) << "xvfb-run is not installed (scripts/setup installs the package xvfb)";
+    GuiTest::ensureApplication();
+    const AtracsysUpdate expected = expectedUpdate();
+    ASSERT_EQ(expected.left.fiducials.size(), 4u);
+    ASSERT_EQ(expected.right.fiducials.size(), 4u);
+
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString workspace = dir.filePath("camera.kws");
+    {
+        QFile file(workspace);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                   "<properties name=\"Workspace\">\n"
+                   " <properties name=\"Algorithms\">\n"
+                   "  <properties name=\"Atracsys.SpryTrackStream\">\n"
+                   "   <param name=\"open\" type=\"bool\">true</param>\n"
+                   "   <param name=\"start\" type=\"bool\">true</param>\n"
+                   "   <param name=\"queryImages\" type=\"bool\">true</param>\n"
+                   "   <param name=\"fiducialQueryMode\" type=\"int\">3</param>\n"
+                   "  </properties>\n"
+                   " </properties>\n"
+                   "</properties>\n");
+    }
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(Screenshot).path()));
+    std::cout << "Screenshot: " << Screenshot.toStdString() << std::endl;
+
+    // The first frames reach the window after the camera has opened: a busy machine gets a later
+    // screenshot rather than a failure.
+    std::string problems;
+    std::string output;
+    for (const int afterMs : {3000, 10000, 30000}) {
+        QFile::remove(Screenshot);
+        output = runKestrionGui(xvfbRun, workspace, afterMs);
+        if (::testing::Test::HasFailure())
+            return;
+        problems = problemsOf(QImage(Screenshot), expected);
+        if (problems.empty())
+            break;
+        std::cout << "Screenshot after " << afterMs << " ms: " << problems << std::endl;
+    }
+    EXPECT_EQ(problems, "") << output;
+    EXPECT_NE(output.find("[INFO] kestrion-gui: Atracsys.SpryTrackStream shown with the panel "
+                          "Kestrion::AtracsysTrackingController"),
+              std::string::npos)
+        << output;
+}
