@@ -68,6 +68,7 @@ void GuiSession::attach(Algorithm* algorithm, const std::string& identifier) {
         attached.controller->init();
     if (attached.fallback)
         attached.fallback->init();
+    m_window.fitControllerPanels();
     m_attached.push_back(std::move(attached));
 }
 

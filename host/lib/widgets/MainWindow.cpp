@@ -7,9 +7,12 @@
 
 #include <QDockWidget>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTabWidget>
+
+#include <algorithm>
 
 namespace Kestrion {
 
@@ -61,6 +64,21 @@ void MainWindow::addControllerPanel(QWidget* panel, const QString& title) {
         scroll->deleteLater();
     });
     m_panels->setCurrentIndex(m_panels->addTab(scroll, title));
+}
+
+void MainWindow::fitControllerPanels() {
+    int needed = m_panels->minimumWidth();
+    for (int i = 0; i < m_panels->count(); ++i) {
+        auto* scroll = qobject_cast<QScrollArea*>(m_panels->widget(i));
+        if (scroll && scroll->widget())
+            needed = std::max(needed, std::max(scroll->widget()->minimumSizeHint().width(),
+                                               scroll->widget()->minimumWidth()) +
+                                          scroll->verticalScrollBar()->sizeHint().width() +
+                                          2 * scroll->frameWidth());
+    }
+    const QList<int> sizes = m_splitter->sizes();
+    if (sizes.size() == 2 && sizes[0] < needed)
+        m_splitter->setSizes({needed, std::max(0, sizes[0] + sizes[1] - needed)});
 }
 
 bool MainWindow::removeControllerPanel(QWidget* panel) {

@@ -35,6 +35,9 @@ public:
     /// panel's Qt parent; whoever owns the panel (the host keeps controllers) deletes it, which
     /// also removes the tab.
     void addControllerPanel(QWidget* panel, const QString& title);
+    /// Widens the panel column when a panel (complete once its controller is initialised) does
+    /// not fit in it, so that panels show whole rather than behind a horizontal scroll bar.
+    void fitControllerPanels();
     /// Takes a panel out of the window without deleting it; false when it is not shown.
     bool removeControllerPanel(QWidget* panel);
     QTabWidget* panelArea() const { return m_panels; }

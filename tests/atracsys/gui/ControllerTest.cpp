@@ -145,6 +145,8 @@ TEST_F(TrackingControllerTest, PanelLayout) {
     ASSERT_TRUE(layout);
     EXPECT_LT(layout->indexOf(box), layout->indexOf(properties));
     EXPECT_FALSE(controller.isEnabled()) << "no stream bound before init";
+    for (const char* type : {"TrackingInstrument", "QList<TrackingInstrument>"})
+        EXPECT_NE(QMetaType::type(type), QMetaType::UnknownType) << type;
 
     MainWindow window;
     controller.setMainWindow(&window);

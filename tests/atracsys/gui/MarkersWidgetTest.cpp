@@ -118,7 +118,8 @@ TEST_F(MarkersWidgetTest, FormHoldsTheControlsInItsGrid) {
     EXPECT_EQ(spin->maximum(), 500);
     EXPECT_EQ(spin->suffix(), QString::fromUtf8("µs"));
     EXPECT_FALSE(spin->isEnabled()) << "the camera is not open";
-    EXPECT_NE(QMetaType::type("QList<TrackingInstrument>"), QMetaType::UnknownType);
+    for (const char* type : {"TrackingInstrument", "QList<TrackingInstrument>"})
+        EXPECT_NE(QMetaType::type(type), QMetaType::UnknownType) << type;
     EXPECT_TRUE(widget.findChild<QPushButton*>("optimizeGeomButton")->isVisibleTo(&widget));
 
     // "Create" needs a name, and starts disabled.

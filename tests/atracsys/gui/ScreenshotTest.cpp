@@ -62,33 +62,30 @@ bool isCameraBackground(QRgb pixel) {
     return qRed(pixel) == qGreen(pixel) && qGreen(pixel) == qBlue(pixel) && qRed(pixel) <= 10;
 }
 
-/// The rectangles of the camera images in the picture, left to right: runs of columns and rows
-/// holding many camera-background pixels.
+/// The runs of indices whose count reaches the threshold, as [begin, end) pairs.
+std::vector<std::pair<int, int>> runs(const std::vector<int>& counts, int threshold) {
+    std::vector<std::pair<int, int>> result;
+    for (int i = 0; i < int(counts.size()); ++i)
+        if (counts[i] >= threshold && !result.empty() && result.back().second == i)
+            ++result.back().second;
+        else if (counts[i] >= threshold)
+            result.emplace_back(i, i + 1);
+    return result;
+}
+
+/// The rectangles of the camera images in the picture, left to right: runs of columns, then of
+/// rows within them, holding many camera-background pixels.
 std::vector<QRect> cameraImages(const QImage& picture) {
-    auto runs = [](const std::vector<int>& counts, int threshold) {
-        std::vector<std::pair<int, int>> result;
-        for (int i = 0; i < static_cast<int>(counts.size());) {
-            if (counts[static_cast<std::size_t>(i)] < threshold) {
-                ++i;
-                continue;
-            }
-            const int begin = i;
-            while (i < static_cast<int>(counts.size()) && counts[static_cast<std::size_t>(i)] >= threshold)
-                ++i;
-            result.emplace_back(begin, i);
-        }
-        return result;
-    };
-    std::vector<int> columns(static_cast<std::size_t>(picture.width()), 0);
+    std::vector<int> columns(picture.width(), 0);
     for (int y = 0; y < picture.height(); ++y)
         for (int x = 0; x < picture.width(); ++x)
-            columns[static_cast<std::size_t>(x)] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
+            columns[x] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
     std::vector<QRect> images;
     for (const auto& [left, right] : runs(columns, 100)) {
-        std::vector<int> rows(static_cast<std::size_t>(picture.height()), 0);
+        std::vector<int> rows(picture.height(), 0);
         for (int y = 0; y < picture.height(); ++y)
             for (int x = left; x < right; ++x)
-                rows[static_cast<std::size_t>(y)] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
+                rows[y] += isCameraBackground(picture.pixel(x, y)) ? 1 : 0;
         for (const auto& [top, bottom] : runs(rows, (right - left) / 2))
             if (right - left > 400 && bottom - top > 200)
                 images.emplace_back(QPoint(left, top), QPoint(right - 1, bottom - 1));
@@ -190,17 +187,12 @@ TEST(KestrionGuiWithPlugin, ScreenshotShowsThePanelAndBothCameraImagesWithTheirA
     {
         QFile file(workspace);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                   "<properties name=\"Workspace\">\n"
-                   " <properties name=\"Algorithms\">\n"
-                   "  <properties name=\"Atracsys.SpryTrackStream\">\n"
-                   "   <param name=\"open\" type=\"bool\">true</param>\n"
-                   "   <param name=\"start\" type=\"bool\">true</param>\n"
-                   "   <param name=\"queryImages\" type=\"bool\">true</param>\n"
-                   "   <param name=\"fiducialQueryMode\" type=\"int\">3</param>\n"
-                   "  </properties>\n"
-                   " </properties>\n"
-                   "</properties>\n");
+        file.write(R"(<?xml version="1.0" encoding="UTF-8"?>
+<properties name="Workspace"><properties name="Algorithms"><properties name="Atracsys.SpryTrackStream">
+  <param name="open" type="bool">true</param><param name="start" type="bool">true</param>
+  <param name="queryImages" type="bool">true</param><param name="fiducialQueryMode" type="int">3</param>
+</properties></properties></properties>
+)");
     }
     ASSERT_TRUE(QDir().mkpath(QFileInfo(Screenshot).path()));
     std::cout << "Screenshot: " << Screenshot.toStdString() << std::endl;

@@ -136,6 +136,13 @@ TEST_F(MainWindowTest, HoldsDisplayProgressLogAndControllerPanels) {
     EXPECT_EQ(window.panelArea()->currentIndex(), 1);
     EXPECT_EQ(window.panelArea()->tabText(0), "First");
 
+    // A panel wider than its column widens it.
+    window.show();
+    first->setMinimumWidth(window.width() / 2);
+    EXPECT_LT(window.panelArea()->width(), window.width() / 2);
+    window.fitControllerPanels();
+    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->width() >= window.width() / 2; }));
+
     delete first; // its owner deleted it: the tab goes too
     ASSERT_TRUE(waitFor([&]() { return window.panelArea()->count() == 1; }));
     EXPECT_EQ(window.panelArea()->tabText(0), "Second");
