@@ -34,7 +34,8 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file) {
     return load(file, FactoryRegistry::instance());
 }
 
-Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const FactoryRegistry& registry) {
+Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const FactoryRegistry& registry,
+                                      bool compute) {
     clear();
     LoadReport report;
     auto problem = [&report](const std::string& message) {
@@ -82,6 +83,10 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const Factor
         ++report.created;
         try {
             item.algorithm->configure(block);
+            if (!compute) {
+                m_items.push_back(std::move(item));
+                continue;
+            }
             item.algorithm->compute();
             if (item.algorithm->status() == Algorithm::Success)
                 item.computed = true;
@@ -97,8 +102,12 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const Factor
     const std::size_t total = algorithms->subProperties().size();
     tree->removeSubProperties(algorithms);
     m_document = std::move(*tree);
-    KESTRION_LOG_INFO(Category, "Workspace " << file.str() << ": " << report.computed << " of " << total
-                                             << " algorithms computed");
+    if (compute)
+        KESTRION_LOG_INFO(Category, "Workspace " << file.str() << ": " << report.computed << " of " << total
+                                                 << " algorithms computed");
+    else
+        KESTRION_LOG_INFO(Category, "Workspace " << file.str() << ": " << report.created << " of " << total
+                                                 << " algorithms created");
     return report;
 }
 

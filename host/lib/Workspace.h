@@ -63,7 +63,9 @@ public:
 
     /// Replaces the workspace's algorithms by those of the file (see above).
     LoadReport load(const Filesystem::Path& file);
-    LoadReport load(const Filesystem::Path& file, const FactoryRegistry& registry);
+    /// With `compute` false the algorithms are created and configured but not computed (a host
+    /// that computes them elsewhere, off its GUI thread).
+    LoadReport load(const Filesystem::Path& file, const FactoryRegistry& registry, bool compute = true);
 
     /// Writes every algorithm's configuration under its identifier. False (logged) on failure.
     bool save(const Filesystem::Path& file) const;

@@ -1,12 +1,15 @@
 #include "host/apps/kestrion-gui/GuiSession.h"
 
 #include "host/core/Log.h"
+#include "host/core/Progress.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/widgets/AlgorithmControllerWidget.h"
 #include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/PropertiesController.h"
 
+#include <QFutureWatcher>
 #include <QWidget>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <exception>
 
@@ -18,7 +21,8 @@ const char* const Category = "kestrion-gui";
 
 GuiSession::GuiSession(MainWindow& window, const FactoryRegistry& registry)
     : m_window(window)
-    , m_registry(registry) {}
+    , m_registry(registry)
+    , m_watchers(std::make_unique<QObject>()) {}
 
 GuiSession::~GuiSession() {
     closeAll();
@@ -30,18 +34,69 @@ Algorithm* GuiSession::createAlgorithm(const std::string& identifier) {
         KESTRION_LOG_ERROR(Category, "Cannot create algorithm \"" << identifier << "\"");
         return nullptr;
     }
-    try {
-        algorithm->compute();
-        if (algorithm->status() != Algorithm::Success)
-            KESTRION_LOG_ERROR(Category, "Algorithm " << identifier << " failed (status "
-                                                      << algorithm->status() << ")");
-    } catch (const std::exception& e) {
-        KESTRION_LOG_ERROR(Category, "Algorithm " << identifier << " failed: " << e.what());
-    }
     Algorithm* created = algorithm.get();
     m_workspace.add(identifier, std::move(algorithm));
-    attach(created, identifier);
+    queue(created, identifier);
     return created;
+}
+
+void GuiSession::queue(Algorithm* algorithm, const std::string& identifier) {
+    m_queue.push_back({algorithm, identifier});
+    computeNext();
+}
+
+void GuiSession::computeNext() {
+    if (m_runningActive || m_queue.empty())
+        return;
+    const Computation next = m_queue.front();
+    m_runningTask.emplace(m_window.progress()->addTask(0, "Computing " + next.identifier));
+    // The pool thread is the only one touching the algorithm until the computation ends: the
+    // panel comes afterwards, and saving and closing wait for it.
+    m_running = QtConcurrent::run([algorithm = next.algorithm]() -> std::string {
+        try {
+            algorithm->compute();
+            return algorithm->status() == Algorithm::Success
+                       ? std::string()
+                       : "status " + std::to_string(algorithm->status());
+        } catch (const std::exception& e) {
+            return e.what();
+        } catch (...) {
+            return "unknown exception";
+        }
+    });
+    m_runningActive = true;
+    const unsigned generation = ++m_generation;
+    auto* watcher = new QFutureWatcher<std::string>(m_watchers.get());
+    QObject::connect(watcher, &QFutureWatcher<std::string>::finished, m_watchers.get(),
+                     [this, watcher, generation]() {
+                         watcher->deleteLater();
+                         finishComputation(generation);
+                     });
+    watcher->setFuture(m_running);
+}
+
+void GuiSession::finishComputation(unsigned generation) {
+    if (!m_runningActive || generation != m_generation)
+        return; // already handled by waitForComputations() or closeAll()
+    m_running.waitForFinished();
+    m_runningActive = false;
+    m_runningTask.reset();
+    const Computation done = m_queue.front();
+    m_queue.pop_front();
+    const std::string failure = m_running.result();
+    if (!failure.empty())
+        KESTRION_LOG_ERROR(Category, "Algorithm " << done.identifier << " failed: " << failure);
+    attach(done.algorithm, done.identifier);
+    computeNext();
+}
+
+bool GuiSession::isComputing() const {
+    return m_runningActive || !m_queue.empty();
+}
+
+void GuiSession::waitForComputations() {
+    while (m_runningActive)
+        finishComputation(m_generation);
 }
 
 void GuiSession::attach(Algorithm* algorithm, const std::string& identifier) {
@@ -74,18 +129,22 @@ void GuiSession::attach(Algorithm* algorithm, const std::string& identifier) {
 
 Workspace::LoadReport GuiSession::openWorkspace(const std::string& file) {
     closeAll();
-    Workspace::LoadReport report = m_workspace.load(file, m_registry);
+    Workspace::LoadReport report = m_workspace.load(file, m_registry, false);
     for (const Workspace::Item& item : m_workspace.algorithms())
         if (item.algorithm)
-            attach(item.algorithm.get(), item.identifier);
+            queue(item.algorithm.get(), item.identifier);
     return report;
 }
 
-bool GuiSession::saveWorkspace(const std::string& file) const {
+bool GuiSession::saveWorkspace(const std::string& file) {
+    waitForComputations();
     return m_workspace.save(file);
 }
 
 void GuiSession::closeAll() {
+    // An algorithm being computed is waited for; the queued ones are never computed.
+    m_queue.erase(m_queue.begin() + (m_runningActive ? 1 : 0), m_queue.end());
+    waitForComputations();
     // Panels last created first; each controller before the algorithm it works on.
     while (!m_attached.empty())
         m_attached.pop_back();

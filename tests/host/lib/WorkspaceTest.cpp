@@ -201,6 +201,18 @@ TEST_F(WorkspaceTest, ARoundTripKeepsConfigurationsUnknownAlgorithmsAndOtherBloc
     EXPECT_EQ(first->computed, 1);
     EXPECT_EQ(loaded.algorithms()[2].algorithm, nullptr);
 
+    // A host that computes elsewhere gets them created and configured only.
+    Workspace configuredOnly;
+    const auto uncomputed = configuredOnly.load(file, m_registry, false);
+    EXPECT_EQ(uncomputed.created, 2u);
+    EXPECT_EQ(uncomputed.computed, 0u);
+    auto* configured = dynamic_cast<Settings*>(configuredOnly.algorithms()[0].algorithm.get());
+    ASSERT_TRUE(configured);
+    EXPECT_EQ(configured->gain.value(), 2.5);
+    EXPECT_EQ(configured->computed, 0);
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "Workspace", "Workspace " + file + ": 2 of 3 algorithms created"));
+
     const std::string copy = m_dir + "/copy.kws";
     ASSERT_TRUE(loaded.save(copy));
     Workspace reloaded;

@@ -4,6 +4,7 @@
 #include "host/apps/kestrion-gui/GuiSession.h"
 #include "host/core/Algorithm.h"
 #include "host/core/Parameter.h"
+#include "host/core/Progress.h"
 #include "host/core/PropertiesXml.h"
 #include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/AlgorithmFactory.h"
@@ -14,6 +15,7 @@
 #include "host/lib/widgets/PropertiesController.h"
 #include "host/lib/widgets/QtHelpers.h"
 #include "host/licensing/LicenseService.h"
+#include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
@@ -22,7 +24,10 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
 #include <fstream>
+#include <mutex>
+#include <thread>
 
 using namespace Kestrion;
 using namespace Kestrion::Gui;
@@ -66,6 +71,7 @@ TEST_F(HostWindowTest, ListsThePluginsAlgorithmsByGuiPathAndCreatesThemWithPanel
 
     // Activating the leaf creates and computes the algorithm and shows a panel for it.
     emit tree.itemActivated(leaf, 0);
+    window.session().waitForComputations();
     EXPECT_TRUE(
         capture->contains(Log::Info, "TestPlugin", "TestBase.Recorder computed: label=default value=0"))
         << capture->dump();
@@ -82,6 +88,7 @@ TEST_F(HostWindowTest, ListsThePluginsAlgorithmsByGuiPathAndCreatesThemWithPanel
 
     tree.setCurrentItem(tree.findAlgorithm("TestDependent.Recorder"));
     window.createSelectedAlgorithm();
+    window.session().waitForComputations();
     EXPECT_EQ(window.panelArea()->count(), 2);
     tree.clearSelection();
     window.createSelectedAlgorithm();
@@ -115,6 +122,7 @@ TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
     });
 
     window.openWorkspaceDialog();
+    window.session().waitForComputations();
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].caption, "Open workspace");
     EXPECT_EQ(window.workspaceFile(), path("old.kws"));
@@ -141,6 +149,7 @@ TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
     EXPECT_EQ(window.panelArea()->count(), 0);
     EXPECT_TRUE(window.workspaceFile().empty());
     EXPECT_TRUE(window.openWorkspace(path("copy.kws")) == false); // the unknown algorithm is still a problem
+    window.session().waitForComputations();
     EXPECT_EQ(window.panelArea()->count(), 1);
 
     answer.clear(); // a cancelled dialog changes nothing
@@ -193,6 +202,7 @@ TEST_F(HostWindowTest, PanelsGetTheDisplayAndWindowBeforeInitAndEndBeforeTheirAl
         HostWindow window(FactoryRegistry::instance());
         ASSERT_NE(window.algorithmTree()->findAlgorithm("Probe.Probe"), nullptr);
         ASSERT_NE(window.session().createAlgorithm("Probe.Probe"), nullptr);
+        window.session().waitForComputations();
         EXPECT_EQ(window.displayWidget()->viewCount(), 1);
         EXPECT_EQ(window.panelArea()->count(), 1);
     }
@@ -200,6 +210,80 @@ TEST_F(HostWindowTest, PanelsGetTheDisplayAndWindowBeforeInitAndEndBeforeTheirAl
     EXPECT_EQ(g_events,
               (std::vector<std::string>{"computed", "init: display set, window set, shown in window",
                                         "panel destroyed", "algorithm destroyed"}));
+}
+
+/// An algorithm whose computation lasts until the test releases it.
+struct SlowGate {
+    std::mutex mutex; // the pool thread computes, the test releases and reads
+    std::condition_variable changed;
+    bool released = false;
+    int started = 0;
+    int ended = 0;
+    std::thread::id thread;
+} g_slow;
+
+class SlowAlgorithm : public Algorithm {
+public:
+    void compute() override {
+        std::unique_lock<std::mutex> lock(g_slow.mutex);
+        ++g_slow.started;
+        g_slow.thread = std::this_thread::get_id();
+        g_slow.changed.notify_all();
+        g_slow.changed.wait(lock, [] { return g_slow.released; });
+        ++g_slow.ended;
+    }
+};
+
+TEST_F(HostWindowTest, ComputesAlgorithmsOffTheGuiThreadOneAtATimeWithProgress) {
+    auto factory = std::make_unique<AlgorithmFactory>("Slow", true);
+    factory->registerAlgorithm<SlowAlgorithm>("Slow", "Tools;Slow");
+    FactoryRegistry::instance().addAlgorithmFactory(std::move(factory), "test");
+    auto release = [] {
+        std::lock_guard<std::mutex> lock(g_slow.mutex);
+        g_slow.released = true;
+        g_slow.changed.notify_all();
+    };
+    {
+        HostWindow window(FactoryRegistry::instance());
+        // Both return at once; the panels come when their computations have ended.
+        ASSERT_NE(window.session().createAlgorithm("Slow.Slow"), nullptr);
+        ASSERT_NE(window.session().createAlgorithm("Slow.Slow"), nullptr);
+        EXPECT_TRUE(window.session().isComputing());
+        EXPECT_EQ(window.panelArea()->count(), 0);
+        ASSERT_EQ(window.progress()->tasks().size(), 1u);
+        EXPECT_EQ(window.progress()->tasks()[0]->description(), "Computing Slow.Slow");
+        {
+            std::unique_lock<std::mutex> lock(g_slow.mutex);
+            ASSERT_TRUE(
+                g_slow.changed.wait_for(lock, std::chrono::seconds(30), [] { return g_slow.started == 1; }));
+            EXPECT_NE(g_slow.thread, std::this_thread::get_id());
+        }
+        release();
+        ASSERT_TRUE(TestSupport::waitFor([&] { return window.panelArea()->count() == 2; }));
+        EXPECT_FALSE(window.session().isComputing());
+        EXPECT_TRUE(window.progress()->tasks().empty());
+
+        // Closing waits for a running computation and drops the queued ones.
+        {
+            std::lock_guard<std::mutex> lock(g_slow.mutex);
+            g_slow.released = false;
+        }
+        window.session().createAlgorithm("Slow.Slow");
+        window.session().createAlgorithm("Slow.Slow");
+        std::thread user([&] {
+            std::unique_lock<std::mutex> lock(g_slow.mutex);
+            g_slow.changed.wait(lock, [] { return g_slow.started == 3; });
+            lock.unlock();
+            release();
+        });
+        window.session().closeAll();
+        user.join();
+        EXPECT_EQ(g_slow.ended, 3);
+        EXPECT_EQ(g_slow.started, 3);
+        EXPECT_EQ(window.panelArea()->count(), 0);
+        EXPECT_FALSE(window.session().isComputing());
+    }
+    FactoryRegistry::instance().removeOwnedBy("test");
 }
 
 TEST(GuiOptions, ParsesTheCommandLine) {
