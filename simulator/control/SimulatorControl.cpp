@@ -122,7 +122,7 @@ FTK_API bool ftkSimInjectFault(uint64 serial, const char* faultJson) {
     if (faultJson == nullptr) {
         return fail("ftkSimInjectFault: no fault text");
     }
-    FaultSpec fault;
+    FaultRule fault;
     std::string error;
     if (!SceneParser::parseFault(faultJson, fault, error)) {
         return fail("ftkSimInjectFault: " + error);

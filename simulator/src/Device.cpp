@@ -53,7 +53,7 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
     , m_options(OptionCatalog::deviceOptions(description.model))
     , m_clock(description.model.rateHz)
     , m_producer(description.model, std::move(scene), description.serial, epochNowUS()) {
-    for (const FaultSpec& fault : description.faults) {
+    for (const FaultRule& fault : description.faults) {
         m_faults.add(fault);
     }
 }
@@ -194,13 +194,13 @@ ftkError Device::optionInfos(std::vector<ftkOptionsInfo>& infos) {
         info.description = d.description.c_str();
         info.unit = d.unit.c_str();
         const auto malformation = m_faults.malformation(d.id, d.name);
-        if (malformation == FaultSpec::Malformation::NullName) {
+        if (malformation == FaultRule::Malformation::NullName) {
             info.name = nullptr;
-        } else if (malformation == FaultSpec::Malformation::UnknownType) {
+        } else if (malformation == FaultRule::Malformation::UnknownType) {
             info.type = static_cast<ftkOptionType>(2);
         }
         infos.push_back(info);
-        if (malformation == FaultSpec::Malformation::DuplicateName) {
+        if (malformation == FaultRule::Malformation::DuplicateName) {
             // The same name once more, under an id the device does not know.
             info.id = d.id + 1000000;
             infos.push_back(info);
@@ -349,7 +349,7 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
     return m_frame;
 }
 
-void Device::addFault(const FaultSpec& fault) {
+void Device::addFault(const FaultRule& fault) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_faults.add(fault);
 }

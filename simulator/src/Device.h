@@ -73,7 +73,7 @@ public:
     std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(m_mutex); }
 
     // Control.
-    void addFault(const FaultSpec& fault);
+    void addFault(const FaultRule& fault);
     void clearFaults();
     /// Stepped clock: skips frames without delivering them.
     void skipFrames(std::uint64_t frames);

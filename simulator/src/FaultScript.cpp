@@ -4,26 +4,26 @@ namespace Kestrion::Simulator {
 
 namespace {
 
-bool isFetchLevel(FaultSpec::Kind kind) {
-    return kind == FaultSpec::Kind::FetchError || kind == FaultSpec::Kind::Disconnection ||
-           kind == FaultSpec::Kind::MarkersStatus;
+bool isFetchLevel(FaultRule::Kind kind) {
+    return kind == FaultRule::Kind::FetchError || kind == FaultRule::Kind::Disconnection ||
+           kind == FaultRule::Kind::MarkersStatus;
 }
 
-bool optionMatches(const FaultSpec& spec, std::uint32_t id, const std::string& name) {
-    if (spec.optionId) {
-        return *spec.optionId == id;
+bool optionMatches(const FaultRule& rule, std::uint32_t id, const std::string& name) {
+    if (rule.optionId) {
+        return *rule.optionId == id;
     }
-    return spec.optionName.empty() || spec.optionName == name;
+    return rule.optionName.empty() || rule.optionName == name;
 }
 
 } // namespace
 
-void FaultScript::add(const FaultSpec& fault) {
+void FaultScript::add(const FaultRule& fault) {
     // Faults on single fetches default to one affected fetch; the others last until cleared.
     std::int64_t remaining = -1;
     if (fault.count) {
         remaining = *fault.count < 0 ? -1 : *fault.count;
-    } else if (isFetchLevel(fault.kind) && fault.kind != FaultSpec::Kind::Disconnection && !fault.durationS) {
+    } else if (isFetchLevel(fault.kind) && fault.kind != FaultRule::Kind::Disconnection && !fault.durationS) {
         remaining = 1;
     }
     m_faults.push_back(Active{fault, remaining});
@@ -44,7 +44,7 @@ bool FaultScript::consume(Active& fault) {
 }
 
 bool FaultScript::fetchTriggered(Active& fault, std::uint64_t fetchNumber, double timeS) {
-    const FaultSpec& s = fault.spec;
+    const FaultRule& s = fault.rule;
     if (!fault.started) {
         const bool byFetch = s.atFetch && fetchNumber >= *s.atFetch;
         const bool byTime = s.atTimeS && timeS >= *s.atTimeS;
@@ -65,24 +65,24 @@ bool FaultScript::fetchTriggered(Active& fault, std::uint64_t fetchNumber, doubl
 FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double timeS) {
     FetchOutcome outcome;
     for (Active& fault : m_faults) {
-        if (!isFetchLevel(fault.spec.kind)) {
+        if (!isFetchLevel(fault.rule.kind)) {
             continue;
         }
         if (!fetchTriggered(fault, fetchNumber, timeS)) {
             continue;
         }
-        switch (fault.spec.kind) {
-        case FaultSpec::Kind::Disconnection:
+        switch (fault.rule.kind) {
+        case FaultRule::Kind::Disconnection:
             outcome.disconnect = true;
             break;
-        case FaultSpec::Kind::FetchError:
+        case FaultRule::Kind::FetchError:
             if (outcome.error == ftkError::FTK_OK) {
-                outcome.error = fault.spec.code;
+                outcome.error = fault.rule.code;
             }
             break;
-        case FaultSpec::Kind::MarkersStatus:
+        case FaultRule::Kind::MarkersStatus:
             outcome.delivery.overrideMarkers = true;
-            outcome.delivery.markersStatus = fault.spec.markersStatus;
+            outcome.delivery.markersStatus = fault.rule.markersStatus;
             break;
         default:
             break;
@@ -93,7 +93,7 @@ FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double
 
 bool FaultScript::hidesDevice() const {
     for (const Active& fault : m_faults) {
-        if (fault.spec.kind == FaultSpec::Kind::NoDevice) {
+        if (fault.rule.kind == FaultRule::Kind::NoDevice) {
             return true;
         }
     }
@@ -102,9 +102,9 @@ bool FaultScript::hidesDevice() const {
 
 std::optional<ftkError> FaultScript::enumerationStatus(bool& reportDevices) {
     for (Active& fault : m_faults) {
-        if (fault.spec.kind == FaultSpec::Kind::EnumerationStatus && consume(fault)) {
-            reportDevices = fault.spec.reportDevices;
-            return fault.spec.code;
+        if (fault.rule.kind == FaultRule::Kind::EnumerationStatus && consume(fault)) {
+            reportDevices = fault.rule.reportDevices;
+            return fault.rule.code;
         }
     }
     return std::nullopt;
@@ -112,8 +112,8 @@ std::optional<ftkError> FaultScript::enumerationStatus(bool& reportDevices) {
 
 std::optional<ftkError> FaultScript::optionEnumerationStatus() {
     for (Active& fault : m_faults) {
-        if (fault.spec.kind == FaultSpec::Kind::OptionEnumerationStatus && consume(fault)) {
-            return fault.spec.code;
+        if (fault.rule.kind == FaultRule::Kind::OptionEnumerationStatus && consume(fault)) {
+            return fault.rule.code;
         }
     }
     return std::nullopt;
@@ -121,13 +121,13 @@ std::optional<ftkError> FaultScript::optionEnumerationStatus() {
 
 std::optional<ftkError> FaultScript::optionRefusal(std::uint32_t id, const std::string& name, bool set) {
     for (Active& fault : m_faults) {
-        const FaultSpec& s = fault.spec;
-        if (s.kind != FaultSpec::Kind::OptionRefusal || !optionMatches(s, id, name)) {
+        const FaultRule& s = fault.rule;
+        if (s.kind != FaultRule::Kind::OptionRefusal || !optionMatches(s, id, name)) {
             continue;
         }
         const bool operationMatches =
-            s.operation == FaultSpec::Operation::Both ||
-            (set ? s.operation == FaultSpec::Operation::Set : s.operation == FaultSpec::Operation::Get);
+            s.operation == FaultRule::Operation::Both ||
+            (set ? s.operation == FaultRule::Operation::Set : s.operation == FaultRule::Operation::Get);
         if (operationMatches && consume(fault)) {
             return s.code;
         }
@@ -137,8 +137,8 @@ std::optional<ftkError> FaultScript::optionRefusal(std::uint32_t id, const std::
 
 std::optional<ftkError> FaultScript::geometryRefusal(std::uint32_t geometryId, bool clear) {
     for (Active& fault : m_faults) {
-        const FaultSpec& s = fault.spec;
-        if (s.kind != FaultSpec::Kind::GeometryRefusal || s.onClear != clear) {
+        const FaultRule& s = fault.rule;
+        if (s.kind != FaultRule::Kind::GeometryRefusal || s.onClear != clear) {
             continue;
         }
         if (s.geometryId && *s.geometryId != geometryId) {
@@ -151,11 +151,11 @@ std::optional<ftkError> FaultScript::geometryRefusal(std::uint32_t geometryId, b
     return std::nullopt;
 }
 
-std::optional<FaultSpec::Malformation> FaultScript::malformation(std::uint32_t id,
+std::optional<FaultRule::Malformation> FaultScript::malformation(std::uint32_t id,
                                                                  const std::string& name) const {
     for (const Active& fault : m_faults) {
-        if (fault.spec.kind == FaultSpec::Kind::MalformedOption && optionMatches(fault.spec, id, name)) {
-            return fault.spec.malformation;
+        if (fault.rule.kind == FaultRule::Kind::MalformedOption && optionMatches(fault.rule, id, name)) {
+            return fault.rule.malformation;
         }
     }
     return std::nullopt;

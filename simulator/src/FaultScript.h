@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/src/FaultSpec.h"
+#include "simulator/src/FaultRule.h"
 #include "simulator/src/FrameData.h"
 
 #include <optional>
@@ -19,7 +19,7 @@ public:
         DeliveryFaults delivery;
     };
 
-    void add(const FaultSpec& fault);
+    void add(const FaultRule& fault);
     void clear();
     bool empty() const { return m_faults.empty(); }
 
@@ -36,11 +36,11 @@ public:
     /// Refusal of ftkSetGeometry (clear false) or ftkClearGeometry (clear true).
     std::optional<ftkError> geometryRefusal(std::uint32_t geometryId, bool clear);
     /// Malformation of an option in the enumeration, if one applies.
-    std::optional<FaultSpec::Malformation> malformation(std::uint32_t id, const std::string& name) const;
+    std::optional<FaultRule::Malformation> malformation(std::uint32_t id, const std::string& name) const;
 
 private:
     struct Active {
-        FaultSpec spec;
+        FaultRule rule;
         std::int64_t remaining;
         bool started = false;
     };

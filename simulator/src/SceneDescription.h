@@ -1,7 +1,7 @@
 #pragma once
 
 #include "simulator/src/DeviceModel.h"
-#include "simulator/src/FaultSpec.h"
+#include "simulator/src/FaultRule.h"
 #include "simulator/src/Motion.h"
 
 #include <Eigen/Core>
@@ -43,7 +43,7 @@ struct DeviceDescription {
     std::uint64_t serial = 0;
     DeviceModel model;
     std::vector<OptionSetting> options;
-    std::vector<FaultSpec> faults;
+    std::vector<FaultRule> faults;
 };
 
 /// Everything a scene file holds, validated.

@@ -336,40 +336,40 @@ MarkerDescription marker(const json& m, const std::string& where, const std::str
     return out;
 }
 
-FaultSpec fault(const json& f, const std::string& where) {
+FaultRule fault(const json& f, const std::string& where) {
     checkKeys(f, where,
               {"kind", "atFetch", "atTimeS", "durationS", "count", "code", "reportDevices", "option",
                "operation", "malformation", "geometryId"});
-    FaultSpec out;
+    FaultRule out;
     const std::string kind = text(f.contains("kind") ? f.at("kind") : json(), at(where, "kind"));
     if (kind == "fetchError") {
-        out.kind = FaultSpec::Kind::FetchError;
+        out.kind = FaultRule::Kind::FetchError;
     } else if (kind == "internalError") {
-        out.kind = FaultSpec::Kind::FetchError;
+        out.kind = FaultRule::Kind::FetchError;
         out.code = ftkError::FTK_ERR_INTERNAL;
     } else if (kind == "disconnection") {
-        out.kind = FaultSpec::Kind::Disconnection;
+        out.kind = FaultRule::Kind::Disconnection;
     } else if (kind == "markerOverflow") {
-        out.kind = FaultSpec::Kind::MarkersStatus;
+        out.kind = FaultRule::Kind::MarkersStatus;
         out.markersStatus = ftkQueryStatus::QS_ERR_OVERFLOW;
     } else if (kind == "invalidReservedSize") {
-        out.kind = FaultSpec::Kind::MarkersStatus;
+        out.kind = FaultRule::Kind::MarkersStatus;
         out.markersStatus = ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE;
     } else if (kind == "skipped") {
-        out.kind = FaultSpec::Kind::MarkersStatus;
+        out.kind = FaultRule::Kind::MarkersStatus;
         out.markersStatus = ftkQueryStatus::QS_WAR_SKIPPED;
     } else if (kind == "noDevice") {
-        out.kind = FaultSpec::Kind::NoDevice;
+        out.kind = FaultRule::Kind::NoDevice;
     } else if (kind == "enumerationStatus") {
-        out.kind = FaultSpec::Kind::EnumerationStatus;
+        out.kind = FaultRule::Kind::EnumerationStatus;
     } else if (kind == "optionEnumerationStatus") {
-        out.kind = FaultSpec::Kind::OptionEnumerationStatus;
+        out.kind = FaultRule::Kind::OptionEnumerationStatus;
     } else if (kind == "optionRefusal") {
-        out.kind = FaultSpec::Kind::OptionRefusal;
+        out.kind = FaultRule::Kind::OptionRefusal;
     } else if (kind == "geometryRefusal") {
-        out.kind = FaultSpec::Kind::GeometryRefusal;
+        out.kind = FaultRule::Kind::GeometryRefusal;
     } else if (kind == "malformedOption") {
-        out.kind = FaultSpec::Kind::MalformedOption;
+        out.kind = FaultRule::Kind::MalformedOption;
     } else {
         throw SceneError(at(where, "kind"), "unknown fault '" + kind + "'");
     }
@@ -396,20 +396,20 @@ FaultSpec fault(const json& f, const std::string& where) {
     // Defaults that depend on the kind, then the explicit code.
     const std::string operation =
         f.contains("operation") ? text(f.at("operation"), at(where, "operation")) : "";
-    if (out.kind == FaultSpec::Kind::OptionRefusal) {
+    if (out.kind == FaultRule::Kind::OptionRefusal) {
         if (operation.empty() || operation == "set") {
-            out.operation = FaultSpec::Operation::Set;
+            out.operation = FaultRule::Operation::Set;
             out.code = ftkError::FTK_ERR_WRITE;
         } else if (operation == "get") {
-            out.operation = FaultSpec::Operation::Get;
+            out.operation = FaultRule::Operation::Get;
             out.code = ftkError::FTK_ERR_READ;
         } else if (operation == "both") {
-            out.operation = FaultSpec::Operation::Both;
+            out.operation = FaultRule::Operation::Both;
             out.code = ftkError::FTK_ERR_INV_OPT_ACC;
         } else {
             throw SceneError(at(where, "operation"), "must be \"get\", \"set\" or \"both\"");
         }
-    } else if (out.kind == FaultSpec::Kind::GeometryRefusal) {
+    } else if (out.kind == FaultRule::Kind::GeometryRefusal) {
         if (operation.empty() || operation == "set") {
             out.code = ftkError::FTK_ERR_GEOM_PTS;
         } else if (operation == "clear") {
@@ -421,18 +421,18 @@ FaultSpec fault(const json& f, const std::string& where) {
     } else if (!operation.empty()) {
         throw SceneError(at(where, "operation"), "applies only to optionRefusal and geometryRefusal");
     }
-    if (out.kind == FaultSpec::Kind::EnumerationStatus ||
-        out.kind == FaultSpec::Kind::OptionEnumerationStatus) {
+    if (out.kind == FaultRule::Kind::EnumerationStatus ||
+        out.kind == FaultRule::Kind::OptionEnumerationStatus) {
         out.code = ftkError::FTK_ERR_INTERNAL;
     }
     if (f.contains("code")) {
-        if (kind == "internalError" || out.kind == FaultSpec::Kind::MarkersStatus ||
-            out.kind == FaultSpec::Kind::Disconnection || out.kind == FaultSpec::Kind::NoDevice ||
-            out.kind == FaultSpec::Kind::MalformedOption) {
+        if (kind == "internalError" || out.kind == FaultRule::Kind::MarkersStatus ||
+            out.kind == FaultRule::Kind::Disconnection || out.kind == FaultRule::Kind::NoDevice ||
+            out.kind == FaultRule::Kind::MalformedOption) {
             throw SceneError(at(where, "code"), "does not apply to a " + kind + " fault");
         }
         out.code = errorCode(f.at("code"), at(where, "code"));
-    } else if (out.kind == FaultSpec::Kind::FetchError && kind == "fetchError") {
+    } else if (out.kind == FaultRule::Kind::FetchError && kind == "fetchError") {
         throw SceneError(where, "a fetchError fault needs \"code\"");
     }
     if (f.contains("reportDevices")) {
@@ -446,18 +446,18 @@ FaultSpec fault(const json& f, const std::string& where) {
             out.optionId = static_cast<std::uint32_t>(unsignedValue(o, at(where, "option")));
         }
     }
-    if (out.kind == FaultSpec::Kind::MalformedOption) {
+    if (out.kind == FaultRule::Kind::MalformedOption) {
         if (!f.contains("option")) {
             throw SceneError(where, "a malformedOption fault needs \"option\" (name or id)");
         }
         const std::string m =
             f.contains("malformation") ? text(f.at("malformation"), at(where, "malformation")) : "";
         if (m == "nullName") {
-            out.malformation = FaultSpec::Malformation::NullName;
+            out.malformation = FaultRule::Malformation::NullName;
         } else if (m == "unknownType") {
-            out.malformation = FaultSpec::Malformation::UnknownType;
+            out.malformation = FaultRule::Malformation::UnknownType;
         } else if (m == "duplicateName") {
-            out.malformation = FaultSpec::Malformation::DuplicateName;
+            out.malformation = FaultRule::Malformation::DuplicateName;
         } else {
             throw SceneError(at(where, "malformation"),
                              "must be \"nullName\", \"unknownType\" or \"duplicateName\"");
@@ -635,7 +635,7 @@ bool SceneParser::parseFile(const std::string& path, SceneDescription& result, s
     return parse(content.str(), folderOf(path), path, result, error);
 }
 
-bool SceneParser::parseFault(const std::string& jsonText, FaultSpec& result, std::string& error) {
+bool SceneParser::parseFault(const std::string& jsonText, FaultRule& result, std::string& error) {
     try {
         result = fault(json::parse(jsonText), "fault");
     } catch (const json::parse_error& e) {

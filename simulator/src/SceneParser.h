@@ -17,7 +17,7 @@ public:
     /// Reads and parses a scene file.
     static bool parseFile(const std::string& path, SceneDescription& scene, std::string& error);
     /// Parses one fault object, as in a device's "faults" list.
-    static bool parseFault(const std::string& jsonText, FaultSpec& fault, std::string& error);
+    static bool parseFault(const std::string& jsonText, FaultRule& fault, std::string& error);
 };
 
 } // namespace Kestrion::Simulator

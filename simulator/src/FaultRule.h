@@ -9,7 +9,7 @@
 namespace Kestrion::Simulator {
 
 /// One scripted device fault, as a scene or the control interface describes it.
-struct FaultSpec {
+struct FaultRule {
     enum class Kind {
         FetchError,              ///< ftkGetLastFrame returns `code` and delivers nothing.
         Disconnection,           ///< From the trigger on, the device is gone: FTK_ERR_DISCONNECTION.
