@@ -177,6 +177,7 @@ bool AtracsysTrackingStream::openImpl() {
     // Whatever the open got before the exception is given back.
     std::lock_guard<std::mutex> lock(m_device->mutex());
     m_device->releaseFrame();
+    m_device->releaseRetiredFrame();
     m_device->closeLibrary();
     return false;
 }
@@ -187,9 +188,11 @@ bool AtracsysTrackingStream::openDevice() {
     device.releaseRetiredFrame();
     device.errorCount = 0;
     device.errorCodes.clear();
-    // A failed open gives back the handle it opened, so that nothing is left behind.
+    // A failed open gives back the handle and the frame records it made (also the one its error
+    // report gave up: nothing reads it), so that nothing is left behind.
     auto fail = [&device] {
         device.releaseFrame();
+        device.releaseRetiredFrame();
         device.closeLibrary();
         device.setDevice({});
         return false;

@@ -15,22 +15,6 @@ using Kestrion::SpryTrack::AtracsysTrackingStream;
 
 namespace {
 
-constexpr const char* Category = "AtracsysTrackingStream";
-
-void openWithMarkers(ProbedStream& stream) {
-    ASSERT_TRUE(stream.open());
-    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
-    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
-}
-
-/// Injects a fault that starts `fromNow` fetches after the last one.
-void injectAt(ProbedStream& stream, std::uint64_t fromNow, const std::string& fault) {
-    const std::uint64_t serial = stream.serialNumber();
-    const std::string json =
-        "{\"atFetch\": " + std::to_string(ftkSimFetchCount(serial) + fromNow) + ", " + fault + "}";
-    ASSERT_TRUE(ftkSimInjectFault(serial, json.c_str())) << json;
-}
-
 std::string errorRunLine(const std::string& codes, int count) {
     return "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [" + codes + "] for " +
            std::to_string(count) + " times in a row!";
@@ -48,14 +32,14 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
     TestSupport::LogCapture capture;
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
     for (int i = 0; i < 3; ++i)
         stream.round();
     ASSERT_EQ(recorder.dataCount(), 3u);
     ASSERT_TRUE(tracked(stream, "atracsys-1000"));
 
-    injectAt(stream, 1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 30)");
-    injectAt(stream, 31, R"("kind": "fetchError", "code": "FTK_WAR_FRAME", "count": 25)");
+    stream.injectFaultAt(1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 30)");
+    stream.injectFaultAt(31, R"("kind": "fetchError", "code": "FTK_WAR_FRAME", "count": 25)");
     const std::size_t modifications = recorder.modificationCount();
     for (int failure = 1; failure <= 50; ++failure)
         EXPECT_LT(stream.round().count(), 400) << failure;
@@ -66,7 +50,7 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
 
     for (int failure = 51; failure <= 55; ++failure) {
         EXPECT_GE(stream.round().count(), 500) << "the stream backs off";
-        EXPECT_EQ(capture->count(Log::Error, Category, errorRunLine("-10 30 ", failure)), 1u)
+        EXPECT_EQ(capture->count(Log::Error, StreamCategory, errorRunLine("-10 30 ", failure)), 1u)
             << capture->dump();
     }
     EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u);
@@ -80,9 +64,9 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
     EXPECT_LT(stream.round().count(), 400);
     EXPECT_EQ(recorder.dataCount(), 4u);
     EXPECT_TRUE(tracked(stream, "atracsys-1000"));
-    injectAt(stream, 1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
+    stream.injectFaultAt(1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
     for (int i = 0; i < 49; ++i)
-        injectAt(stream, 2 + i, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
+        stream.injectFaultAt(2 + i, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
     for (int i = 0; i < 50; ++i)
         stream.round();
     EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u) << "a new run of fifty is silent again";
@@ -96,13 +80,13 @@ TEST(TrackingStreamFaults, AnInternalErrorIsReportedAndTheNextFrameIsFetchedInto
     TestSupport::LogCapture capture;
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
     stream.round();
     const std::size_t frames = ftkSimLiveFrames();
 
-    injectAt(stream, 1, R"("kind": "internalError")");
+    stream.injectFaultAt(1, R"("kind": "internalError")");
     stream.round();
-    EXPECT_TRUE(capture->contains(Log::Error, Category,
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
                                   "AtracsysTrackingStream: Internal system error, report to Atracsys."));
     EXPECT_EQ(capture->countContaining("AtracsysTracking: <ftkError>"), 1u)
         << "with the SDK's own text" << capture->dump();
@@ -123,10 +107,10 @@ TEST(TrackingStreamFaults, SkippedMarkerDataIsNotedAndTheFrameUsed) {
     TestSupport::LogCapture capture;
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
-    injectAt(stream, 1, R"("kind": "skipped")");
+    ASSERT_TRUE(stream.openWithMarkers());
+    stream.injectFaultAt(1, R"("kind": "skipped")");
     stream.round();
-    EXPECT_TRUE(capture->contains(Log::Debug, Category, "QS WAR SKIPPED"));
+    EXPECT_TRUE(capture->contains(Log::Debug, StreamCategory, "QS WAR SKIPPED"));
     EXPECT_EQ(recorder.dataCount(), 1u);
     EXPECT_TRUE(tracked(stream, "atracsys-1000"));
     EXPECT_EQ(stream.currentState(), Stream::State::Open);
@@ -141,19 +125,20 @@ TEST(TrackingStreamFaults, MarkerOverflowClosesTheStreamWithoutTrackingData) {
     Recorder recorder(stream);
     stream.setQueryImages(true);
     stream.setFiducialQueryMode(AtracsysTrackingStream::AllFiducials);
-    openWithMarkers(stream);
-    injectAt(stream, 5, R"("kind": "markerOverflow")");
+    ASSERT_TRUE(stream.openWithMarkers());
+    stream.injectFaultAt(5, R"("kind": "markerOverflow")");
     ASSERT_TRUE(stream.start());
     ASSERT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
 
     EXPECT_EQ(recorder.dataCount(), 4u) << "the overflowing frame emits no tracking data";
     EXPECT_EQ(recorder.updateCount(), 5u) << "but its camera update still goes out";
     EXPECT_EQ(recorder.lastUpdate().left.fiducials.size(), fiducialsOf(recorder.lastData())->size());
-    EXPECT_EQ(capture->count(Log::Error, Category,
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory,
                              "AtracsysTrackingStream: Marker overflow. Please increase cstMarkersCount."),
               1u);
-    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Invalid frame status."), 1u);
-    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Marker overflow!"), 1u);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Invalid frame status."),
+              1u);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Marker overflow!"), 1u);
     EXPECT_EQ(ftkSimLiveLibraries(), libraries);
     EXPECT_EQ(ftkSimLiveFrames(), frames);
     EXPECT_FALSE(stream.isInitialized());
@@ -166,14 +151,15 @@ TEST(TrackingStreamFaults, AnInvalidReservedMarkerSizeClosesTheStreamAtOnce) {
     ProbedStream stream;
     Recorder recorder(stream);
     stream.setQueryImages(true);
-    openWithMarkers(stream);
-    injectAt(stream, 5, R"("kind": "invalidReservedSize")");
+    ASSERT_TRUE(stream.openWithMarkers());
+    stream.injectFaultAt(5, R"("kind": "invalidReservedSize")");
     ASSERT_TRUE(stream.start());
     ASSERT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
     EXPECT_EQ(recorder.dataCount(), 4u);
     EXPECT_EQ(recorder.updateCount(), 4u) << "nothing of that frame is used";
-    EXPECT_EQ(capture->count(Log::Error, Category, "AtracsysTrackingStream: Invalid reserved marker size."),
-              1u);
+    EXPECT_EQ(
+        capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Invalid reserved marker size."),
+        1u);
     EXPECT_EQ(capture->countContaining("Invalid frame status"), 0u);
     EXPECT_EQ(ftkSimLiveFrames(), frames);
 
@@ -192,13 +178,13 @@ TEST(TrackingStreamFaults, ADisconnectedCameraIsReportedUntilTheStreamIsClosed) 
     const std::size_t libraries = ftkSimLiveLibraries();
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
     ASSERT_TRUE(stream.start());
     ASSERT_TRUE(recorder.waitForData(3));
     ASSERT_TRUE(ftkSimInjectFault(stream.serialNumber(), R"({"kind": "disconnection"})"));
     ASSERT_TRUE(waitUntil([&] { return capture->countContaining("] for 52 times in a row!") == 1; }))
         << capture->dump();
-    EXPECT_EQ(capture->count(Log::Error, Category, errorRunLine("50 ", 51)), 1u);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, errorRunLine("50 ", 51)), 1u);
     EXPECT_FALSE(tracked(stream, "atracsys-1000"));
     EXPECT_EQ(stream.currentState(), Stream::State::Running) << "the stream waits for the camera";
 

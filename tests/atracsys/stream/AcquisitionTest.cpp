@@ -28,15 +28,7 @@ using Kestrion::SpryTrack::createId;
 
 namespace {
 
-constexpr const char* Category = "AtracsysTrackingStream";
 constexpr std::uint32_t NoInstrument = TrackingInstrumentFiducialsData::NoInstrument;
-
-/// Opens the stream and registers the scene's two geometries on the device.
-void openWithMarkers(ProbedStream& stream) {
-    ASSERT_TRUE(stream.open());
-    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
-    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
-}
 
 /// Runs one round and returns its data (fails the test when the round emitted none).
 std::shared_ptr<const CompoundStreamData> frame(ProbedStream& stream, Recorder& recorder) {
@@ -66,7 +58,7 @@ TEST(TrackingStreamAcquisition, PosesFollowTheGroundTruth) {
     TestSupport::LogCapture capture;
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
 
     // Tolerances: the simulated camera measures with 0.03 px of noise at 0.6 m to 1.15 m and the
     // markers carry 0.03 mm of manufacturing error. The origin of marker 1001 lies 100 mm from
@@ -172,7 +164,7 @@ TEST(TrackingStreamAcquisition, FiducialModesSelectExactlyTheirFiducials) {
     TestSupport::LogCapture capture;
     ProbedStream stream;
     Recorder recorder(stream);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
     const std::size_t toolHash = std::hash<std::string>{}("atracsys-1000");
     const std::size_t referenceHash = std::hash<std::string>{}("atracsys-1001");
     const std::size_t unownedHash = std::hash<std::string>{}("");
@@ -295,7 +287,7 @@ TEST(TrackingStreamAcquisition, CameraImagesComeWithTheirUpdate) {
     Recorder recorder(stream);
     stream.setQueryImages(true);
     stream.setFiducialQueryMode(AtracsysTrackingStream::AllFiducials);
-    openWithMarkers(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
 
     // Images are copies: one kept from the first frame does not change with later frames.
     std::shared_ptr<SharedImage> kept;
@@ -374,5 +366,5 @@ TEST(TrackingStreamAcquisition, CameraImagesComeWithTheirUpdate) {
     EXPECT_TRUE(frame(stream, recorder)->subData().empty());
     EXPECT_EQ(recorder.updateCount(), 4u);
     EXPECT_TRUE(
-        capture->contains(Log::Warning, Category, "AtracsysTrackingStream: Raw images not available."));
+        capture->contains(Log::Warning, StreamCategory, "AtracsysTrackingStream: Raw images not available."));
 }

@@ -17,7 +17,6 @@ using Kestrion::SpryTrack::AtracsysTrackingStream;
 
 namespace {
 
-constexpr const char* Category = "AtracsysTrackingStream";
 constexpr std::uint64_t TrackingSerial = 0x53544b3138307701ull;
 
 std::map<std::string, bool> onDevice(AtracsysTrackingStream& stream) {
@@ -50,8 +49,8 @@ TEST(TrackingStreamLifecycle, OpenStartStopCloseAndOpenAgain) {
     EXPECT_EQ(stream.serialNumber(), TrackingSerial);
     EXPECT_TRUE(capture->contains(Log::Info, "", "AtracsysTracking: Detected sTk 180, SN 0x53544b3138307701"))
         << capture->dump();
-    EXPECT_TRUE(capture->contains(Log::Info, Category, "Onboard processing disabled."));
-    EXPECT_TRUE(capture->contains(Log::Info, Category, "Disabled sending images on the SpryTrack."));
+    EXPECT_TRUE(capture->contains(Log::Info, StreamCategory, "Onboard processing disabled."));
+    EXPECT_TRUE(capture->contains(Log::Info, StreamCategory, "Disabled sending images on the SpryTrack."));
     EXPECT_EQ(stream.intOption(6000), std::optional<int>(1));
     EXPECT_EQ(stream.intOption(6003), std::optional<int>(0));
     EXPECT_EQ(stream.floatOption("Distance matching tolerance"), std::optional<float>(1.0f));
@@ -106,7 +105,7 @@ TEST(TrackingStreamLifecycle, OpenWritesTheChosenOptions) {
     stream.setQueryImages(true);
     ASSERT_TRUE(stream.open());
     EXPECT_EQ(stream.floatOption("Distance matching tolerance"), std::optional<float>(3.5f));
-    EXPECT_TRUE(capture->contains(Log::Info, Category, "Enabled sending images on the SpryTrack."));
+    EXPECT_TRUE(capture->contains(Log::Info, StreamCategory, "Enabled sending images on the SpryTrack."));
     EXPECT_EQ(stream.intOption(6003), std::optional<int>(1));
     ASSERT_EQ(stream.numSubstreams(), 2u);
     EXPECT_EQ(stream.substream(0)->stream().name(), "Camera (left)");
@@ -120,12 +119,12 @@ TEST(TrackingStreamLifecycle, OpenWritesTheChosenOptions) {
     inject(TrackingSerial, R"({"kind": "optionRefusal", "option": 6003, "code": "FTK_ERR_INV_OPT_VAL"})");
     ASSERT_TRUE(stream.open()) << "refused options do not stop the open";
     EXPECT_EQ(stream.numSubstreams(), 0u);
-    EXPECT_TRUE(capture->contains(Log::Error, Category, "Onboard processing could not be disabled."));
-    EXPECT_TRUE(capture->contains(Log::Error, Category, "Could not disable images on the SpryTrack."));
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory, "Onboard processing could not be disabled."));
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory, "Could not disable images on the SpryTrack."));
     ASSERT_TRUE(stream.close());
     stream.setQueryImages(true);
     ASSERT_TRUE(stream.open());
-    EXPECT_TRUE(capture->contains(Log::Error, Category, "Could not enable images on the SpryTrack."));
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory, "Could not enable images on the SpryTrack."));
     ASSERT_TRUE(stream.close());
     ftkSimClearFaults(TrackingSerial);
 }
@@ -189,11 +188,11 @@ TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
     ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
     const std::string refused =
         "Cannot set geometry loaded from " + dataFile("geometry1001.ini") + " to tracking system";
-    EXPECT_EQ(capture->count(Log::Error, Category, refused), 1u) << capture->dump();
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, refused), 1u) << capture->dump();
     EXPECT_EQ(onDevice(stream),
               (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", false}}));
     ASSERT_TRUE(stream.start());
-    EXPECT_EQ(capture->count(Log::Error, Category, refused), 2u);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, refused), 2u);
     ASSERT_TRUE(stream.stop());
     ftkSimClearFaults(TrackingSerial);
     ASSERT_TRUE(stream.start());
@@ -206,7 +205,7 @@ TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
     signalled.clear();
     EXPECT_FALSE(stream.removeGeometry("atracsys-1001"));
     EXPECT_TRUE(capture->contains(
-        Log::Warning, Category,
+        Log::Warning, StreamCategory,
         "AtracsysTracking: Cannot remove geometry with id atracsys-1001 from tracking system"));
     EXPECT_TRUE(stream.registry().find("atracsys-1001"));
     EXPECT_TRUE(signalled.empty());

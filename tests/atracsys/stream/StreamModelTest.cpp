@@ -24,8 +24,6 @@ using Kestrion::SpryTrack::AtracsysTrackingStream;
 
 namespace {
 
-constexpr const char* Category = "AtracsysTrackingStream";
-
 std::vector<std::string> instrumentIds(AtracsysTrackingStream& stream) {
     std::vector<std::string> ids;
     for (const auto& instrument : stream.instruments())
@@ -93,10 +91,10 @@ TEST(TrackingStreamModel, ReservedGeometryIdsMoveOnlyForTheSpryTrackFamilyName) 
     geometry.geometryId = 5;
     EXPECT_TRUE(SpryTrack::moveOutOfReservedIds("SpryTrack", geometry));
     EXPECT_EQ(geometry.geometryId, 1005u);
-    EXPECT_TRUE(capture->contains(Log::Error, Category,
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
                                   "INI marker files with ids < 1000 are not supported with this Atracsys SDK "
                                   "version. Values 0 to 1000 are reserved"));
-    EXPECT_TRUE(capture->contains(Log::Warning, Category, "INI marker id is changed from 5 to 1005"));
+    EXPECT_TRUE(capture->contains(Log::Warning, StreamCategory, "INI marker id is changed from 5 to 1005"));
 
     geometry.geometryId = 999;
     EXPECT_TRUE(SpryTrack::moveOutOfReservedIds("SpryTrack", geometry));
@@ -194,7 +192,7 @@ TEST(TrackingStreamModel, TrackingTargetsLoadRelativeFilesAndResources) {
     AtracsysTrackingStream stream("stream");
     stream.configure(&*settings);
     EXPECT_EQ(instrumentIds(stream), (std::vector<std::string>{"atracsys-1000", "atracsys-1001"}));
-    EXPECT_TRUE(capture->contains(Log::Error, Category,
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
                                   "Cannot load geometry from file " + (folder.path / "nowhere.ini").string()))
         << capture->dump();
     ASSERT_TRUE(stream.registry().find("atracsys-1000"));
@@ -287,18 +285,19 @@ TEST(TrackingStreamModel, GeometriesWhileClosed) {
     EXPECT_TRUE(stream.geometryCoordinates("atracsys-5").empty());
     EXPECT_TRUE(capture->contains(Log::Error, "ThreadSafeInstruments",
                                   "modify: Special object for instrument with ID atracsys-5 does not exist"));
-    EXPECT_TRUE(capture->contains(
-        Log::Error, Category, "Cannot query geometry coordinates from id atracsys-5 from tracking system"));
+    EXPECT_TRUE(
+        capture->contains(Log::Error, StreamCategory,
+                          "Cannot query geometry coordinates from id atracsys-5 from tracking system"));
 
     // Without a device nothing can be cleared on it: the instrument stays.
     EXPECT_FALSE(stream.removeGeometry("atracsys-8"));
     EXPECT_TRUE(capture->contains(
-        Log::Warning, Category,
+        Log::Warning, StreamCategory,
         "AtracsysTracking: Cannot remove geometry with id atracsys-8 from tracking system"));
     EXPECT_EQ(stream.instruments().size(), 2u);
 
     EXPECT_FALSE(stream.addGeometry("broken", dataFile("tracking.json")));
-    EXPECT_TRUE(capture->contains(Log::Error, Category,
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
                                   "Cannot load geometry from file " + dataFile("tracking.json")));
     connection.disconnect();
 }

@@ -13,6 +13,11 @@ std::string dataFile(const std::string& name) {
     return std::string(KESTRION_TEST_DATA_DIR) + "/trackingstream/" + name;
 }
 
+void LiveCounts::expectBaseline(const char* step) const {
+    EXPECT_EQ(ftkSimLiveLibraries(), libraries) << "library handles, " << step;
+    EXPECT_EQ(ftkSimLiveFrames(), frames) << "frame records, " << step;
+}
+
 SceneGuard::SceneGuard(const std::string& sceneFile) {
     if (!ftkSimLoadSceneFile(dataFile(sceneFile).c_str())) {
         char error[1024] = {};
@@ -25,6 +30,24 @@ SceneGuard::SceneGuard(const std::string& sceneFile) {
 SceneGuard::~SceneGuard() {
     ftkSimSetSteppedClock(false);
     ftkSimResetScene();
+}
+
+bool ProbedStream::openWithMarkers() {
+    const bool opened = open();
+    EXPECT_TRUE(opened) << "the stream opens";
+    const bool tool = addGeometry("tool", dataFile("geometry1000.ini"));
+    const bool reference = addGeometry("reference", dataFile("geometry1001.ini"));
+    EXPECT_TRUE(tool && reference) << "the markers are added";
+    return opened && tool && reference;
+}
+
+bool ProbedStream::injectFaultAt(std::uint64_t fromNow, const std::string& faultKeys) {
+    const std::uint64_t serial = serialNumber();
+    const std::string json =
+        "{\"atFetch\": " + std::to_string(ftkSimFetchCount(serial) + fromNow) + ", " + faultKeys + "}";
+    const bool injected = ftkSimInjectFault(serial, json.c_str());
+    EXPECT_TRUE(injected) << json;
+    return injected;
 }
 
 std::chrono::milliseconds ProbedStream::round() {

@@ -21,8 +21,20 @@
 
 namespace Kestrion::TrackingStreamTest {
 
+/// Log category of the stream's messages.
+constexpr const char* StreamCategory = "AtracsysTrackingStream";
+
 /// A file of tests/data/trackingstream.
 std::string dataFile(const std::string& name);
+
+/// Library handles and frame records of the simulated camera alive at construction, to check
+/// that a test gives back everything it made.
+struct LiveCounts {
+    std::size_t libraries = ftkSimLiveLibraries();
+    std::size_t frames = ftkSimLiveFrames();
+    /// Fails the test (naming the step) when the counts differ from the ones at construction.
+    void expectBaseline(const char* step) const;
+};
 
 /// Loads a scene file of tests/data/trackingstream with the stepped clock; restores the default
 /// scene and the free-running clock when it goes.
@@ -41,6 +53,12 @@ public:
     explicit ProbedStream(const std::string& name = "Atracsys Tracking Stream")
         : AtracsysTrackingStream(name) {}
 
+    /// Opens the stream and adds the two markers of the scenes, "tool" (atracsys-1000) and
+    /// "reference" (atracsys-1001); false (with the failure added to the test) when that fails.
+    bool openWithMarkers();
+    /// Adds a fault (the JSON keys after its trigger) to the camera, triggered `fromNow` fetches
+    /// after the last one.
+    bool injectFaultAt(std::uint64_t fromNow, const std::string& faultKeys);
     /// One acquisition round; returns how long until the next one.
     std::chrono::milliseconds round();
     /// The simulator's truth of the last frame the stream fetched (null when there is none).

@@ -1,0 +1,138 @@
+// SDK calls failing at open, at close and when the acquisition loop needs a new frame record:
+// each is reported with its message, the stream stays in a state it can leave, and no library
+// handle or frame record is left behind (the simulated camera counts them).
+
+#include "tests/atracsys/stream/SdkFaultShim.h"
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <new>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+using SdkFaults::Fault;
+
+TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const LiveCounts live;
+    ProbedStream stream;
+
+    struct Case {
+        Fault fault;
+        const char* message;
+    };
+    const Case cases[] = {
+        {Fault::InitReturnsNull, "Cannot initialize Atracsys tracking driver"},
+        {Fault::InitThrows, "Cannot initialize and connect Atracsys tracking system"},
+        {Fault::CreateFrameFails, "AtracsysTrackingStream: Cannot create frame instance."},
+        {Fault::FrameOptionsFail, "AtracsysTrackingStream: Cannot set frame options."},
+    };
+    for (const Case& c : cases) {
+        SdkFaults::arm(c.fault);
+        EXPECT_FALSE(stream.open()) << c.message;
+        EXPECT_FALSE(SdkFaults::pending()) << c.message;
+        EXPECT_EQ(capture->count(Log::Error, StreamCategory, c.message), 1u) << capture->dump();
+        EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+        EXPECT_FALSE(stream.isInitialized());
+        live.expectBaseline(c.message);
+    }
+    // Errors reported through the stream also log the SDK's own text of the failure.
+    EXPECT_EQ(capture->countContaining("AtracsysTracking: "), 2u + 2u) << capture->dump();
+
+    // Nothing of the failures sticks: the next open works and tracks.
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    stream.round();
+    ASSERT_EQ(recorder.dataCount(), 1u);
+    EXPECT_GT(trackingOf(recorder.lastData())->instrument("atracsys-1000")->quality, 0.9);
+    ASSERT_TRUE(stream.close());
+    live.expectBaseline("after the good open");
+}
+
+TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgain) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const LiveCounts live;
+    ProbedStream stream;
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+
+    SdkFaults::arm(Fault::CloseFails);
+    EXPECT_FALSE(stream.close());
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory, "Cannot close Atracsys tracking library"));
+    EXPECT_EQ(stream.currentState(), Stream::State::Open);
+    EXPECT_TRUE(stream.registry().specialObjects().at(0).second->isOnDevice())
+        << "a failed close does not touch the geometries";
+    live.expectBaseline("the handle is given up even so");
+
+    // Rounds on the half-closed stream find no device: the stream closes itself.
+    stream.round();
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    EXPECT_FALSE(stream.registry().specialObjects().at(0).second->isOnDevice());
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.start());
+    EXPECT_TRUE(stream.registry().specialObjects().at(0).second->isOnDevice());
+    ASSERT_TRUE(stream.close());
+    live.expectBaseline("closed");
+}
+
+TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTheStream) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const LiveCounts live;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.open());
+    stream.round();
+    ASSERT_EQ(recorder.dataCount(), 1u);
+
+    for (Fault fault : {Fault::CreateFrameFails, Fault::FrameOptionsFail}) {
+        // An internal error gives the record up; the next round cannot make a new one.
+        ASSERT_TRUE(stream.injectFaultAt(1, R"("kind": "internalError")"));
+        stream.round();
+        SdkFaults::arm(fault);
+        stream.round();
+        EXPECT_FALSE(SdkFaults::pending());
+        EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+        EXPECT_EQ(recorder.dataCount(), 1u);
+        live.expectBaseline("closed by the loop");
+        ASSERT_TRUE(stream.open());
+    }
+    EXPECT_EQ(
+        capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Cannot create frame instance."),
+        1u);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Cannot set frame options."),
+              1u);
+    stream.round();
+    EXPECT_EQ(recorder.dataCount(), 2u) << "a new open tracks again";
+    ASSERT_TRUE(stream.close());
+    live.expectBaseline("closed");
+}
+
+TEST(TrackingStreamDeviceFailures, AnExceptionInARoundClosesTheStream) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const LiveCounts live;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.open());
+    stream.round();
+
+    SdkFaults::arm(Fault::FetchThrows);
+    const auto wait = stream.round();
+    EXPECT_GE(wait.count(), 10) << "the round still says when to come again";
+    EXPECT_LT(wait.count(), 400);
+    EXPECT_EQ(capture->count(Log::Error, StreamCategory,
+                             "An unexpected exception occured while running the background thread: " +
+                                 std::string(std::bad_alloc().what())),
+              1u)
+        << capture->dump();
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    EXPECT_EQ(recorder.dataCount(), 1u);
+    live.expectBaseline("closed by the exception");
+}
