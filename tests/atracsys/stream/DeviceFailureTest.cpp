@@ -18,7 +18,7 @@ using SdkFaults::Fault;
 TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const LiveCounts live;
+    const HeldResources live;
     ProbedStream stream;
 
     struct Case {
@@ -57,7 +57,7 @@ TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) 
 TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgain) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const LiveCounts live;
+    const HeldResources live;
     ProbedStream stream;
     ASSERT_TRUE(stream.open());
     ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
@@ -84,7 +84,7 @@ TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgai
 TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTheStream) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const LiveCounts live;
+    const HeldResources live;
     ProbedStream stream;
     Recorder recorder(stream);
     ASSERT_TRUE(stream.open());
@@ -117,7 +117,7 @@ TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTh
 TEST(TrackingStreamDeviceFailures, AnExceptionInARoundClosesTheStream) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const LiveCounts live;
+    const HeldResources live;
     ProbedStream stream;
     Recorder recorder(stream);
     ASSERT_TRUE(stream.open());

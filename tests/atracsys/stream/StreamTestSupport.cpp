@@ -13,7 +13,7 @@ std::string dataFile(const std::string& name) {
     return std::string(KESTRION_TEST_DATA_DIR) + "/trackingstream/" + name;
 }
 
-void LiveCounts::expectBaseline(const char* step) const {
+void HeldResources::expectBaseline(const char* step) const {
     EXPECT_EQ(ftkSimLiveLibraries(), libraries) << "library handles, " << step;
     EXPECT_EQ(ftkSimLiveFrames(), frames) << "frame records, " << step;
 }

@@ -29,7 +29,7 @@ std::string dataFile(const std::string& name);
 
 /// Library handles and frame records of the simulated camera alive at construction, to check
 /// that a test gives back everything it made.
-struct LiveCounts {
+struct HeldResources {
     std::size_t libraries = ftkSimLiveLibraries();
     std::size_t frames = ftkSimLiveFrames();
     /// Fails the test (naming the step) when the counts differ from the ones at construction.
