@@ -6,33 +6,33 @@ namespace Kestrion::Simulator {
 
 namespace {
 
-OptionDefinition intOption(std::uint32_t id, const char* name, ftkComponent component, std::int32_t min,
-                           std::int32_t max, std::int32_t def, const char* unit, const char* description) {
+OptionDefinition option(std::uint32_t id, const char* name, ftkComponent component, ftkOptionType type,
+                        const char* unit, const char* description) {
     OptionDefinition d;
     d.id = id;
     d.name = name;
     d.component = component;
-    d.type = ftkOptionType::FTK_INT32;
-    d.minInt = min;
-    d.maxInt = max;
-    d.defaultInt = def;
+    d.type = type;
     d.unit = unit;
     d.description = description;
     return d;
 }
 
+OptionDefinition intOption(std::uint32_t id, const char* name, ftkComponent component, std::int32_t min,
+                           std::int32_t max, std::int32_t def, const char* unit, const char* description) {
+    OptionDefinition d = option(id, name, component, ftkOptionType::FTK_INT32, unit, description);
+    d.minInt = min;
+    d.maxInt = max;
+    d.defaultInt = def;
+    return d;
+}
+
 OptionDefinition floatOption(std::uint32_t id, const char* name, ftkComponent component, float min, float max,
                              float def, const char* unit, const char* description) {
-    OptionDefinition d;
-    d.id = id;
-    d.name = name;
-    d.component = component;
-    d.type = ftkOptionType::FTK_FLOAT32;
+    OptionDefinition d = option(id, name, component, ftkOptionType::FTK_FLOAT32, unit, description);
     d.minFloat = min;
     d.maxFloat = max;
     d.defaultFloat = def;
-    d.unit = unit;
-    d.description = description;
     return d;
 }
 
@@ -87,14 +87,11 @@ OptionTable OptionCatalog::deviceOptions(const DeviceModel& model) {
 }
 
 OptionTable OptionCatalog::globalOptions() {
-    OptionDefinition d;
-    d.id = DataDirectory;
-    d.name = "Data Directory";
-    d.component = ftkComponent::FTK_LIBRARY;
-    d.type = ftkOptionType::FTK_DATA;
+    OptionDefinition d =
+        option(DataDirectory, "Data Directory", ftkComponent::FTK_LIBRARY, ftkOptionType::FTK_DATA, "",
+               "Folder where the library keeps its calibration and geometry files");
     d.global = true;
     d.defaultData = "data";
-    d.description = "Folder where the library keeps its calibration and geometry files";
     OptionTable t;
     t.add(d);
     return t;

@@ -1,8 +1,10 @@
 #include "simulator/src/OptionTable.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 namespace Kestrion::Simulator {
 
@@ -12,6 +14,20 @@ constexpr std::size_t NotFound = static_cast<std::size_t>(-1);
 
 bool validGetter(ftkOptionGetter what) {
     return static_cast<std::uint8_t>(what) <= static_cast<std::uint8_t>(ftkOptionGetter::FTK_VALUE);
+}
+
+template <typename T>
+constexpr ftkOptionType NumberType =
+    std::is_floating_point_v<T> ? ftkOptionType::FTK_FLOAT32 : ftkOptionType::FTK_INT32;
+
+/// Minimum, maximum and default of an int (std::int32_t) or float option, in getter order.
+template <typename T>
+std::array<T, 3> limits(const OptionDefinition& d) {
+    if constexpr (std::is_floating_point_v<T>) {
+        return {d.minFloat, d.maxFloat, d.defaultFloat};
+    } else {
+        return {d.minInt, d.maxInt, d.defaultInt};
+    }
 }
 
 } // namespace
@@ -63,58 +79,46 @@ ftkError OptionTable::access(std::uint32_t id, ftkOptionType type, bool write, s
     return ftkError::FTK_OK;
 }
 
-ftkError OptionTable::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out) const {
+template <typename T>
+ftkError OptionTable::getNumber(std::uint32_t id, ftkOptionGetter what, T& out) const {
     std::size_t i = 0;
-    const ftkError status = access(id, ftkOptionType::FTK_INT32, false, i);
+    const ftkError status = access(id, NumberType<T>, false, i);
     if (status != ftkError::FTK_OK) {
         return status;
     }
     if (!validGetter(what)) {
         return ftkError::FTK_ERR_INV_OPT_PAR;
     }
-    const OptionDefinition& d = m_definitions[i];
-    switch (what) {
-    case ftkOptionGetter::FTK_MIN_VAL:
-        out = d.minInt;
-        break;
-    case ftkOptionGetter::FTK_MAX_VAL:
-        out = d.maxInt;
-        break;
-    case ftkOptionGetter::FTK_DEF_VAL:
-        out = d.defaultInt;
-        break;
-    case ftkOptionGetter::FTK_VALUE:
-        out = m_values[i].i;
-        break;
-    }
+    const std::array<T, 3> bounds = limits<T>(m_definitions[i]);
+    out =
+        what == ftkOptionGetter::FTK_VALUE ? m_values[i].number<T>() : bounds[static_cast<std::size_t>(what)];
     return ftkError::FTK_OK;
 }
 
-ftkError OptionTable::getFloat(std::uint32_t id, ftkOptionGetter what, float& out) const {
+template <typename T>
+ftkError OptionTable::setNumber(std::uint32_t id, T value) {
     std::size_t i = 0;
-    const ftkError status = access(id, ftkOptionType::FTK_FLOAT32, false, i);
+    const ftkError status = access(id, NumberType<T>, true, i);
     if (status != ftkError::FTK_OK) {
         return status;
     }
-    if (!validGetter(what)) {
-        return ftkError::FTK_ERR_INV_OPT_PAR;
+    if constexpr (std::is_floating_point_v<T>) {
+        if (std::isnan(value)) {
+            return ftkError::FTK_ERR_INV_OPT_VAL;
+        }
     }
-    const OptionDefinition& d = m_definitions[i];
-    switch (what) {
-    case ftkOptionGetter::FTK_MIN_VAL:
-        out = d.minFloat;
-        break;
-    case ftkOptionGetter::FTK_MAX_VAL:
-        out = d.maxFloat;
-        break;
-    case ftkOptionGetter::FTK_DEF_VAL:
-        out = d.defaultFloat;
-        break;
-    case ftkOptionGetter::FTK_VALUE:
-        out = m_values[i].f;
-        break;
-    }
-    return ftkError::FTK_OK;
+    const std::array<T, 3> bounds = limits<T>(m_definitions[i]);
+    const T clamped = std::clamp(value, bounds[0], bounds[1]);
+    m_values[i].number<T>() = clamped;
+    return clamped == value ? ftkError::FTK_OK : ftkError::FTK_WAR_OPT_VAL_RANGE;
+}
+
+ftkError OptionTable::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out) const {
+    return getNumber(id, what, out);
+}
+
+ftkError OptionTable::getFloat(std::uint32_t id, ftkOptionGetter what, float& out) const {
+    return getNumber(id, what, out);
 }
 
 ftkError OptionTable::getData(std::uint32_t id, ftkBuffer& out) const {
@@ -131,30 +135,11 @@ ftkError OptionTable::getData(std::uint32_t id, ftkBuffer& out) const {
 }
 
 ftkError OptionTable::setInt(std::uint32_t id, std::int32_t value) {
-    std::size_t i = 0;
-    const ftkError status = access(id, ftkOptionType::FTK_INT32, true, i);
-    if (status != ftkError::FTK_OK) {
-        return status;
-    }
-    const OptionDefinition& d = m_definitions[i];
-    const std::int32_t clamped = std::clamp(value, d.minInt, d.maxInt);
-    m_values[i].i = clamped;
-    return clamped == value ? ftkError::FTK_OK : ftkError::FTK_WAR_OPT_VAL_RANGE;
+    return setNumber(id, value);
 }
 
 ftkError OptionTable::setFloat(std::uint32_t id, float value) {
-    std::size_t i = 0;
-    const ftkError status = access(id, ftkOptionType::FTK_FLOAT32, true, i);
-    if (status != ftkError::FTK_OK) {
-        return status;
-    }
-    if (std::isnan(value)) {
-        return ftkError::FTK_ERR_INV_OPT_VAL;
-    }
-    const OptionDefinition& d = m_definitions[i];
-    const float clamped = std::clamp(value, d.minFloat, d.maxFloat);
-    m_values[i].f = clamped;
-    return clamped == value ? ftkError::FTK_OK : ftkError::FTK_WAR_OPT_VAL_RANGE;
+    return setNumber(id, value);
 }
 
 ftkError OptionTable::setData(std::uint32_t id, const ftkBuffer& value) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace Kestrion::Simulator {
@@ -65,10 +66,29 @@ private:
         std::int32_t i = 0;
         float f = 0.f;
         std::string data;
+
+        /// The int (std::int32_t) or the float value.
+        template <typename T>
+        T& number() {
+            if constexpr (std::is_floating_point_v<T>) {
+                return f;
+            } else {
+                return i;
+            }
+        }
+        template <typename T>
+        const T& number() const {
+            return const_cast<Value*>(this)->number<T>();
+        }
     };
 
     std::size_t indexOf(std::uint32_t id) const;
     ftkError access(std::uint32_t id, ftkOptionType type, bool write, std::size_t& index) const;
+    /// The int (std::int32_t) or float reading and writing, with the same rules for both.
+    template <typename T>
+    ftkError getNumber(std::uint32_t id, ftkOptionGetter what, T& out) const;
+    template <typename T>
+    ftkError setNumber(std::uint32_t id, T value);
 
     std::vector<OptionDefinition> m_definitions;
     std::vector<Value> m_values;
