@@ -142,6 +142,7 @@ void AtracsysTrackingStream::configuration(Properties* properties) const {
 
     // Names and paths are collected under the registry's lock and written after it.
     std::vector<std::pair<std::string, std::string>> targets;
+    targets.reserve(m_instruments->size());
     m_instruments->modifyAll(
         [&targets](const std::string&, TrackingInstrument& instrument, AtracsysGeometry& geometry) {
             targets.emplace_back(instrument.id.name, geometry.path());

@@ -176,13 +176,19 @@ public:
         return changed ? InstrumentModification::PoseChanged : InstrumentModifications();
     }
 
+    /// Copies of the instruments in id order. The list is sized before the registry is locked, so
+    /// that the acquisition thread does not wait for that allocation (once per frame).
     std::vector<TrackingInstrument> instruments() const override {
-        std::lock_guard<std::mutex> lock(m_mutex);
         std::vector<TrackingInstrument> result;
-        result.reserve(m_instruments.size());
-        for (const auto& entry : m_instruments)
-            result.push_back(entry.second.instrument);
-        return result;
+        for (;;) {
+            result.reserve(size());
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_instruments.size() > result.capacity())
+                continue; // grown meanwhile: size again
+            for (const auto& entry : m_instruments)
+                result.push_back(entry.second.instrument);
+            return result;
+        }
     }
 
     std::size_t size() const override {
