@@ -53,6 +53,9 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
     , m_options(OptionCatalog::deviceOptions(description.model))
     , m_clock(description.model.rateHz)
     , m_producer(description.model, std::move(scene), description.serial, epochNowUS()) {
+    for (const OptionDefinition& extra : description.extraOptions) {
+        m_options.add(extra);
+    }
     for (const FaultRule& fault : description.faults) {
         m_faults.add(fault);
     }
@@ -76,14 +79,14 @@ bool Device::enumerate(ftkError& status) {
     return report && !m_disconnected;
 }
 
-ftkError Device::optionGate(std::uint32_t id, bool set, std::string& message) {
+ftkError Device::optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message) {
     if (m_disconnected) {
         message = "Device " + ErrorCodes::serialText(m_serial) + " is disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
     const OptionDefinition* d = m_options.find(id);
     static const std::string noName;
-    if (auto refusal = m_faults.optionRefusal(id, d != nullptr ? d->name : noName, set)) {
+    if (auto refusal = m_faults.optionRefusal(id, d != nullptr ? d->name : noName, set, what)) {
         message = optionFailure(*refusal, id, d, ErrorCodes::serialText(m_serial)) + " (simulated fault)";
         return *refusal;
     }
@@ -92,7 +95,7 @@ ftkError Device::optionGate(std::uint32_t id, bool set, std::string& message) {
 
 ftkError Device::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, message);
+    ftkError status = optionGate(id, false, what, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.getInt(id, what, out);
         if (status != ftkError::FTK_OK) {
@@ -104,7 +107,7 @@ ftkError Device::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& ou
 
 ftkError Device::getFloat(std::uint32_t id, ftkOptionGetter what, float& out, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, message);
+    ftkError status = optionGate(id, false, what, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.getFloat(id, what, out);
         if (status != ftkError::FTK_OK) {
@@ -116,7 +119,7 @@ ftkError Device::getFloat(std::uint32_t id, ftkOptionGetter what, float& out, st
 
 ftkError Device::getData(std::uint32_t id, ftkBuffer& out, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, message);
+    ftkError status = optionGate(id, false, ftkOptionGetter::FTK_VALUE, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.getData(id, out);
         if (status != ftkError::FTK_OK) {
@@ -128,7 +131,7 @@ ftkError Device::getData(std::uint32_t id, ftkBuffer& out, std::string& message)
 
 ftkError Device::setInt(std::uint32_t id, std::int32_t value, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, message);
+    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.setInt(id, value);
         if (status != ftkError::FTK_OK) {
@@ -143,7 +146,7 @@ ftkError Device::setInt(std::uint32_t id, std::int32_t value, std::string& messa
 
 ftkError Device::setFloat(std::uint32_t id, float value, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, message);
+    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.setFloat(id, value);
         if (status != ftkError::FTK_OK) {
@@ -155,7 +158,7 @@ ftkError Device::setFloat(std::uint32_t id, float value, std::string& message) {
 
 ftkError Device::setData(std::uint32_t id, const ftkBuffer& value, std::string& message) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, message);
+    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
     if (status == ftkError::FTK_OK) {
         status = m_options.setData(id, value);
         if (status != ftkError::FTK_OK) {
@@ -190,17 +193,18 @@ ftkError Device::optionInfos(std::vector<ftkOptionsInfo>& infos) {
         info.status.write = d.write ? 1u : 0u;
         info.status.globalOption = d.global ? 1u : 0u;
         info.type = d.type;
-        info.name = d.name.c_str();
-        info.description = d.description.c_str();
-        info.unit = d.unit.c_str();
-        const auto malformation = m_faults.malformation(d.id, d.name);
-        if (malformation == FaultRule::Malformation::NullName) {
-            info.name = nullptr;
-        } else if (malformation == FaultRule::Malformation::UnknownType) {
+        const FaultRule::Malformations malformed = m_faults.malformations(d.id, d.name);
+        const auto has = [malformed](FaultRule::Malformation m) {
+            return (malformed & FaultRule::bit(m)) != 0;
+        };
+        info.name = has(FaultRule::Malformation::NullName) ? nullptr : d.name.c_str();
+        info.description = has(FaultRule::Malformation::NullDescription) ? nullptr : d.description.c_str();
+        info.unit = has(FaultRule::Malformation::NullUnit) ? nullptr : d.unit.c_str();
+        if (has(FaultRule::Malformation::UnknownType)) {
             info.type = static_cast<ftkOptionType>(2);
         }
         infos.push_back(info);
-        if (malformation == FaultRule::Malformation::DuplicateName) {
+        if (has(FaultRule::Malformation::DuplicateName)) {
             // The same name once more, under an id the device does not know.
             info.id = d.id + 1000000;
             infos.push_back(info);

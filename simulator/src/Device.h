@@ -81,7 +81,7 @@ public:
     bool disconnected();
 
 private:
-    ftkError optionGate(std::uint32_t id, bool set, std::string& message);
+    ftkError optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message);
     void mirrorProcessingOptions(std::uint32_t id);
     ProductionSettings settingsLocked() const;
     double timeOfIndex(std::uint64_t index) const { return static_cast<double>(index) / m_model.rateHz; }

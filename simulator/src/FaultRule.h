@@ -22,7 +22,10 @@ struct FaultRule {
         MalformedOption,         ///< The option enumeration reports one option malformed.
     };
     enum class Operation { Get, Set, Both };
-    enum class Malformation { NullName, UnknownType, DuplicateName };
+    enum class Malformation { NullName, UnknownType, DuplicateName, NullDescription, NullUnit };
+    /// A set of malformations, one bit each (1 << Malformation).
+    using Malformations = std::uint32_t;
+    static constexpr Malformations bit(Malformation m) { return 1u << static_cast<unsigned>(m); }
 
     Kind kind = Kind::FetchError;
 
@@ -42,6 +45,7 @@ struct FaultRule {
     std::optional<std::uint32_t> optionId; ///< OptionRefusal, MalformedOption: the option (by id ...
     std::string optionName;                ///< ... or by name); neither: every option.
     Operation operation = Operation::Set;
+    std::optional<ftkOptionGetter> getter; ///< OptionRefusal of reads: only this getter; none: every one.
     Malformation malformation = Malformation::NullName;
 
     std::optional<std::uint32_t> geometryId; ///< GeometryRefusal: the geometry; none: every one.

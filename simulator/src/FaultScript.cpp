@@ -119,7 +119,8 @@ std::optional<ftkError> FaultScript::optionEnumerationStatus() {
     return std::nullopt;
 }
 
-std::optional<ftkError> FaultScript::optionRefusal(std::uint32_t id, const std::string& name, bool set) {
+std::optional<ftkError> FaultScript::optionRefusal(std::uint32_t id, const std::string& name, bool set,
+                                                   ftkOptionGetter what) {
     for (Active& fault : m_faults) {
         const FaultRule& s = fault.rule;
         if (s.kind != FaultRule::Kind::OptionRefusal || !optionMatches(s, id, name)) {
@@ -128,7 +129,8 @@ std::optional<ftkError> FaultScript::optionRefusal(std::uint32_t id, const std::
         const bool operationMatches =
             s.operation == FaultRule::Operation::Both ||
             (set ? s.operation == FaultRule::Operation::Set : s.operation == FaultRule::Operation::Get);
-        if (operationMatches && consume(fault)) {
+        const bool getterMatches = set || !s.getter || *s.getter == what;
+        if (operationMatches && getterMatches && consume(fault)) {
             return s.code;
         }
     }
@@ -151,14 +153,14 @@ std::optional<ftkError> FaultScript::geometryRefusal(std::uint32_t geometryId, b
     return std::nullopt;
 }
 
-std::optional<FaultRule::Malformation> FaultScript::malformation(std::uint32_t id,
-                                                                 const std::string& name) const {
+FaultRule::Malformations FaultScript::malformations(std::uint32_t id, const std::string& name) const {
+    FaultRule::Malformations found = 0;
     for (const Active& fault : m_faults) {
         if (fault.rule.kind == FaultRule::Kind::MalformedOption && optionMatches(fault.rule, id, name)) {
-            return fault.rule.malformation;
+            found |= FaultRule::bit(fault.rule.malformation);
         }
     }
-    return std::nullopt;
+    return found;
 }
 
 } // namespace Kestrion::Simulator

@@ -31,12 +31,13 @@ public:
     /// Status for ftkEnumerateDevices, and whether the device is still reported.
     std::optional<ftkError> enumerationStatus(bool& reportDevices);
     std::optional<ftkError> optionEnumerationStatus();
-    /// Refusal of a read (set false) or write (set true) of one option.
-    std::optional<ftkError> optionRefusal(std::uint32_t id, const std::string& name, bool set);
+    /// Refusal of a read (set false, with its getter) or write (set true) of one option.
+    std::optional<ftkError> optionRefusal(std::uint32_t id, const std::string& name, bool set,
+                                          ftkOptionGetter what);
     /// Refusal of ftkSetGeometry (clear false) or ftkClearGeometry (clear true).
     std::optional<ftkError> geometryRefusal(std::uint32_t geometryId, bool clear);
-    /// Malformation of an option in the enumeration, if one applies.
-    std::optional<FaultRule::Malformation> malformation(std::uint32_t id, const std::string& name) const;
+    /// Malformations of an option in the enumeration (0: none).
+    FaultRule::Malformations malformations(std::uint32_t id, const std::string& name) const;
 
 private:
     struct Active {

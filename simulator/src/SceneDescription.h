@@ -3,6 +3,7 @@
 #include "simulator/src/DeviceModel.h"
 #include "simulator/src/FaultRule.h"
 #include "simulator/src/Motion.h"
+#include "simulator/src/OptionTable.h"
 
 #include <Eigen/Core>
 
@@ -43,6 +44,7 @@ struct DeviceDescription {
     std::uint64_t serial = 0;
     DeviceModel model;
     std::vector<OptionSetting> options;
+    std::vector<OptionDefinition> extraOptions; ///< Offered after the model's own options.
     std::vector<FaultRule> faults;
 };
 

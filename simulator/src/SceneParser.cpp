@@ -2,12 +2,15 @@
 
 #include "simulator/src/ErrorCodes.h"
 #include "simulator/src/GeometryIni.h"
+#include "simulator/src/OptionCatalog.h"
 #include "simulator/src/Random.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
+#include <limits>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -339,7 +342,7 @@ MarkerDescription marker(const json& m, const std::string& where, const std::str
 FaultRule fault(const json& f, const std::string& where) {
     checkKeys(f, where,
               {"kind", "atFetch", "atTimeS", "durationS", "count", "code", "reportDevices", "option",
-               "operation", "malformation", "geometryId"});
+               "operation", "getter", "malformation", "geometryId"});
     FaultRule out;
     const std::string kind = text(f.contains("kind") ? f.at("kind") : json(), at(where, "kind"));
     if (kind == "fetchError") {
@@ -421,6 +424,18 @@ FaultRule fault(const json& f, const std::string& where) {
     } else if (!operation.empty()) {
         throw SceneError(at(where, "operation"), "applies only to optionRefusal and geometryRefusal");
     }
+    if (f.contains("getter")) {
+        if (out.kind != FaultRule::Kind::OptionRefusal || out.operation == FaultRule::Operation::Set) {
+            throw SceneError(at(where, "getter"), "applies only to an optionRefusal of reads");
+        }
+        const std::string getter = text(f.at("getter"), at(where, "getter"));
+        const char* const names[] = {"min", "max", "default", "value"}; // in ftkOptionGetter order
+        const auto found = std::find(std::begin(names), std::end(names), getter);
+        if (found == std::end(names)) {
+            throw SceneError(at(where, "getter"), "must be \"min\", \"max\", \"default\" or \"value\"");
+        }
+        out.getter = static_cast<ftkOptionGetter>(found - std::begin(names));
+    }
     if (out.kind == FaultRule::Kind::EnumerationStatus ||
         out.kind == FaultRule::Kind::OptionEnumerationStatus) {
         out.code = ftkError::FTK_ERR_INTERNAL;
@@ -458,9 +473,14 @@ FaultRule fault(const json& f, const std::string& where) {
             out.malformation = FaultRule::Malformation::UnknownType;
         } else if (m == "duplicateName") {
             out.malformation = FaultRule::Malformation::DuplicateName;
+        } else if (m == "nullDescription") {
+            out.malformation = FaultRule::Malformation::NullDescription;
+        } else if (m == "nullUnit") {
+            out.malformation = FaultRule::Malformation::NullUnit;
         } else {
             throw SceneError(at(where, "malformation"),
-                             "must be \"nullName\", \"unknownType\" or \"duplicateName\"");
+                             "must be \"nullName\", \"unknownType\", "
+                             "\"duplicateName\", \"nullDescription\" or \"nullUnit\"");
         }
     }
     if (f.contains("geometryId")) {
@@ -493,10 +513,70 @@ OptionSetting optionSetting(const std::string& key, const json& value, const std
     return out;
 }
 
+/// An option a scene adds to a device, such as one of another firmware: its id must be free.
+OptionDefinition extraOption(const json& o, const std::string& where, const OptionTable& offered) {
+    checkKeys(o, where,
+              {"id", "name", "type", "min", "max", "default", "unit", "description", "read", "write"});
+    OptionDefinition out;
+    out.id =
+        static_cast<std::uint32_t>(unsignedValue(o.contains("id") ? o.at("id") : json(), at(where, "id")));
+    if (offered.find(out.id) != nullptr) {
+        throw SceneError(at(where, "id"), "the device already has an option " + std::to_string(out.id));
+    }
+    out.name = text(o.contains("name") ? o.at("name") : json(), at(where, "name"));
+    out.unit = o.contains("unit") ? text(o.at("unit"), at(where, "unit")) : "";
+    out.description = o.contains("description") ? text(o.at("description"), at(where, "description")) : "";
+    for (const char* key : {"read", "write"}) {
+        if (o.contains(key) && !o.at(key).is_boolean()) {
+            throw SceneError(at(where, key), "must be true or false");
+        }
+    }
+    out.read = o.value("read", true);
+    out.write = o.value("write", true);
+    const std::string type = o.contains("type") ? text(o.at("type"), at(where, "type")) : "int";
+    if (type == "data") {
+        out.type = ftkOptionType::FTK_DATA;
+        out.defaultData = o.contains("default") ? text(o.at("default"), at(where, "default")) : "";
+        if (out.defaultData.size() > BUFFER_MAX_SIZE) {
+            throw SceneError(at(where, "default"),
+                             "longer than " + std::to_string(BUFFER_MAX_SIZE) + " bytes");
+        }
+        return out;
+    }
+    if (type != "int" && type != "float") {
+        throw SceneError(at(where, "type"), "must be \"int\", \"float\" or \"data\"");
+    }
+    const double min = numberOr(o, "min", where, 0.0);
+    const double max = numberOr(o, "max", where, 0.0);
+    const double def = numberOr(o, "default", where, min);
+    if (!(min <= def && def <= max)) {
+        throw SceneError(where, "needs min <= default <= max");
+    }
+    if (type == "float") {
+        out.type = ftkOptionType::FTK_FLOAT32;
+        out.minFloat = static_cast<float>(min);
+        out.maxFloat = static_cast<float>(max);
+        out.defaultFloat = static_cast<float>(def);
+        return out;
+    }
+    for (const double v : {min, max, def}) {
+        if (v != std::floor(v) || v < std::numeric_limits<std::int32_t>::min() ||
+            v > std::numeric_limits<std::int32_t>::max()) {
+            throw SceneError(where, "the bounds and default of an int option must be 32-bit whole numbers");
+        }
+    }
+    out.type = ftkOptionType::FTK_INT32;
+    out.minInt = static_cast<std::int32_t>(min);
+    out.maxInt = static_cast<std::int32_t>(max);
+    out.defaultInt = static_cast<std::int32_t>(def);
+    return out;
+}
+
 DeviceDescription device(const json& d, const std::string& where, std::size_t index) {
     checkKeys(d, where,
               {"model", "serial", "rateHz", "width", "height", "baselineMM", "focalPx", "convergenceMM",
-               "pixelNoise", "fiducialDiameterMM", "minDepthMM", "maxDepthMM", "options", "faults"});
+               "pixelNoise", "fiducialDiameterMM", "minDepthMM", "maxDepthMM", "options", "extraOptions",
+               "faults"});
     DeviceDescription out;
     const std::string model = d.contains("model") ? text(d.at("model"), at(where, "model")) : "spryTrack 180";
     const auto type = DeviceModel::typeFromName(model);
@@ -529,6 +609,17 @@ DeviceDescription device(const json& d, const std::string& where, std::size_t in
     m.maxDepthMM = positive(d, "maxDepthMM", where, m.maxDepthMM);
     if (m.maxDepthMM <= m.minDepthMM) {
         throw SceneError(at(where, "maxDepthMM"), "must be greater than minDepthMM");
+    }
+    if (d.contains("extraOptions")) {
+        const json& list = d.at("extraOptions");
+        if (!list.is_array()) {
+            throw SceneError(at(where, "extraOptions"), "must be an array");
+        }
+        OptionTable offered = OptionCatalog::deviceOptions(m);
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            out.extraOptions.push_back(extraOption(list[i], at(at(where, "extraOptions"), i), offered));
+            offered.add(out.extraOptions.back());
+        }
     }
     if (d.contains("options")) {
         const json& options = d.at("options");

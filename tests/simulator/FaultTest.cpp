@@ -171,6 +171,67 @@ TEST(Faults, OptionAndGeometryRefusalsAndMalformedOptionEntries) {
               ftkError::FTK_ERR_INV_OPT);
 }
 
+TEST(Faults, ReadsRefusedForOneGetterAndTextsReportedNull) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    const uint32 integration = camera.option("Image Integration Time");
+    const uint32 threshold = camera.option("Image Compression Threshold");
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Image Integration Time",
+                                          "operation": "get", "getter": "min"})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Distance matching tolerance",
+                                          "operation": "both", "getter": "max", "code": "FTK_ERR_INTERNAL"})"));
+    int32 value = 0;
+    // Only the minimum of that option is refused, every time.
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
+              ftkError::FTK_ERR_READ);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
+              ftkError::FTK_ERR_READ);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MAX_VAL),
+              ftkError::FTK_OK);
+    EXPECT_EQ(value, 10000);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_DEF_VAL),
+              ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_OK);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 21, threshold, &value, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
+    // With "both", writes are refused too; reads only for the named getter.
+    float tolerance = 0.f;
+    EXPECT_EQ(ftkGetFloat32(camera.lib, 21, 2003, &tolerance, ftkOptionGetter::FTK_MAX_VAL),
+              ftkError::FTK_ERR_INTERNAL);
+    EXPECT_EQ(ftkGetFloat32(camera.lib, 21, 2003, &tolerance, ftkOptionGetter::FTK_MIN_VAL),
+              ftkError::FTK_OK);
+    EXPECT_EQ(ftkSetFloat32(camera.lib, 21, 2003, 1.f), ftkError::FTK_ERR_INTERNAL);
+
+    // Null description and unit, alone or together with a null name.
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
+                                          "malformation": "nullDescription"})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
+                                          "malformation": "nullUnit"})"));
+    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "User-LED frequency",
+                                          "malformation": "nullUnit"})"));
+    int fullyNamed = 0;
+    for (const OptionInfo& o : enumerateOptions(camera.lib, 21)) {
+        if (o.id == integration) {
+            EXPECT_TRUE(o.hasName);
+            EXPECT_FALSE(o.hasDescription);
+            EXPECT_FALSE(o.hasUnit);
+        } else if (o.name == "User-LED frequency") {
+            EXPECT_TRUE(o.hasDescription);
+            EXPECT_FALSE(o.hasUnit);
+        } else {
+            fullyNamed += o.hasName && o.hasDescription && o.hasUnit ? 1 : 0;
+        }
+    }
+    EXPECT_GT(fullyNamed, 5);
+
+    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "getter": "min"})"));
+    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.getter: applies only to an optionRefusal of reads");
+    EXPECT_FALSE(
+        ftkSimInjectFault(21, R"({"kind": "optionRefusal", "operation": "get", "getter": "minimum"})"));
+    EXPECT_EQ(controlError(),
+              "ftkSimInjectFault: fault.getter: must be \"min\", \"max\", \"default\" or \"value\"");
+}
+
 TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
     SceneGuard scene(OneDevice);
     EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "meltdown"})"));

@@ -166,3 +166,74 @@ TEST(Options, SceneSettingsGiveInitialValuesAndBadOnesAreRefused) {
     EXPECT_FALSE(ftkSimLoadScene(R"({"devices": [{"options": {"No Such Option": 1}}]})"));
     EXPECT_NE(controlError().find("has no option \"No Such Option\""), std::string::npos) << controlError();
 }
+
+TEST(Options, ExtraSceneOptionsAreOfferedWithTheirBoundsAndAccess) {
+    SceneGuard scene(R"({"devices": [{"serial": 5, "extraOptions": [
+        {"id": 900, "name": "Gain", "type": "float", "min": 0.5, "max": 2.9, "default": 1.25, "unit": "x"},
+        {"id": 901, "name": "Factory counter", "min": -5, "max": 5, "read": false},
+        {"id": 902, "name": "Calibration", "type": "data", "default": "abc", "write": false}],
+        "options": {"Gain": 2.5}}]})");
+    Camera camera;
+    const std::vector<OptionInfo> options = enumerateOptions(camera.lib, 5);
+    ASSERT_GE(options.size(), 3u);
+    // Offered after the model's own options, in scene order.
+    const OptionInfo& gain = options[options.size() - 3];
+    const OptionInfo& counter = options[options.size() - 2];
+    const OptionInfo& calibration = options.back();
+    EXPECT_EQ(gain.id, 900u);
+    EXPECT_EQ(gain.name, "Gain");
+    EXPECT_EQ(gain.type, 1);
+    EXPECT_EQ(gain.unit, "x");
+    EXPECT_TRUE(gain.hasDescription);
+    EXPECT_EQ(counter.read, 0u);
+    EXPECT_EQ(counter.write, 1u);
+    EXPECT_EQ(calibration.type, 3);
+    EXPECT_EQ(calibration.write, 0u);
+
+    float bound = 0.f;
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(bound, 2.9f);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(bound, 0.5f);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_DEF_VAL), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(bound, 1.25f);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(bound, 2.5f) << "the scene's initial value";
+    EXPECT_EQ(ftkSetFloat32(camera.lib, 5, 900, 3.f), ftkError::FTK_WAR_OPT_VAL_RANGE);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(bound, 2.9f);
+
+    // Listed but not readable: every read is refused, writes work.
+    int32 value = 0;
+    for (const ftkOptionGetter what : {ftkOptionGetter::FTK_MIN_VAL, ftkOptionGetter::FTK_VALUE}) {
+        EXPECT_EQ(ftkGetInt32(camera.lib, 5, 901, &value, what), ftkError::FTK_ERR_INV_OPT_ACC);
+    }
+    EXPECT_NE(camera.errorText().find("FTK_ERR_INV_OPT_ACC"), std::string::npos);
+    EXPECT_EQ(ftkSetInt32(camera.lib, 5, 901, 4), ftkError::FTK_OK);
+    ftkBuffer buffer{};
+    ASSERT_EQ(ftkGetData(camera.lib, 5, 902, &buffer), ftkError::FTK_OK);
+    EXPECT_EQ(std::string(buffer.data, buffer.size), "abc");
+    EXPECT_EQ(ftkSetData(camera.lib, 5, 902, &buffer), ftkError::FTK_ERR_INV_OPT_ACC);
+
+    const std::pair<const char*, const char*> refused[] = {
+        {R"({"id": 16, "name": "Twice"})",
+         "devices[0].extraOptions[0].id: the device already has an option 16"},
+        {R"({"id": 900, "name": "A", "min": 0.5, "max": 3})",
+         "devices[0].extraOptions[0]: the bounds and default of an int option must be 32-bit whole numbers"},
+        {R"({"id": 900, "name": "A", "type": "float", "min": 1, "max": 2, "default": 3})",
+         "devices[0].extraOptions[0]: needs min <= default <= max"},
+        {R"({"id": 900, "name": "A", "type": "double"})",
+         "devices[0].extraOptions[0].type: must be \"int\", \"float\" or \"data\""},
+        {R"({"id": 900})", "devices[0].extraOptions[0].name: must be a string"},
+    };
+    for (const auto& [option, reason] : refused) {
+        EXPECT_FALSE(
+            ftkSimLoadScene((R"({"devices": [{"extraOptions": [)" + std::string(option) + "]}]}").c_str()));
+        EXPECT_NE(controlError().find(reason), std::string::npos) << controlError();
+    }
+    EXPECT_FALSE(ftkSimLoadScene(
+        R"({"devices": [{"extraOptions": [{"id": 900, "name": "A"}, {"id": 900, "name": "B"}]}]})"));
+    EXPECT_NE(controlError().find("extraOptions[1].id: the device already has an option 900"),
+              std::string::npos)
+        << controlError();
+}

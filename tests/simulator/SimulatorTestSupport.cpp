@@ -105,6 +105,8 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
             o.global = info->status.globalOption;
             o.type = static_cast<uint8>(info->type);
             o.hasName = info->name != nullptr;
+            o.hasDescription = info->description != nullptr;
+            o.hasUnit = info->unit != nullptr;
             o.name = info->name ? info->name : "";
             o.description = info->description ? info->description : "";
             o.unit = info->unit ? info->unit : "";

@@ -84,6 +84,8 @@ struct OptionInfo {
     uint32 global = 0;
     uint8 type = 0;
     bool hasName = false;
+    bool hasDescription = false;
+    bool hasUnit = false;
     std::string name;
     std::string description;
     std::string unit;
