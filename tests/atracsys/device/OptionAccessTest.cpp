@@ -133,3 +133,20 @@ TEST(OptionAccess, UnknownNamesAreLoggedWhileSdkRefusalsAreSilent) {
     EXPECT_EQ(getOption<int>(lib, serial, options, "Enables IR strobe"), 1);
     EXPECT_EQ(capture->size(), 0u) << capture->dump();
 }
+
+TEST(OptionAccess, AnOptionListedButNotReadableIsWrittenButNeverRead) {
+    SimulatedCamera camera(R"({"devices": [{"serial": "0x5354", "extraOptions": [
+        {"id": 902, "name": "Factory counter", "min": 0, "max": 9, "read": false},
+        {"id": 903, "name": "Gain", "type": "float", "min": 0.5, "max": 2.9, "default": 1}]}]})");
+    const ftkLibrary lib = camera.lib();
+    const OptionTable options = enumerateOptions(lib, serial);
+    ASSERT_EQ(options.count("Factory counter"), 1u);
+    LogCapture capture;
+    EXPECT_FALSE(getOption<int>(lib, serial, options, "Factory counter").has_value());
+    EXPECT_TRUE(setOption<int>(lib, serial, options, "Factory counter", 7));
+    EXPECT_FALSE(getOption<int>(lib, serial, options, "Factory counter").has_value()) << "still not readable";
+    // A write beyond a fractional maximum is clamped by the device and reported as not done.
+    EXPECT_FALSE(setOption<float>(lib, serial, options, "Gain", 3.0f));
+    EXPECT_EQ(getOption<float>(lib, serial, options, "Gain"), 2.9f);
+    EXPECT_EQ(capture->size(), 0u) << capture->dump();
+}
