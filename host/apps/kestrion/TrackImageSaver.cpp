@@ -16,6 +16,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 namespace Kestrion::Cli {
@@ -85,8 +87,10 @@ TrackImageSaver::TrackImageSaver(std::string folder, double intervalS)
 
 bool TrackImageSaver::prepare() {
     const QString folder = QString::fromStdString(m_folder);
-    if (!QDir().mkpath(folder)) {
-        m_error = "image folder " + m_folder + ": cannot be created";
+    std::error_code error;
+    std::filesystem::create_directories(m_folder, error);
+    if (error) {
+        m_error = "image folder " + m_folder + ": cannot be created: " + error.message();
         return false;
     }
     const QFileInfo info(folder);

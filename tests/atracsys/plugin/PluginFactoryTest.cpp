@@ -21,6 +21,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 using namespace Kestrion;
@@ -192,6 +193,115 @@ TEST(PluginStreamAlgorithm, CreatesOneRunningCameraStreamThatReportsItsDeviceAnd
     EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Running);
     algorithm.resetStream();
     EXPECT_FALSE(SpryTrack::AtracsysTrackingStream::exists());
+    EXPECT_EQ(ftkSimLiveLibraries(), 0u);
+    ftkSimSetSteppedClock(false);
+}
+
+namespace {
+
+/// The open/start flags an algorithm holds after being configured with `keys` (bools).
+std::pair<bool, bool> flagsAfter(const std::vector<std::pair<const char*, bool>>& keys) {
+    AtracsysStreamAlgorithm algorithm;
+    Properties p;
+    for (const auto& [key, value] : keys)
+        p.setParam(key, value);
+    algorithm.configure(&p);
+    return {algorithm.openOnCreate(), algorithm.startOnCreate()};
+}
+
+} // namespace
+
+TEST(PluginStreamAlgorithm, TakesTheOpenAndStartFlagsFromTheFirstKeyPresent) {
+    using Flags = std::pair<bool, bool>;
+    EXPECT_EQ(flagsAfter({}), Flags(false, false));
+    EXPECT_EQ(flagsAfter({{"autoOpen", true}}), Flags(true, false));
+    EXPECT_EQ(flagsAfter({{"connect", true}}), Flags(true, false));
+    EXPECT_EQ(flagsAfter({{"open", false}, {"autoOpen", true}}), Flags(false, false));
+    EXPECT_EQ(flagsAfter({{"open", false}, {"connect", true}}), Flags(false, false));
+    EXPECT_EQ(flagsAfter({{"autoOpen", false}, {"connect", true}}), Flags(false, false));
+    EXPECT_EQ(flagsAfter({{"open", true}, {"autoOpen", false}, {"connect", false}}), Flags(true, false));
+    EXPECT_EQ(flagsAfter({{"autoStart", true}}), Flags(false, true));
+    EXPECT_EQ(flagsAfter({{"start", false}, {"autoStart", true}}), Flags(false, false));
+    EXPECT_EQ(flagsAfter({{"start", true}, {"autoStart", false}}), Flags(false, true));
+
+    // A later tree without the keys keeps the flags; null changes nothing at all.
+    AtracsysStreamAlgorithm algorithm;
+    Properties first;
+    first.setParam("autoOpen", true);
+    first.setParam("autoStart", true);
+    algorithm.configure(&first);
+    Properties second;
+    second.setParam("queryImages", true);
+    algorithm.configure(&second);
+    EXPECT_TRUE(algorithm.openOnCreate());
+    EXPECT_TRUE(algorithm.startOnCreate());
+    algorithm.configure(nullptr);
+    Properties stored;
+    algorithm.configuration(&stored);
+    EXPECT_EQ(stored, second);
+    algorithm.configuration(nullptr); // no crash
+}
+
+TEST(PluginStreamAlgorithm, OpensStartsOrLeavesTheCameraClosedAsConfigured) {
+    TestSupport::LogCapture capture;
+    ftkSimResetScene();
+    ftkSimSetSteppedClock(true);
+    auto computeWith = [](const std::vector<std::pair<const char*, bool>>& keys,
+                          AtracsysStreamAlgorithm& algorithm) {
+        Properties p;
+        for (const auto& [key, value] : keys)
+            p.setParam(key, value);
+        algorithm.configure(&p);
+        algorithm.compute();
+    };
+    {
+        AtracsysStreamAlgorithm algorithm;
+        computeWith({{"autoOpen", true}}, algorithm);
+        EXPECT_EQ(algorithm.status(), Algorithm::Success) << capture->dump();
+        ASSERT_NE(algorithm.stream(), nullptr);
+        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Open);
+    }
+    {
+        AtracsysStreamAlgorithm algorithm;
+        computeWith({{"open", false}, {"autoOpen", true}}, algorithm);
+        EXPECT_EQ(algorithm.status(), Algorithm::Success);
+        ASSERT_NE(algorithm.stream(), nullptr);
+        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Closed);
+    }
+    {
+        AtracsysStreamAlgorithm algorithm;
+        computeWith({{"connect", true}, {"autoStart", true}}, algorithm);
+        EXPECT_EQ(algorithm.status(), Algorithm::Success) << capture->dump();
+        ASSERT_NE(algorithm.stream(), nullptr);
+        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Running);
+        // The taken stream outlives the algorithm's reset and the algorithm itself.
+        std::unique_ptr<Stream> taken = algorithm.takeOutput();
+        EXPECT_EQ(taken.get(), algorithm.stream());
+        EXPECT_EQ(algorithm.takeOutput(), nullptr);
+        algorithm.resetStream();
+        EXPECT_EQ(algorithm.stream(), nullptr);
+        EXPECT_TRUE(SpryTrack::AtracsysTrackingStream::exists());
+        EXPECT_EQ(taken->currentState(), Stream::State::Running);
+        taken.reset();
+        EXPECT_FALSE(SpryTrack::AtracsysTrackingStream::exists());
+    }
+    {
+        // No stream given: error, nothing held.
+        AtracsysStreamAlgorithm algorithm;
+        algorithm.setStream(nullptr);
+        EXPECT_EQ(algorithm.status(), Algorithm::Error);
+        EXPECT_EQ(algorithm.stream(), nullptr);
+    }
+    {
+        // A camera that is not there: the open fails and the status says so.
+        ASSERT_TRUE(ftkSimLoadScene(R"({"devices": []})"));
+        AtracsysStreamAlgorithm algorithm;
+        computeWith({{"open", true}, {"start", true}}, algorithm);
+        EXPECT_EQ(algorithm.status(), Algorithm::Error);
+        ASSERT_NE(algorithm.stream(), nullptr); // a failed open is no exception: the stream stays
+        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Closed);
+    }
+    ftkSimResetScene();
     EXPECT_EQ(ftkSimLiveLibraries(), 0u);
     ftkSimSetSteppedClock(false);
 }
