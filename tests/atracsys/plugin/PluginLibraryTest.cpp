@@ -98,6 +98,16 @@ TEST(PluginLibrary, AnUnlicensedPluginStaysInactiveAndRegistersNothing) {
     EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), conversionsBefore);
     EXPECT_TRUE(capture->contains(Log::Info, "Licensing", "Feature \"Atracsys\" is not licensed"))
         << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Warning, "PluginLoader",
+                                  "Plugin libAtracsysTrackingSpryTrack.so inactive: init() returned 1, the "
+                                  "plugin stays inactive"))
+        << capture->dump();
+    // Nothing was registered in the first place (the loader would otherwise have removed it).
+    EXPECT_EQ(capture->count(Log::Warning, "PluginLoader",
+                             "Plugin libAtracsysTrackingSpryTrack.so registered factories or conversions "
+                             "although inactive; they were removed"),
+              0u)
+        << capture->dump();
 }
 
 TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnloaded) {
@@ -111,6 +121,11 @@ TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnload
         const PluginRecord* record = loader.find(PluginId);
         ASSERT_NE(record, nullptr) << capture->dump();
         EXPECT_EQ(record->status, PluginStatus::Active) << record->reason;
+        EXPECT_TRUE(capture->contains(Log::Info, "PluginLoader",
+                                      "Loaded plugin Kestrion.AtracsysTrackingSpryTrack from "
+                                      "libAtracsysTrackingSpryTrack.so"))
+            << capture->dump();
+        EXPECT_EQ(capture->count(Log::Info, "Licensing", "Feature \"Atracsys\" is not licensed"), 0u);
 
         const auto algorithms = FactoryRegistry::instance().algorithmsOf(PluginId);
         ASSERT_EQ(algorithms.size(), 1u);
