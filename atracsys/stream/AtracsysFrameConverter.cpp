@@ -35,7 +35,25 @@ std::uint32_t pixelCount(const ftkRawData* raw, std::uint32_t count, std::uint32
     return raw && index < count ? raw[index].pixelsCount : 0u;
 }
 
+template <class T>
+std::uint32_t boundedCount(std::uint32_t count, const ftkVersionSize& size) {
+    if (size.ReservedSize == 0)
+        return count;
+    return std::min<std::uint32_t>(count, size.ReservedSize / sizeof(T));
+}
+
 } // namespace
+
+ftkFrameQuery AtracsysFrameConverter::bounded(const ftkFrameQuery& frame) {
+    ftkFrameQuery result = frame;
+    result.rawDataLeftCount = boundedCount<ftkRawData>(frame.rawDataLeftCount, frame.rawDataLeftVersionSize);
+    result.rawDataRightCount =
+        boundedCount<ftkRawData>(frame.rawDataRightCount, frame.rawDataRightVersionSize);
+    result.threeDFiducialsCount =
+        boundedCount<ftk3DFiducial>(frame.threeDFiducialsCount, frame.threeDFiducialsVersionSize);
+    result.markersCount = boundedCount<ftkMarker>(frame.markersCount, frame.markersVersionSize);
+    return result;
+}
 
 AtracsysFrameConverter::AtracsysFrameConverter(std::uint32_t fiducialsCapacity, std::uint32_t markersCapacity)
     : m_selection(fiducialsCapacity, markersCapacity)

@@ -30,6 +30,11 @@ public:
 
     AtracsysFrameConverter(std::uint32_t fiducialsCapacity, std::uint32_t markersCapacity);
 
+    /// The frame with each container's count cut to what the container's reserved size holds
+    /// (a count is kept as it is when the reserved size is not given), so that nothing after
+    /// reads past the frame's arrays whatever counts the record carries.
+    static ftkFrameQuery bounded(const ftkFrameQuery& frame);
+
     /// Chooses the fiducials of the frame for the mode (nothing for NoFiducials).
     void selectFiducials(const ftkFrameQuery& frame, FiducialQueryMode mode, double maxDistance);
     const AtracsysFiducialSelection& selection() const { return m_selection; }

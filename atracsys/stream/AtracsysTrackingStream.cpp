@@ -172,7 +172,7 @@ bool AtracsysTrackingStream::openImpl() {
     try {
         prepareImageSubstreams();
         return openDevice();
-    } catch (const std::exception&) {
+    } catch (...) {
         KESTRION_LOG_ERROR(Category, "Cannot initialize and connect Atracsys tracking system");
     }
     // Whatever the open got before the exception is given back.
@@ -438,7 +438,8 @@ bool AtracsysTrackingStream::countFailedFetch(ftkError result) {
     return true;
 }
 
-void AtracsysTrackingStream::processFrame(const ftkFrameQuery& frame, Clock::time_point& wakeUp) {
+void AtracsysTrackingStream::processFrame(const ftkFrameQuery& fetched, Clock::time_point& wakeUp) {
+    const ftkFrameQuery frame = AtracsysFrameConverter::bounded(fetched);
     const auto markerStatus = static_cast<std::int8_t>(frame.markersStat);
     bool overflow = false;
     switch (markerStatus) {

@@ -1,4 +1,5 @@
 #include "atracsys/stream/AtracsysFiducialSelection.h"
+#include "atracsys/stream/AtracsysFrameConverter.h"
 
 #include <gtest/gtest.h>
 
@@ -131,4 +132,28 @@ TEST(FiducialSelection, CorrespondencesBeyondTheFrameAreIgnored) {
     s.assignOwners(empty.frame(), true);
     s.selectAll(empty.frame());
     EXPECT_TRUE(s.selected().empty());
+}
+
+TEST(FiducialSelection, CountsBeyondTheReservedSizesAreCut) {
+    HandFrame h;
+    for (int i = 0; i < 3; ++i)
+        h.addFiducial(0, 0, static_cast<float>(500 + i));
+    h.addMarker(1000, {0, 1, 2}, 0, 0, 500);
+    ftkFrameQuery claimed = h.frame();
+    claimed.threeDFiducialsCount = 200; // more than the record holds
+    claimed.threeDFiducialsVersionSize.ReservedSize = 3 * sizeof(ftk3DFiducial);
+    claimed.markersCount = 16;
+    claimed.markersVersionSize.ReservedSize = sizeof(ftkMarker) + sizeof(ftkMarker) / 2;
+    claimed.rawDataLeftCount = 9; // no reserved size given: kept
+
+    const ftkFrameQuery frame = Kestrion::SpryTrack::AtracsysFrameConverter::bounded(claimed);
+    EXPECT_EQ(frame.threeDFiducialsCount, 3u);
+    EXPECT_EQ(frame.markersCount, 1u);
+    EXPECT_EQ(frame.rawDataLeftCount, 9u);
+    EXPECT_EQ(frame.threeDFiducials, claimed.threeDFiducials);
+
+    Kestrion::SpryTrack::AtracsysFrameConverter converter(256, 16);
+    converter.selectFiducials(frame, Kestrion::AtracsysTrackingStreamBase::AllFiducials, 100.0);
+    EXPECT_EQ(converter.selection().selected(), (std::vector<std::uint32_t>{0, 1, 2}));
+    EXPECT_EQ(converter.selection().owner(2), 1000u);
 }
