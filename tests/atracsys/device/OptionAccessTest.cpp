@@ -13,11 +13,7 @@ using namespace Kestrion::TestSupport;
 
 namespace {
 
-constexpr std::uint64_t serial = 0x5354;
-
-std::string sceneWithFaults(const std::string& faults) {
-    return R"({"devices": [{"model": "spryTrack 180", "serial": "0x5354", "faults": [)" + faults + "]}]}";
-}
+constexpr std::uint64_t serial = simulatedSerial;
 
 ftkBuffer bufferOf(const std::string& text) {
     ftkBuffer buffer{};

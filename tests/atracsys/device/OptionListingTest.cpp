@@ -10,11 +10,7 @@ using namespace Kestrion::TestSupport;
 
 namespace {
 
-constexpr std::uint64_t serial = 0x5354;
-
-std::string sceneWithFaults(const std::string& faults) {
-    return R"({"devices": [{"model": "spryTrack 180", "serial": "0x5354", "faults": [)" + faults + "]}]}";
-}
+constexpr std::uint64_t serial = simulatedSerial;
 
 std::string refusedReads(const std::string& option, int count) {
     return R"({"kind": "optionRefusal", "option": ")" + option + R"(", "operation": "get", "count": )" +
@@ -30,6 +26,20 @@ std::string optionLine(const SimulatedCamera& camera, std::uint64_t sn, const st
            " | Read access : 1 | Write access : " + (writable ? "1" : "0");
 }
 
+/// Whether the exact info line `text` was logged without category; the capture is shown if not.
+testing::AssertionResult logged(LogCapture& capture, const std::string& text) {
+    if (capture->contains(Log::Info, "", text))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "no line \"" << text << "\" in\n" << capture->dump();
+}
+
+/// Whether the listing logged the option's line (read from the device `serial`) with `values`.
+testing::AssertionResult listed(LogCapture& capture, const SimulatedCamera& camera, const std::string& name,
+                                const std::string& type, bool writable, const std::string& values,
+                                std::uint64_t sn = serial) {
+    return logged(capture, optionLine(camera, sn, name, type, writable) + values);
+}
+
 } // namespace
 
 TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
@@ -39,18 +49,13 @@ TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     LogCapture capture;
     logAvailableOptions(lib, serial);
 
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Image Integration Time", "FTK_INT32", true) +
-                                      " | Value : 200 | Min : 50 | Max: 10000 | Default : 200"))
-        << capture->dump();
+    EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true,
+                       " | Value : 200 | Min : 50 | Max: 10000 | Default : 200"));
     // Float values keep six significant digits; float bounds are truncated toward zero.
-    EXPECT_TRUE(
-        capture->contains(Log::Info, "",
-                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
-                              " | Value : 2 | Min : 0 | Max: 10 | Default : 2"));
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Sensor temperature", "FTK_FLOAT32", false) +
-                                      " | Value : 25 | Min : -40 | Max: 125 | Default : 25"));
+    EXPECT_TRUE(listed(capture, camera, "Distance matching tolerance", "FTK_FLOAT32", true,
+                       " | Value : 2 | Min : 0 | Max: 10 | Default : 2"));
+    EXPECT_TRUE(listed(capture, camera, "Sensor temperature", "FTK_FLOAT32", false,
+                       " | Value : 25 | Min : -40 | Max: 125 | Default : 25"));
     EXPECT_EQ(capture->size(), reported) << capture->dump();
     for (const LogRecord& record : capture->records()) {
         EXPECT_EQ(record.level, Log::Info);
@@ -63,18 +68,13 @@ TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     ASSERT_TRUE(setOption<float>(lib, serial, options, "Distance matching tolerance", 1.234567f));
     capture->clear();
     logAvailableOptions(lib, serial);
-    EXPECT_TRUE(
-        capture->contains(Log::Info, "",
-                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
-                              " | Value : 1.23457 | Min : 0 | Max: 10 | Default : 2"))
-        << capture->dump();
+    EXPECT_TRUE(listed(capture, camera, "Distance matching tolerance", "FTK_FLOAT32", true,
+                       " | Value : 1.23457 | Min : 0 | Max: 10 | Default : 2"));
 
     // Data options (the library's global ones) show no value.
     capture->clear();
     logAvailableOptions(lib, 0);
-    EXPECT_TRUE(capture->contains(
-        Log::Info, "", optionLine(camera, 0, "Data Directory", "FTK_DATA", true) + " | Value : ---"))
-        << capture->dump();
+    EXPECT_TRUE(listed(capture, camera, "Data Directory", "FTK_DATA", true, " | Value : ---", 0));
 }
 
 TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
@@ -87,22 +87,15 @@ TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
     logAvailableOptions(lib, serial);
 
     // Current value and minimum refused: the integer minimum shows "---", the float one "0".
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Image Integration Time", "FTK_INT32", true) +
-                                      " | Value : -2147483648 | Min : --- | Max: 10000 | Default : 200"))
-        << capture->dump();
-    EXPECT_TRUE(
-        capture->contains(Log::Info, "",
-                          optionLine(camera, serial, "Distance matching tolerance", "FTK_FLOAT32", true) +
-                              " | Value : 1.17549e-38 | Min : 0 | Max: 10 | Default : 2"));
+    EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true,
+                       " | Value : -2147483648 | Min : --- | Max: 10000 | Default : 200"));
+    EXPECT_TRUE(listed(capture, camera, "Distance matching tolerance", "FTK_FLOAT32", true,
+                       " | Value : 1.17549e-38 | Min : 0 | Max: 10 | Default : 2"));
     // Every read refused.
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "User-LED frequency", "FTK_INT32", true) +
-                                      " | Value : -2147483648 | Min : --- | Max: --- | Default : ---"));
-    EXPECT_TRUE(
-        capture->contains(Log::Info, "",
-                          optionLine(camera, serial, "Epipolar matching tolerance", "FTK_FLOAT32", true) +
-                              " | Value : 1.17549e-38 | Min : 0 | Max: 0 | Default : 0"));
+    EXPECT_TRUE(listed(capture, camera, "User-LED frequency", "FTK_INT32", true,
+                       " | Value : -2147483648 | Min : --- | Max: --- | Default : ---"));
+    EXPECT_TRUE(listed(capture, camera, "Epipolar matching tolerance", "FTK_FLOAT32", true,
+                       " | Value : 1.17549e-38 | Min : 0 | Max: 0 | Default : 0"));
 
     EXPECT_EQ(capture->count(Log::Error, "", "Getting option failed"), 4u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip minimum value"), 4u);
@@ -129,37 +122,30 @@ TEST(OptionListing, UnreadableOptionsFractionalBoundsIsolatedFailuresAndMissingT
     logAvailableOptions(lib, serial);
 
     // Float bounds are truncated toward zero: -1.7 shows -1 and 2.9 shows 2; an unread one shows 0.
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Offset", "FTK_FLOAT32", true) +
-                                      " | Value : 1.25 | Min : -1 | Max: 2 | Default : 1"))
-        << capture->dump();
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Gain", "FTK_FLOAT32", true) +
-                                      " | Value : 1.25 | Min : 0 | Max: 2 | Default : 1"));
+    EXPECT_TRUE(listed(capture, camera, "Offset", "FTK_FLOAT32", true,
+                       " | Value : 1.25 | Min : -1 | Max: 2 | Default : 1"));
+    EXPECT_TRUE(listed(capture, camera, "Gain", "FTK_FLOAT32", true,
+                       " | Value : 1.25 | Min : 0 | Max: 2 | Default : 1"));
     // Only the minimum could not be read: the rest of the line is complete.
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  optionLine(camera, serial, "Image Integration Time", "FTK_INT32", true) +
-                                      " | Value : 200 | Min : --- | Max: 10000 | Default : 200"));
+    EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true,
+                       " | Value : 200 | Min : --- | Max: 10000 | Default : 200"));
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip minimum value"), 2u);
     EXPECT_EQ(capture->count(Log::Error, "", "Getting option failed"), 0u);
 
     // An option that cannot be read is listed as reported, without values and without a read.
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  "Option (902) Factory counter | Type : FTK_INT32 | Description : Counter | "
-                                  "Unit:  | Read access : 0 | Write access : 1"));
+    EXPECT_TRUE(logged(capture, "Option (902) Factory counter | Type : FTK_INT32 | Description : Counter | "
+                                "Unit:  | Read access : 0 | Write access : 1"));
 
     // A missing description or unit ends the option's text there; the values still follow.
     EXPECT_TRUE(
-        capture->contains(Log::Info, "",
-                          "Option (" + std::to_string(camera.reportedOption(serial, "Enables IR strobe").id) +
-                              ") Enables IR strobe | Type : FTK_INT32 | Description :  | Value : 1 | Min : "
-                              "0 | Max: 1 | Default : 1"));
+        logged(capture, "Option (" + std::to_string(camera.reportedOption(serial, "Enables IR strobe").id) +
+                            ") Enables IR strobe | Type : FTK_INT32 | Description :  | Value : 1 | Min : "
+                            "0 | Max: 1 | Default : 1"));
     const ReportedOption frequency = camera.reportedOption(serial, "User-LED frequency");
-    EXPECT_TRUE(capture->contains(
-        Log::Info, "",
-        "Option (" + std::to_string(frequency.id) +
-            ") User-LED frequency | Type : FTK_INT32 | Description : " + frequency.description +
-            " | Unit:  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
+    EXPECT_TRUE(logged(
+        capture, "Option (" + std::to_string(frequency.id) +
+                     ") User-LED frequency | Type : FTK_INT32 | Description : " + frequency.description +
+                     " | Unit:  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
     EXPECT_EQ(capture->size(), reported + 2u) << capture->dump();
 }
 
@@ -174,8 +160,7 @@ TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
 
     // An option of an unknown type reads as an integer in its line, then is reported as unknown
     // and logged without values.
-    const std::string strobeLine = optionLine(camera, serial, "Enables IR strobe", "FTK_INT32", true);
-    EXPECT_TRUE(capture->contains(Log::Info, "", strobeLine)) << capture->dump();
+    EXPECT_TRUE(listed(capture, camera, "Enables IR strobe", "FTK_INT32", true, ""));
     EXPECT_EQ(capture->count(Log::Error, "", "Unknown option type"), 1u);
 
     // A missing name ends the option's own text; its values follow.
@@ -184,9 +169,8 @@ TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
         if (!option.hasName)
             unnamedId = option.id;
     ASSERT_NE(unnamedId, 0u);
-    EXPECT_TRUE(capture->contains(Log::Info, "",
-                                  "Option (" + std::to_string(unnamedId) +
-                                      ")  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
+    EXPECT_TRUE(logged(capture, "Option (" + std::to_string(unnamedId) +
+                                    ")  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
     EXPECT_EQ(capture->size(), reported.size() + 1u) << capture->dump();
 
     // The enumeration fails: one line, and nothing is listed.

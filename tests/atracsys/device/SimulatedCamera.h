@@ -11,6 +11,14 @@
 
 namespace Kestrion::TestSupport {
 
+/// The serial of the single spryTrack 180 in sceneWithFaults.
+constexpr std::uint64_t simulatedSerial = 0x5354;
+
+/// A scene holding one spryTrack 180 (serial simulatedSerial) with the given faults.
+inline std::string sceneWithFaults(const std::string& faults) {
+    return R"({"devices": [{"model": "spryTrack 180", "serial": "0x5354", "faults": [)" + faults + "]}]}";
+}
+
 /// An option as the SDK reports it, copied out of the enumeration callback.
 struct ReportedOption {
     std::uint32_t id = 0;
