@@ -116,6 +116,35 @@ TEST(TrackingStreamFaults, SkippedMarkerDataIsNotedAndTheFrameUsed) {
     EXPECT_EQ(stream.currentState(), Stream::State::Open);
 }
 
+TEST(TrackingStreamFaults, AnUnknownMarkerStatusClosesTheStreamAfterItsFrame) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const HeldResources held;
+    {
+        ProbedStream stream;
+        Recorder recorder(stream);
+        ASSERT_TRUE(stream.openWithMarkers());
+
+        // A status the camera does not define (the simulated one never sends it): the frame is
+        // fetched as usual and given that status before it is processed.
+        ftkFrameQuery* record = nullptr;
+        ASSERT_EQ(stream.fetchFrame(record), ftkError::FTK_OK);
+        ftkFrameQuery frame = *record;
+        frame.markersStat = static_cast<ftkQueryStatus>(5);
+        auto wakeUp = Stream::Clock::now();
+        stream.processFrame(frame, wakeUp);
+        EXPECT_EQ(capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Invalid frame status."),
+                  1u)
+            << capture->dump();
+        EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+        ASSERT_EQ(recorder.dataCount(), 1u) << "the frame itself still goes out";
+        EXPECT_TRUE(tracked(stream, "atracsys-1000"));
+    }
+    // The record given up by the report was still read; the stream releases it at the latest
+    // when it goes.
+    held.expectBaseline("stream gone");
+}
+
 TEST(TrackingStreamFaults, MarkerOverflowClosesTheStreamWithoutTrackingData) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;

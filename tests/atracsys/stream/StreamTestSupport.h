@@ -61,6 +61,9 @@ public:
     bool injectFaultAt(std::uint64_t fromNow, const std::string& faultKeys);
     /// One acquisition round; returns how long until the next one.
     std::chrono::milliseconds round();
+    /// The two halves of a round, for frames altered by the test between them.
+    using AtracsysTrackingStream::fetchFrame;
+    using AtracsysTrackingStream::processFrame;
     /// The simulator's truth of the last frame the stream fetched (null when there is none).
     std::unique_ptr<ftkSimFrameTruth> truth();
     std::uint64_t serialNumber();
