@@ -83,6 +83,14 @@ struct FrameSpec {
     bool withFiducials = true;
 };
 
+/// A frame of the marker seen with these fiducials, all else as in FrameSpec.
+FrameSpec view(Points positions, std::vector<double> triangulationErrors) {
+    FrameSpec spec;
+    spec.positions = std::move(positions);
+    spec.triangulationErrors = std::move(triangulationErrors);
+    return spec;
+}
+
 std::shared_ptr<const StreamData> makeFrame(const FrameSpec& spec) {
     TrackingInstrument instrument{TrackerID(spec.instrumentId, "marker"), spec.active};
     instrument.quality = spec.quality;
@@ -119,12 +127,9 @@ protected:
             worker.join();
     }
     // A good view of the true marker, its fiducials delivered in `order`.
-    std::shared_ptr<const StreamData> goodFrame(std::vector<int> order = {2, 0, 3, 1}, double sigma = 0.05) {
-        FrameSpec spec;
-        spec.positions = reordered(observe(truth, randomPose(rng), sigma, rng), order);
-        for (std::size_t i = 0; i < spec.positions.size(); ++i)
-            spec.triangulationErrors.push_back(0.1 + 0.02 * static_cast<double>(i));
-        return makeFrame(spec);
+    std::shared_ptr<const StreamData> goodFrame() {
+        return makeFrame(view(reordered(observe(truth, randomPose(rng), 0.05, rng), {2, 0, 3, 1}),
+                              {0.1, 0.12, 0.14, 0.16}));
     }
     void emit(const std::shared_ptr<const StreamData>& data) { stream.signalStreamData.emitSignal(data); }
 
@@ -156,10 +161,8 @@ TEST_F(GeometryRecording, RecordsEnoughFramesThenRefinesTheGeometry) {
     for (int i = 0; i < 60; ++i) {
         Eigen::Matrix4d pose = base;
         pose(0, 3) += 0.5 * i;
-        FrameSpec spec;
-        spec.positions = reordered(observe(truth, pose, 0.05, rng), {2, 0, 3, 1});
-        spec.triangulationErrors = {0.1, 0.12, 0.14, 0.16};
-        emit(makeFrame(spec));
+        emit(makeFrame(
+            view(reordered(observe(truth, pose, 0.05, rng), {2, 0, 3, 1}), {0.1, 0.12, 0.14, 0.16})));
     }
     finishCompute();
     EXPECT_FALSE(algo.isRecording());
@@ -206,37 +209,28 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
     EXPECT_TRUE(capture->contains(Log::Error, kOptimization,
                                   "TrackingStream does not have valid fiducials raw data."));
 
-    FrameSpec other;
+    FrameSpec other = view({{0, 0, 0}}, {0.1});
     other.instrumentId = "atracsys-1001";
-    other.positions = {{0, 0, 0}};
-    other.triangulationErrors = {0.1};
     emit(makeFrame(other));
     EXPECT_TRUE(
         capture->contains(Log::Error, kOptimization, "atracsys-1300 not found in active instruments."));
 
     // Quality must be above 0.8: exactly 0.8 is refused.
-    FrameSpec poor;
-    poor.positions = observe(truth, randomPose(rng), 0.0, rng);
-    poor.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
+    FrameSpec poor = view(observe(truth, randomPose(rng), 0.0, rng), {0.1, 0.1, 0.1, 0.1});
     poor.quality = 0.8;
     emit(makeFrame(poor));
     EXPECT_EQ(capture->count(Log::Error, kOptimize,
                              "Instrument needs to be visible during recording all the time."),
               1u);
 
-    FrameSpec three;
-    three.positions = {{0, 0, 900}, {50, 0, 900}, {0, 50, 900}};
-    three.triangulationErrors = {0.1, 0.1, 0.1};
-    emit(makeFrame(three));
+    emit(makeFrame(view({{0, 0, 900}, {50, 0, 900}, {0, 50, 900}}, {0.1, 0.1, 0.1})));
     EXPECT_TRUE(capture->contains(Log::Warning, kOptimize,
                                   "Number of fiducial do not match : 3 in the frame, 4 in the geometry"));
     EXPECT_EQ(algo.recording().size(), 0u);
 
     // The first accepted frame fixes the slots; quality just above the limit is enough.
     const Eigen::Matrix4d pose = randomPose(rng);
-    FrameSpec first;
-    first.positions = observe(truth, pose, 0.0, rng);
-    first.triangulationErrors = {0.1, 0.2, 0.1, 100.0};
+    FrameSpec first = view(observe(truth, pose, 0.0, rng), {0.1, 0.2, 0.1, 100.0});
     first.quality = 0.81;
     emit(makeFrame(first));
     ASSERT_EQ(algo.recording().size(), 1u) << capture->dump();
@@ -288,12 +282,8 @@ TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded)
     startCompute(); // 500 frames by default
     EXPECT_EQ(progress.seen().front(), std::make_pair(std::string("Record geometry..."), 500));
     const Eigen::Matrix4d pose = randomPose(rng);
-    for (int i = 0; i < 120; ++i) {
-        FrameSpec spec;
-        spec.positions = observe(truth, pose, 0.05, rng);
-        spec.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
-        emit(makeFrame(spec));
-    }
+    for (int i = 0; i < 120; ++i)
+        emit(makeFrame(view(observe(truth, pose, 0.05, rng), {0.1, 0.1, 0.1, 0.1})));
     EXPECT_TRUE(algo.isRecording());
     // The progress shows the frames recorded so far.
     EXPECT_TRUE(waitFor([this] { return progress.lastDone() == 120; }));
