@@ -18,7 +18,7 @@ using SdkFaults::Fault;
 TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const HeldResources live;
+    const HeldResources held;
     ProbedStream stream;
 
     struct Case {
@@ -38,10 +38,20 @@ TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) 
         EXPECT_EQ(capture->count(Log::Error, StreamCategory, c.message), 1u) << capture->dump();
         EXPECT_EQ(stream.currentState(), Stream::State::Closed);
         EXPECT_FALSE(stream.isInitialized());
-        live.expectBaseline(c.message);
+        held.expectBaseline(c.message);
     }
     // Errors reported through the stream also log the SDK's own text of the failure.
     EXPECT_EQ(capture->countContaining("AtracsysTracking: "), 2u + 2u) << capture->dump();
+
+    // Without a camera the open fails with the device search's own line.
+    constexpr std::uint64_t TrackingSerial = 0x53544b3138307701ull;
+    ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, R"({"kind": "noDevice"})"));
+    EXPECT_FALSE(stream.open());
+    EXPECT_TRUE(capture->contains(Log::Error, "", "AtracsysTracking: No SpryTrack device connected"));
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    EXPECT_FALSE(stream.start()) << "a closed stream does not start";
+    held.expectBaseline("no camera");
+    ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
 
     // Nothing of the failures sticks: the next open works and tracks.
     Recorder recorder(stream);
@@ -51,13 +61,13 @@ TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) 
     ASSERT_EQ(recorder.dataCount(), 1u);
     EXPECT_GT(trackingOf(recorder.lastData())->instrument("atracsys-1000")->quality, 0.9);
     ASSERT_TRUE(stream.close());
-    live.expectBaseline("after the good open");
+    held.expectBaseline("after the good open");
 }
 
 TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgain) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const HeldResources live;
+    const HeldResources held;
     ProbedStream stream;
     ASSERT_TRUE(stream.open());
     ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
@@ -68,7 +78,7 @@ TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgai
     EXPECT_EQ(stream.currentState(), Stream::State::Open);
     EXPECT_TRUE(stream.registry().specialObjects().at(0).second->isOnDevice())
         << "a failed close does not touch the geometries";
-    live.expectBaseline("the handle is given up even so");
+    held.expectBaseline("the handle is given up even so");
 
     // Rounds on the half-closed stream find no device: the stream closes itself.
     stream.round();
@@ -78,13 +88,13 @@ TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgai
     ASSERT_TRUE(stream.start());
     EXPECT_TRUE(stream.registry().specialObjects().at(0).second->isOnDevice());
     ASSERT_TRUE(stream.close());
-    live.expectBaseline("closed");
+    held.expectBaseline("closed");
 }
 
 TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTheStream) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const HeldResources live;
+    const HeldResources held;
     ProbedStream stream;
     Recorder recorder(stream);
     ASSERT_TRUE(stream.open());
@@ -100,7 +110,7 @@ TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTh
         EXPECT_FALSE(SdkFaults::pending());
         EXPECT_EQ(stream.currentState(), Stream::State::Closed);
         EXPECT_EQ(recorder.dataCount(), 1u);
-        live.expectBaseline("closed by the loop");
+        held.expectBaseline("closed by the loop");
         ASSERT_TRUE(stream.open());
     }
     EXPECT_EQ(
@@ -111,13 +121,13 @@ TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTh
     stream.round();
     EXPECT_EQ(recorder.dataCount(), 2u) << "a new open tracks again";
     ASSERT_TRUE(stream.close());
-    live.expectBaseline("closed");
+    held.expectBaseline("closed");
 }
 
 TEST(TrackingStreamDeviceFailures, AnExceptionInARoundClosesTheStream) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
-    const HeldResources live;
+    const HeldResources held;
     ProbedStream stream;
     Recorder recorder(stream);
     ASSERT_TRUE(stream.open());
@@ -134,5 +144,5 @@ TEST(TrackingStreamDeviceFailures, AnExceptionInARoundClosesTheStream) {
         << capture->dump();
     EXPECT_EQ(stream.currentState(), Stream::State::Closed);
     EXPECT_EQ(recorder.dataCount(), 1u);
-    live.expectBaseline("closed by the exception");
+    held.expectBaseline("closed by the exception");
 }
