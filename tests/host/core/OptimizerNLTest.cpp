@@ -69,8 +69,6 @@ double rosenbrock(int, const double* x, double*) {
 
 } // namespace
 
-static_assert(OptimizerNL::LnBobyqa == 34, "the derivative-free method the geometry solve asks for");
-
 TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithAndWithoutGradients) {
     bool sawGradient = false;
     Function f([&](int n, const double* x, double* g) {
