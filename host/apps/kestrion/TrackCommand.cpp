@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -265,9 +266,26 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     }
 
     // Listen to the frames, then start tracking.
+    // Runs on the stream's worker thread (signals are synchronous), so its state needs no lock.
+    // Only the frames whose images will be saved keep them in the queue: the others pass their
+    // tracking data alone, so that the camera images (2 x 2.2 MB a frame) are released at once
+    // and do not pile up while this thread encodes a PNG pair.
     TrackFrameQueue queue;
+    const bool keepImages = images.has_value();
+    const auto imageIntervalMs = static_cast<std::uint64_t>(std::llround(options->imageIntervalS * 1000.0));
     SignalConnection connection = stream->signalStreamData.connect(
-        [&queue](const std::shared_ptr<const StreamData>& data) { queue.push(data); });
+        [&queue, keepImages, imageIntervalMs,
+         nextImageMs = std::uint64_t(0)](const std::shared_ptr<const StreamData>& data) mutable {
+            const auto* compound = dynamic_cast<const CompoundStreamData*>(data.get());
+            if (!compound) {
+                queue.push(data);
+            } else if (keepImages && compound->arrivalTimestamp() >= nextImageMs) {
+                nextImageMs = compound->arrivalTimestamp() + imageIntervalMs;
+                queue.push(data);
+            } else {
+                queue.push(compound->mainData());
+            }
+        });
     StopSignals stopSignals;
     if (!stream->start()) {
         connection.disconnect();
