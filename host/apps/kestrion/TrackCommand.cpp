@@ -85,6 +85,28 @@ private:
     std::shared_ptr<CaptureLogSink> m_sink;
 };
 
+/// Watches for the stream's reports of a run of failed frame fetches. Both the reports and the
+/// frames come from the stream's worker thread, so the count of frames delivered before the last
+/// report tells whether a frame came after it: a camera that stopped for good (unplugged) leaves
+/// a report as the last word, a passing run of failures does not.
+class FetchFailureWatch : public LogSink {
+public:
+    void frameDelivered() { m_frames.fetch_add(1); }
+    void write(const LogRecord& record) override {
+        if (record.level >= Log::Error &&
+            record.message.find("ftkGetLastFrame returned not FTK_OK") != std::string::npos)
+            m_framesAtLastReport.store(m_frames.load() + 1); // 0 stays "no report"
+    }
+    bool cameraStopped() const {
+        const std::uint64_t at = m_framesAtLastReport.load();
+        return at != 0 && at - 1 == m_frames.load();
+    }
+
+private:
+    std::atomic<std::uint64_t> m_frames{0};
+    std::atomic<std::uint64_t> m_framesAtLastReport{0};
+};
+
 /// Why the tracking algorithm is not available, from what the loader recorded.
 std::string pluginProblem(const CommandContext& context) {
     if (const PluginRecord* record = context.plugins().find(PluginId)) {
@@ -182,7 +204,8 @@ std::string TrackCommand::help() const {
            "  --refresh S             seconds between table refreshes (default 1)\n"
            "\n"
            "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
-           "does not load, a camera lost while tracking, or a file that could not be written;\n"
+           "does not load or that the camera refuses, a camera lost while tracking, or a file that\n"
+           "could not be written;\n"
            "2 bad arguments.\n";
 }
 
@@ -216,6 +239,15 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         err << "kestrion track: " << csv.error() << "\n";
         return 1;
     }
+    // Until tracking starts, a failure leaves no recording file behind.
+    struct DiscardUntilStarted {
+        TrackCsvWriter& csv;
+        bool started = false;
+        ~DiscardUntilStarted() {
+            if (!started)
+                csv.discard();
+        }
+    } csvGuard{csv};
     std::optional<TrackImageSaver> images;
     if (!options->imagesFolder.empty()) {
         images.emplace(options->imagesFolder, options->imageIntervalS);
@@ -263,6 +295,11 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             err << "\n";
             return 1;
         }
+        // Loaded but refused by the camera: it would never be tracked.
+        if (hasMessage(errors, "Cannot set geometry loaded from " + target.path + " to tracking system")) {
+            err << "kestrion track: the camera refused the geometry of " << target.path << "\n";
+            return 1;
+        }
     }
 
     // Listen to the frames, then start tracking.
@@ -271,11 +308,14 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     // tracking data alone, so that the camera images (2 x 2.2 MB a frame) are released at once
     // and do not pile up while this thread encodes a PNG pair.
     TrackFrameQueue queue;
+    const auto fetchFailures = std::make_shared<FetchFailureWatch>();
+    Log::addSink(fetchFailures);
     const bool keepImages = images.has_value();
     const auto imageIntervalMs = static_cast<std::uint64_t>(std::llround(options->imageIntervalS * 1000.0));
     SignalConnection connection = stream->signalStreamData.connect(
-        [&queue, keepImages, imageIntervalMs,
+        [&queue, &fetchFailures, keepImages, imageIntervalMs,
          nextImageMs = std::uint64_t(0)](const std::shared_ptr<const StreamData>& data) mutable {
+            fetchFailures->frameDelivered();
             const auto* compound = dynamic_cast<const CompoundStreamData*>(data.get());
             if (!compound) {
                 queue.push(data);
@@ -289,9 +329,11 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     StopSignals stopSignals;
     if (!stream->start()) {
         connection.disconnect();
+        Log::removeSink(fetchFailures);
         err << "kestrion track: tracking could not be started\n";
         return 1;
     }
+    csvGuard.started = true;
     out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
 
     const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);
@@ -369,6 +411,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         std::chrono::duration<double>(std::chrono::steady_clock::now() - startTime).count();
     const bool closed = stream->close();
     algorithm.reset();
+    Log::removeSink(fetchFailures);
     if (!closed) {
         err << "kestrion track: the camera could not be closed properly\n";
         failed = true;
@@ -376,9 +419,13 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     if (cameraLost) {
         err << "kestrion track: the camera stopped delivering frames (stream no longer running)\n";
         failed = true;
+    } else if (fetchFailures->cameraStopped()) {
+        err << "kestrion track: the camera stopped delivering frames (failed fetches since the last frame)\n";
+        failed = true;
     }
     if (csv.isOpen() && !csv.close()) {
-        err << "kestrion track: " << csv.error() << "\n";
+        err << "kestrion track: " << csv.error() << "; " << csv.partialFile()
+            << " holds the rows written so far\n";
         failed = true;
     }
 

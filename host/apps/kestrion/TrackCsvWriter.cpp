@@ -43,7 +43,8 @@ bool TrackCsvWriter::fail(const std::string& what, int errorNumber) {
 bool TrackCsvWriter::open(const std::string& file) {
     m_target = file;
     m_partialFile = file + ".part";
-    m_file = std::fopen(m_partialFile.c_str(), "w");
+    // Exclusive creation: a file of that name that exists is someone else's, never overwritten.
+    m_file = std::fopen(m_partialFile.c_str(), "wx");
     if (!m_file)
         return fail("cannot create " + m_partialFile, errno);
     m_buffer.resize(1 << 20);
@@ -87,6 +88,15 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
         ++m_rows;
     }
     return true;
+}
+
+void TrackCsvWriter::discard() {
+    if (!m_file)
+        return;
+    std::fclose(m_file);
+    m_file = nullptr;
+    if (m_rows == 0)
+        std::remove(m_partialFile.c_str());
 }
 
 bool TrackCsvWriter::close() {

@@ -34,13 +34,16 @@ public:
     TrackCsvWriter(const TrackCsvWriter&) = delete;
     TrackCsvWriter& operator=(const TrackCsvWriter&) = delete;
 
-    /// Creates "<file>.part" and writes the header. False (see error()) on failure.
+    /// Creates "<file>.part" and writes the header. False (see error()) on failure, also when
+    /// "<file>.part" exists already: it is not ours to replace.
     bool open(const std::string& file);
     /// Appends the rows of one frame; false once a write has failed.
     bool write(std::uint64_t frameIndex, const TrackingStreamData& frame, const DeviceFrameInfo* device);
     /// Flushes, syncs and closes the file and gives it its name. False (see error()) on failure
     /// or after a failed write; then "<file>.part" is kept.
     bool close();
+    /// Closes and removes "<file>.part" when nothing was recorded in it (tracking never began).
+    void discard();
 
     bool isOpen() const { return m_file != nullptr; }
     bool failed() const { return !m_error.empty(); }

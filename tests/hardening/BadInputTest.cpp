@@ -1,0 +1,227 @@
+// Everything a user hands to the system that can be wrong: geometry files, workspaces, scenes of
+// the simulated camera, command lines and the contents of the plugin folder. Each is named in a
+// clear message, a process ends with a non-zero status, and no file that existed is changed.
+
+#include "tests/hardening/ProcessRun.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+using namespace Kestrion::HardeningTest;
+
+namespace {
+
+const std::string Corpus = std::string(KESTRION_SOURCE_DIR) + "/tests/fuzz/corpus";
+
+ProcessResult kestrion(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
+                       std::map<std::string, std::string> variables = {}) {
+    variables.emplace("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER);
+    return runProcess(KESTRION_APP, arguments, variables, folder.path());
+}
+
+std::string workspace(const std::string& block) {
+    return "<properties name=\"Workspace\"><properties name=\"Algorithms\">"
+           "<properties name=\"Atracsys.SpryTrackStream\">" +
+           block + "</properties></properties></properties>\n";
+}
+
+} // namespace
+
+// The hand-made broken geometry files of the fuzz corpus, given to `kestrion track`: each is
+// refused by name before any tracking, an existing recording of the same name is kept, and no
+// partial recording is left behind.
+TEST(BadInput, BrokenGeometryFilesAreNamedAndNothingIsWritten) {
+    std::vector<std::string> broken;
+    for (const auto& entry : std::filesystem::directory_iterator(Corpus))
+        if (entry.path().filename().string().rfind("broken-", 0) == 0)
+            broken.push_back(entry.path().string());
+    ASSERT_GE(broken.size(), 10u);
+    for (const std::string& source : broken) {
+        SCOPED_TRACE(source);
+        TemporaryFolder folder;
+        const std::string content = readFile(source);
+        const std::string file = folder.write("marker.ini", content);
+        const std::string csv = folder.write("poses.csv", "earlier recording\n");
+        const ProcessResult r =
+            kestrion(folder, {"track", "--geometry", file, "--csv", csv, "--duration", "1"});
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas("kestrion track: geometry file " + file + " could not be loaded")) << r;
+        EXPECT_FALSE(r.outHas("Tracking ")) << r;
+        EXPECT_EQ(readFile(file), content);
+        EXPECT_EQ(readFile(csv), "earlier recording\n");
+        EXPECT_EQ(folderEntries(folder.path()), (std::vector<std::string>{"marker.ini", "poses.csv"}));
+    }
+}
+
+// Workspaces for `kestrion track --workspace`: missing, not XML, a folder, without the stream,
+// with values of the wrong type, naming a geometry file that is not there.
+TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
+    TemporaryFolder folder;
+    struct Row {
+        const char* name;
+        std::string file;
+        std::string message;
+    };
+    const std::string missing = folder.path("missing.kws");
+    const std::string truncated =
+        folder.write("truncated.kws", "<properties name=\"Workspace\">\n<properties");
+    const std::string notXml = folder.write("notes.kws", "tracking session of Monday\n");
+    const std::string empty = folder.write("empty.kws", "");
+    const std::string noStream = folder.write("other.kws", "<properties name=\"Workspace\"><properties "
+                                                           "name=\"Algorithms\"/></properties>\n");
+    const std::string wrongType = folder.write(
+        "types.kws", workspace("<param name=\"fiducialQueryMode\" type=\"int\">all of them</param>"));
+    const std::string noGeometry =
+        folder.write("markers.kws",
+                     workspace("<properties name=\"TrackingTargets\"><properties name=\"probe\"><param "
+                               "name=\"Path\" type=\"string\">probe.ini</param></properties></properties>"));
+    std::filesystem::create_directory(folder.path("folder.kws"));
+    const Row rows[] = {
+        {"missing", missing, "kestrion track: workspace " + missing + ": "},
+        {"truncated", truncated, "kestrion track: workspace " + truncated + ": " + truncated + ":2"},
+        {"not XML", notXml, "kestrion track: workspace " + notXml + ": " + notXml + ":1"},
+        {"empty", empty, "kestrion track: workspace " + empty + ": "},
+        {"a folder", folder.path("folder.kws"),
+         "kestrion track: workspace " + folder.path("folder.kws") + ": "},
+        {"without the stream", noStream,
+         "kestrion track: workspace " + noStream +
+             ": no Atracsys.SpryTrackStream algorithm in its \"Algorithms\" block"},
+        {"wrong type", wrongType, "kestrion track: workspace " + wrongType + ": "},
+        {"missing geometry", noGeometry,
+         "kestrion track: geometry file " + folder.path("probe.ini") + ": No such file or directory"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string before = readFile(row.file);
+        const ProcessResult r = kestrion(folder, {"track", "--workspace", row.file, "--duration", "1"});
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas(row.message)) << row.message << "\n" << r;
+        EXPECT_FALSE(r.outHas("Tracking ")) << r;
+        EXPECT_EQ(readFile(row.file), before) << "the workspace is left as it was";
+    }
+}
+
+// Scenes of the simulated camera (FTK_SIMULATOR_SCENE) that cannot be loaded: the camera library
+// says which scene and where, and the command fails without tracking.
+TEST(BadInput, BrokenScenesAreNamedWithThePlace) {
+    TemporaryFolder folder;
+    struct Row {
+        const char* name;
+        std::string scene;
+        std::string message;
+    };
+    const std::string truncated = folder.write("truncated.json", "{\"devices\": [{\"model\": ");
+    const std::string wrongType = folder.write("types.json", "{\"seed\": \"forty-two\"}");
+    const std::string unknownKey = folder.write("keys.json", "{\"devices\": [], \"lights\": true}");
+    const std::string badMotion = folder.write(
+        "motion.json", R"({"markers": [{"geometryId": 1000, "fiducials": [[0,0,0],[50,0,0],[0,60,0]],
+                           "motion": {"type": "orbit", "center": [0,0,800], "radiusMM": 100, "periodS": -1}}]})");
+    const Row rows[] = {
+        {"missing", folder.path("missing.json"), "ftkInit: "},
+        {"truncated", truncated, "ftkInit: scene " + truncated + ": not valid JSON: "},
+        {"wrong type", wrongType, "ftkInit: scene " + wrongType + ": seed: must be a non-negative integer"},
+        {"unknown key", unknownKey, "ftkInit: scene " + unknownKey + ": lights: unknown key"},
+        {"bad motion", badMotion,
+         "ftkInit: scene " + badMotion + ": markers[0].motion.periodS: must be positive"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ProcessResult r =
+            kestrion(folder, {"track", "--duration", "1"}, {{"FTK_SIMULATOR_SCENE", row.scene}});
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas(row.message)) << row.message << "\n" << r;
+        EXPECT_TRUE(r.errHas("kestrion track: the camera could not be opened")) << r;
+        EXPECT_FALSE(r.outHas("Tracking ")) << r;
+    }
+}
+
+// Command lines of `kestrion track` that cannot be right: status 2, the option and the value
+// named, nothing started and no file made.
+TEST(BadInput, TrackCommandLinesAreExplained) {
+    TemporaryFolder folder;
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"--duration", "nan"}, "--duration takes a positive number of seconds, not 'nan'"},
+        {{"--duration", "inf"}, "--duration takes a positive number of seconds, not 'inf'"},
+        {{"--duration", "-1"}, "--duration takes a positive number of seconds, not '-1'"},
+        {{"--duration", "1s"}, "--duration takes a positive number of seconds, not '1s'"},
+        {{"--refresh", "0"}, "--refresh takes a positive number of seconds, not '0'"},
+        {{"--frames", "-5"}, "--frames takes a positive number of frames, not '-5'"},
+        {{"--frames", "1e3"}, "--frames takes a positive number of frames, not '1e3'"},
+        {{"--frames", "99999999999999999999999"},
+         "--frames takes a positive number of frames, not '99999999999999999999999'"},
+        {{"--integration-time", "0"}, "--integration-time takes microseconds from 1 to 1000000, not '0'"},
+        {{"--fiducials", "ALL"}, "--fiducials takes none, marker, vicinity or all, not 'ALL'"},
+        {{"--geometry"}, "option --geometry needs a value"},
+        {{"--csv", ""}, "option --csv needs a value"},
+        {{"--csv", "a.csv", "extra"}, "unexpected argument 'extra'"},
+        {{"-x"}, "unknown option '-x'"},
+    };
+    for (const auto& [arguments, message] : rows) {
+        std::vector<std::string> command{"track"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const ProcessResult r = kestrion(folder, command);
+        EXPECT_EQ(r.exitCode, 2) << r;
+        EXPECT_EQ(r.err, "kestrion track: " + message + " (see kestrion track --help)\n") << r;
+        EXPECT_EQ(r.out, "") << r;
+    }
+    EXPECT_TRUE(folderEntries(folder.path()).empty());
+}
+
+// Command lines of the desktop host that cannot be right: status 2 and the usage, before any
+// window is shown.
+TEST(BadInput, DesktopCommandLinesAreExplained) {
+    TemporaryFolder folder;
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"--after", "soon", "--screenshot", "shot.png"},
+         "kestrion-gui: --after needs a number of milliseconds, not \"soon\""},
+        {{"--workspace"}, "kestrion-gui: --workspace needs a value"},
+        {{"--screenshot"}, "kestrion-gui: --screenshot needs a value"},
+        {{"--plugin-path"}, "kestrion-gui: --plugin-path needs a value"},
+        {{"--fullscreen"}, "kestrion-gui: unknown argument \"--fullscreen\""},
+    };
+    for (const auto& [arguments, message] : rows) {
+        const ProcessResult r =
+            runProcess(KESTRION_GUI_APP, arguments, {{"QT_QPA_PLATFORM", "offscreen"}}, folder.path());
+        EXPECT_EQ(r.exitCode, 2) << r;
+        EXPECT_TRUE(r.errHas(message)) << message << "\n" << r;
+        EXPECT_TRUE(r.errHas("Usage: kestrion-gui")) << r;
+    }
+    EXPECT_TRUE(folderEntries(folder.path()).empty()) << "no screenshot taken";
+}
+
+// A plugin folder holding more than plugins: a text file, a file named like a library that is
+// not one, and a real library without the plugin entry points. Each is reported by file with its
+// reason; the tracking plugin beside them still loads and tracks; the folder is left as it was.
+TEST(BadInput, ForeignFilesInThePluginFolderAreReportedAndSkipped) {
+    TemporaryFolder folder;
+    const std::string plugins = folder.path("plugins");
+    std::filesystem::create_directory(plugins);
+    for (const auto& entry : std::filesystem::directory_iterator(KESTRION_PLUGIN_FOLDER))
+        std::filesystem::copy(entry.path(), plugins + "/" + entry.path().filename().string());
+    folder.write("plugins/README.txt", "plugins of the navigation host\n");
+    folder.write("plugins/libAtracsysBroken.so", "not a library\n");
+    std::filesystem::copy_file(CAMERA_LIBRARY, plugins + "/libCamera.so");
+    const std::vector<std::string> before = folderEntries(plugins);
+
+    const std::string notALibrary =
+        "Plugin libAtracsysBroken.so skipped: not a loadable library: " + plugins +
+        "/libAtracsysBroken.so: file too short";
+    const std::string noDescriptor =
+        "Plugin libCamera.so skipped: no plugin descriptor (symbol kestrionPluginDescriptor not found)";
+    ProcessResult r = kestrion(folder, {"plugins"}, {{"KESTRION_PLUGIN_PATH", plugins}});
+    EXPECT_EQ(r.exitCode, 0) << "the listing itself worked" << r;
+    EXPECT_TRUE(r.outHas("Summary: 1 active, 0 inactive, 2 failed")) << r;
+    EXPECT_TRUE(r.errHas("[ERROR] PluginLoader: " + notALibrary)) << r;
+    EXPECT_TRUE(r.errHas("[ERROR] PluginLoader: " + noDescriptor)) << r;
+    EXPECT_FALSE(r.outHas("README.txt")) << "only libraries are plugins" << r;
+
+    r = kestrion(folder, {"track", "--frames", "20"}, {{"KESTRION_PLUGIN_PATH", plugins}});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.outHas("Summary: 20 frames received")) << r;
+    EXPECT_TRUE(r.errHas(notALibrary)) << r;
+    EXPECT_TRUE(r.errHas(noDescriptor)) << r;
+    EXPECT_EQ(folderEntries(plugins), before);
+    EXPECT_EQ(readFile(plugins + "/libAtracsysBroken.so"), "not a library\n");
+}

@@ -1,0 +1,274 @@
+// Every fault the simulated camera can inject, hit while the tracking stream runs on its own
+// worker thread: the line reported, the state the stream is left in, whether tracking comes back,
+// and that closing gives back every library handle and frame record the stream took.
+
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+using Kestrion::SpryTrack::AtracsysTrackingStream;
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingStream";
+constexpr std::uint64_t TrackingSerial = 0x53544b3138307701ull;
+const std::string NoDevice = "AtracsysTracking: No SpryTrack device connected";
+
+struct Expected {
+    int level;
+    std::string category;
+    std::string text;
+};
+
+/// What the simulator holds: handles and frame records not given back yet.
+struct LiveCounts {
+    std::size_t libraries = ftkSimLiveLibraries();
+    std::size_t frames = ftkSimLiveFrames();
+    bool operator==(const LiveCounts& other) const {
+        return libraries == other.libraries && frames == other.frames;
+    }
+};
+
+std::ostream& operator<<(std::ostream& s, const LiveCounts& c) {
+    return s << c.libraries << " libraries, " << c.frames << " frames";
+}
+
+bool tracked(AtracsysTrackingStream& stream, const std::string& id) {
+    auto instrument = stream.registry().find(id);
+    return instrument && instrument->quality > 0.0;
+}
+
+/// Opens with both scene markers, starts, and waits until both are tracked.
+void startTracking(ProbedStream& stream, Recorder& recorder) {
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+    ASSERT_TRUE(stream.start());
+    ASSERT_TRUE(waitUntil([&] {
+        return recorder.dataCount() > 2 && tracked(stream, "atracsys-1000") &&
+               tracked(stream, "atracsys-1001");
+    }));
+}
+
+} // namespace
+
+// Faults of the frame fetch. Runs of failures and single bad frames leave the stream running and
+// tracking resumes by itself; frames the stream cannot use close it, and a new open tracks again;
+// a camera that is gone stays gone until it is plugged back in (a new scene), then opens again.
+TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
+    enum class After { Resumes, Closes, WaitsForCamera };
+    struct Row {
+        const char* name;
+        const char* fault;
+        Expected line;
+        After after;
+    };
+    const Row rows[] = {
+        {"run of failed fetches",
+         R"({"kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 53})",
+         {Log::Error, Category,
+          "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [30 ] for 53 times in a row!"},
+         After::Resumes},
+        {"internal error",
+         R"({"kind": "internalError"})",
+         {Log::Error, Category, "AtracsysTrackingStream: Internal system error, report to Atracsys."},
+         After::Resumes},
+        {"skipped marker data",
+         R"({"kind": "skipped", "count": 3})",
+         {Log::Debug, Category, "QS WAR SKIPPED"},
+         After::Resumes},
+        {"marker overflow",
+         R"({"kind": "markerOverflow", "count": 1})",
+         {Log::Error, Category, "AtracsysTrackingStream: Marker overflow!"},
+         After::Closes},
+        {"invalid reserved size",
+         R"({"kind": "invalidReservedSize", "count": 1})",
+         {Log::Error, Category, "AtracsysTrackingStream: Invalid reserved marker size."},
+         After::Closes},
+        {"disconnection",
+         R"({"kind": "disconnection"})",
+         {Log::Error, Category,
+          "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [50 ] for 51 times in a row!"},
+         After::WaitsForCamera},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        SceneGuard scene("tracking.json");
+        TestSupport::LogCapture capture;
+        const LiveCounts baseline;
+        {
+            ProbedStream stream;
+            Recorder recorder(stream);
+            startTracking(stream, recorder);
+            ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, row.fault));
+            ASSERT_TRUE(waitUntil([&] {
+                return capture->count(row.line.level, row.line.category, row.line.text) > 0;
+            })) << capture->dump();
+
+            switch (row.after) {
+            case After::Resumes: {
+                EXPECT_EQ(stream.currentState(), Stream::State::Running);
+                const std::size_t seen = recorder.dataCount();
+                EXPECT_TRUE(waitUntil([&] {
+                    return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1000");
+                })) << "tracking comes back without a new open";
+                break;
+            }
+            case After::Closes:
+                EXPECT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
+                EXPECT_EQ(LiveCounts(), baseline) << "the stream closed itself and gave everything back";
+                break;
+            case After::WaitsForCamera:
+                EXPECT_EQ(stream.currentState(), Stream::State::Running);
+                EXPECT_FALSE(tracked(stream, "atracsys-1000")) << "instruments show untracked";
+                break;
+            }
+            ASSERT_TRUE(stream.close());
+            EXPECT_EQ(LiveCounts(), baseline);
+
+            if (row.after == After::WaitsForCamera) {
+                EXPECT_FALSE(stream.open());
+                EXPECT_TRUE(capture->contains(Log::Error, "", NoDevice));
+                EXPECT_EQ(LiveCounts(), baseline) << "a failed open keeps nothing";
+                ASSERT_TRUE(ftkSimLoadSceneFile(dataFile("tracking.json").c_str())) << "plugged back in";
+            }
+            // A new open tracks again, with the instruments that were loaded.
+            const std::size_t seen = recorder.dataCount();
+            ASSERT_TRUE(stream.open());
+            ASSERT_TRUE(stream.start());
+            EXPECT_TRUE(waitUntil(
+                [&] { return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1001"); }));
+            ASSERT_TRUE(stream.close());
+        }
+        EXPECT_EQ(LiveCounts(), baseline);
+    }
+}
+
+// Refusals of the device while tracking: the one operation fails with its line, everything else
+// keeps running and the refused operation works once the device accepts it again.
+TEST(StreamFaultMatrix, DeviceRefusalsWhileRunning) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const LiveCounts baseline;
+    {
+        ProbedStream stream;
+        Recorder recorder(stream);
+        startTracking(stream, recorder);
+
+        // A geometry the device rejects: the instrument exists but is never tracked.
+        ASSERT_TRUE(stream.removeGeometry("atracsys-1001"));
+        ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "geometryId": 1001})"));
+        EXPECT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+        EXPECT_EQ(capture->count(Log::Error, Category,
+                                 "Cannot set geometry loaded from " + dataFile("geometry1001.ini") +
+                                     " to tracking system"),
+                  1u)
+            << capture->dump();
+        std::size_t seen = recorder.dataCount();
+        ASSERT_TRUE(recorder.waitForData(seen + 5));
+        EXPECT_FALSE(tracked(stream, "atracsys-1001"));
+        EXPECT_TRUE(tracked(stream, "atracsys-1000")) << "the other marker goes on";
+        EXPECT_EQ(stream.currentState(), Stream::State::Running);
+
+        // A removal the device refuses keeps the instrument.
+        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+        ASSERT_TRUE(
+            ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "operation": "clear"})"));
+        EXPECT_FALSE(stream.removeGeometry("atracsys-1000"));
+        EXPECT_TRUE(capture->contains(
+            Log::Warning, Category,
+            "AtracsysTracking: Cannot remove geometry with id atracsys-1000 from tracking system"));
+        EXPECT_TRUE(stream.registry().find("atracsys-1000"));
+        seen = recorder.dataCount();
+        EXPECT_TRUE(
+            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
+
+        // A refused integration time keeps the device's value.
+        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+        const int before = stream.imageIntegrationTime();
+        ASSERT_GT(before, 0);
+        ASSERT_TRUE(ftkSimInjectFault(TrackingSerial,
+                                      R"({"kind": "optionRefusal", "option": "Image Integration Time"})"));
+        stream.setImageIntegrationTime(before + 100);
+        EXPECT_EQ(stream.imageIntegrationTime(), before);
+        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+        stream.setImageIntegrationTime(before + 100);
+        EXPECT_EQ(stream.imageIntegrationTime(), before + 100);
+
+        // Once accepted again, the stopped and restarted stream puts the refused geometry on the device.
+        ASSERT_TRUE(stream.stop());
+        ASSERT_TRUE(stream.start());
+        seen = recorder.dataCount();
+        EXPECT_TRUE(
+            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1001"); }));
+        EXPECT_EQ(stream.currentState(), Stream::State::Running);
+        ASSERT_TRUE(stream.close());
+        EXPECT_EQ(LiveCounts(), baseline);
+    }
+    EXPECT_EQ(LiveCounts(), baseline);
+}
+
+// Faults met when the stream opens (again): the open fails or goes on with its line, and neither
+// way keeps a handle or a frame record it does not use.
+TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
+    struct Row {
+        const char* name;
+        const char* fault;
+        bool opens;
+        Expected line;
+    };
+    const Row rows[] = {
+        {"no device", R"({"kind": "noDevice"})", false, {Log::Error, "", NoDevice}},
+        {"failed enumeration",
+         R"({"kind": "enumerationStatus", "reportDevices": false})",
+         false,
+         {Log::Error, "", NoDevice}},
+        {"option table not read",
+         R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})",
+         true,
+         {Log::Error, "", "Enumerating option failed"}},
+        {"options refused",
+         R"({"kind": "optionRefusal"})",
+         true,
+         {Log::Error, Category, "Onboard processing could not be disabled."}},
+        {"nameless option",
+         R"({"kind": "malformedOption", "option": "Distance matching tolerance", "malformation": "nullName"})",
+         true,
+         {Log::Error, "AtracsysHelpers",
+          "Failed to set value - option < Distance matching tolerance > not available"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        SceneGuard scene("tracking.json");
+        TestSupport::LogCapture capture;
+        const LiveCounts baseline;
+        {
+            ProbedStream stream;
+            Recorder recorder(stream);
+            startTracking(stream, recorder);
+            ASSERT_TRUE(stream.close());
+            ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, row.fault));
+            EXPECT_EQ(stream.open(), row.opens);
+            EXPECT_TRUE(capture->contains(row.line.level, row.line.category, row.line.text))
+                << capture->dump();
+            if (row.opens) {
+                const std::size_t seen = recorder.dataCount();
+                ASSERT_TRUE(stream.start());
+                EXPECT_TRUE(waitUntil(
+                    [&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
+                ASSERT_TRUE(stream.close());
+            } else {
+                EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+                EXPECT_EQ(LiveCounts(), baseline);
+                ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+                ASSERT_TRUE(stream.open()) << "the camera answers again";
+                ASSERT_TRUE(stream.close());
+            }
+        }
+        EXPECT_EQ(LiveCounts(), baseline);
+    }
+}

@@ -1,0 +1,72 @@
+// `kestrion track --csv` when the recording cannot be made or the disk fills up: the file named
+// by the user keeps what it held until a complete recording replaces it, and a file the command
+// did not create is never replaced.
+
+#include "tests/hardening/ProcessRun.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+using namespace Kestrion::HardeningTest;
+
+namespace {
+
+ProcessResult track(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
+                    const std::string& shellPrefix = "") {
+    std::string command = shellPrefix + "exec '" + std::string(KESTRION_APP) + "' track";
+    for (const auto& argument : arguments)
+        command += " '" + argument + "'";
+    return runProcess("/bin/sh", {"-c", command}, {{"KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER}},
+                      folder.path());
+}
+
+} // namespace
+
+TEST(TrackRecording, FailedRecordingsKeepEveryExistingFile) {
+    TemporaryFolder folder;
+    const std::string csv = folder.path("poses.csv");
+    const std::string earlier = "frame,earlier recording\n0,kept\n";
+
+    // Somebody's file has the name of the partial recording: it is not replaced.
+    folder.write("poses.csv.part", "notes that happen to end in .part\n");
+    ProcessResult r = track(folder, {"--csv", csv, "--frames", "5"});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(
+        r.errHas("kestrion track: CSV file " + csv + ": cannot create " + csv + ".part: File exists\n"))
+        << r;
+    EXPECT_FALSE(r.outHas("Tracking ")) << "nothing started" << r;
+    EXPECT_EQ(readFile(csv + ".part"), "notes that happen to end in .part\n");
+    EXPECT_FALSE(std::filesystem::exists(csv));
+    std::filesystem::remove(csv + ".part");
+
+    // A folder that cannot exist: its parent is a file (refused for root too).
+    const std::string impossible = folder.write("notes.txt", "n\n") + "/poses.csv";
+    r = track(folder, {"--csv", impossible, "--frames", "5"});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("kestrion track: CSV file " + impossible + ": cannot create " + impossible +
+                         ".part: Not a directory\n"))
+        << r;
+
+    // The disk fills up during the recording (a file size limit, which holds for root too): the
+    // earlier recording under that name stays whole, the rows written so far are in the ".part".
+    folder.write("poses.csv", earlier);
+    r = track(folder, {"--csv", csv, "--frames", "300"}, "trap '' XFSZ; ulimit -f 64; ");
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("kestrion track: CSV file " + csv + ": write failed after ")) << r;
+    EXPECT_TRUE(r.errHas(": File too large; " + csv + ".part holds the rows written so far\n")) << r;
+    EXPECT_FALSE(r.outHas("Recorded ")) << r;
+    EXPECT_EQ(readFile(csv), earlier);
+    const std::string partial = readFile(csv + ".part");
+    EXPECT_EQ(partial.rfind("frame,device_counter,", 0), 0u);
+    EXPECT_LE(partial.size(), 64u * 1024u);
+
+    // With room, a complete recording replaces the earlier one.
+    std::filesystem::remove(csv + ".part");
+    r = track(folder, {"--csv", csv, "--frames", "5"});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.outHas("Recorded 10 rows to " + csv)) << r;
+    EXPECT_EQ(readFile(csv).rfind("frame,device_counter,", 0), 0u);
+    EXPECT_EQ(folderEntries(folder.path()), (std::vector<std::string>{"notes.txt", "poses.csv"}));
+}
