@@ -295,11 +295,6 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             err << "\n";
             return 1;
         }
-        // Loaded but refused by the camera: it would never be tracked.
-        if (hasMessage(errors, "Cannot set geometry loaded from " + target.path + " to tracking system")) {
-            err << "kestrion track: the camera refused the geometry of " << target.path << "\n";
-            return 1;
-        }
     }
 
     // Listen to the frames, then start tracking.
@@ -327,10 +322,26 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             }
         });
     StopSignals stopSignals;
-    if (!stream->start()) {
+    bool started = false;
+    {
+        LogCollector collector; // the start puts the geometries on the camera and logs refusals
+        started = stream->start();
+        errors = collector.errors();
+    }
+    // A geometry the camera refused would never be tracked.
+    std::string refused;
+    for (const auto& target : configuration->targets)
+        if (refused.empty() &&
+            hasMessage(errors, "Cannot set geometry loaded from " + target.path + " to tracking system"))
+            refused = target.path;
+    if (!started || !refused.empty()) {
         connection.disconnect();
         Log::removeSink(fetchFailures);
-        err << "kestrion track: tracking could not be started\n";
+        stream->close();
+        if (started)
+            err << "kestrion track: the camera refused the geometry of " << refused << "\n";
+        else
+            err << "kestrion track: tracking could not be started\n";
         return 1;
     }
     csvGuard.started = true;
