@@ -1,8 +1,6 @@
 #include "host/core/OptimizerNL.h"
-#include "host/core/Math.h"
 #include "tests/support/LogCapture.h"
 
-#include <Eigen/Geometry>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,7 +8,6 @@
 #include <functional>
 #include <limits>
 #include <new>
-#include <random>
 #include <stdexcept>
 
 using namespace Kestrion;
@@ -251,70 +248,4 @@ TEST(OptimizerNL, EvaluationsAllocateNothingAndTraceNamedParametersOnlyWhenVerbo
     EXPECT_EQ(capture->countContaining("OptimizerNL: evaluation "), 3u);
     EXPECT_EQ(capture->countContaining("finished ("), 1u);
     EXPECT_EQ(capture->countContaining("MAXEVAL_REACHED) after 3 evaluations, value "), 1u);
-}
-
-// The geometry refinement's use: a marker's fiducials as 3N parameters in hundredths of a millimetre,
-// the cost being the summed RMS of rigid fits of noisy recorded frames onto the candidate, with the
-// settings that refinement constructs the optimiser with.
-TEST(OptimizerNL, RefinesAMarkerShapeFromNoisyFramesWithTheGeometrySettings) {
-    const std::vector<Eigen::Vector3d> truth = {{0, 0, 0}, {52, 3, 0}, {8, 71, 2}, {-35, 40, 12}};
-    std::mt19937 rng(7);
-    std::normal_distribution<double> noise(0.0, 0.08);
-    std::uniform_real_distribution<double> angle(-0.5, 0.5);
-    std::vector<std::vector<Eigen::Vector3d>> frames;
-    for (int f = 0; f < 30; ++f) {
-        const Eigen::Matrix3d r =
-            Eigen::AngleAxisd(angle(rng), Eigen::Vector3d(1, 1, 0).normalized()).toRotationMatrix();
-        std::vector<Eigen::Vector3d> frame;
-        for (const auto& p : truth)
-            frame.push_back(100.0 * (r * p + Eigen::Vector3d(10, -20, 900 + f) +
-                                     Eigen::Vector3d(noise(rng), noise(rng), noise(rng))));
-        frames.push_back(frame);
-    }
-    const std::vector<double> weights(4, 1.0);
-    std::vector<Eigen::Vector3d> candidate(4);
-    long fitAllocations = 0;
-    Function cost([&](int n, const double* x, double*) {
-        for (int i = 0; i < n / 3; ++i)
-            candidate[static_cast<std::size_t>(i)] = Eigen::Vector3d(x[3 * i], x[3 * i + 1], x[3 * i + 2]);
-        allocations = 0;
-        double sum = 0.0;
-        for (const auto& frame : frames) {
-            double rms = 0.0;
-            if (Math::fitRigidTransform(frame, candidate, weights, &rms))
-                sum += rms;
-        }
-        fitAllocations = std::max(fitAllocations, allocations);
-        return 0.001 * sum;
-    });
-
-    const auto shapeError = [&](const std::vector<Eigen::Vector3d>& points) {
-        double rms = 0.0;
-        std::vector<Eigen::Vector3d> mm;
-        for (const auto& p : points)
-            mm.push_back(p / 100.0);
-        EXPECT_TRUE(Math::fitRigidTransform(mm, truth, &rms).has_value());
-        return rms;
-    };
-
-    OptimizerNL optimizer(12, 34, nullptr, {}, 5e-05, true, 1.0, 0, 1);
-    optimizer.setCostFunction(&cost);
-    optimizer.setMaxEvaluationsEnabled(true);
-    optimizer.setMaxEvaluations(1000);
-    std::vector<double> x;
-    for (const auto& p : frames[0])
-        x.insert(x.end(), {p.x(), p.y(), p.z()});
-    const double before = shapeError(frames[0]);
-    countAllocations = true;
-    const int ok = optimizer.optimize(x);
-    countAllocations = false;
-    ASSERT_EQ(ok, 1);
-    EXPECT_EQ(fitAllocations, 0); // the rigid fits allocate nothing either
-    EXPECT_LE(optimizer.evaluations(), 1000);
-    std::vector<Eigen::Vector3d> result;
-    for (int i = 0; i < 4; ++i)
-        result.emplace_back(x[3 * i], x[3 * i + 1], x[3 * i + 2]);
-    const double after = shapeError(result);
-    EXPECT_LT(after, 0.5 * before) << "before " << before << " mm, after " << after << " mm";
-    EXPECT_LT(after, 0.05);
 }
