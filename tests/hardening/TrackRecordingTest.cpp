@@ -70,3 +70,28 @@ TEST(TrackRecording, FailedRecordingsKeepEveryExistingFile) {
     EXPECT_EQ(readFile(csv).rfind("frame,device_counter,", 0), 0u);
     EXPECT_EQ(folderEntries(folder.path()), (std::vector<std::string>{"notes.txt", "poses.csv"}));
 }
+
+TEST(TrackRecording, CameraImagesNeverReplaceOrTruncateAFile) {
+    TemporaryFolder folder;
+    const std::string images = folder.path("images");
+
+    // A folder with the images of an earlier run: refused before tracking, nothing replaced.
+    folder.write("images/frame-12-left.png", "earlier image");
+    ProcessResult r = track(folder, {"--images", images, "--frames", "5"});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(
+        r.errHas("kestrion track: image folder " + images +
+                 ": holds images of an earlier run (frame-12-left.png); choose an empty or new folder\n"))
+        << r;
+    EXPECT_FALSE(r.outHas("Tracking ")) << r;
+    EXPECT_EQ(folderEntries(images), (std::vector<std::string>{"frame-12-left.png"}));
+    EXPECT_EQ(readFile(images + "/frame-12-left.png"), "earlier image");
+
+    // The disk fills up while an image is written: the saving stops, no partial image is left.
+    std::filesystem::remove_all(images);
+    r = track(folder, {"--images", images, "--frames", "30"}, "trap '' XFSZ; ulimit -f 16; ");
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("kestrion track: image " + images + "/frame-")) << r;
+    EXPECT_TRUE(r.errHas("; no more images are saved\n")) << r;
+    EXPECT_TRUE(folderEntries(images).empty()) << "no truncated or temporary image";
+}

@@ -12,6 +12,8 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QImageWriter>
+#include <QSaveFile>
+#include <QStringList>
 #include <QVector>
 
 #include <algorithm>
@@ -98,6 +100,14 @@ bool TrackImageSaver::prepare() {
         m_error = "image folder " + m_folder + ": not a writable folder";
         return false;
     }
+    // Images of an earlier run would be replaced by frames with the same counters.
+    const QStringList earlier =
+        QDir(folder).entryList({"frame-*-left.png", "frame-*-right.png"}, QDir::Files, QDir::Name);
+    if (!earlier.isEmpty()) {
+        m_error = "image folder " + m_folder + ": holds images of an earlier run (" +
+                  earlier.front().toStdString() + "); choose an empty or new folder";
+        return false;
+    }
     return true;
 }
 
@@ -141,12 +151,21 @@ bool TrackImageSaver::offer(const CompoundStreamData& frame, std::uint64_t frame
         const QString file = QDir(QString::fromStdString(m_folder))
                                  .filePath(QString("frame-%1-%2.png").arg(number).arg(sides[side]));
         const QImage picture = annotated(*cameras[side].first->image()->image(), cameras[side].second);
-        QImageWriter writer(file, "png");
+        // Written to a temporary file renamed when complete: a failed write leaves no partial image.
+        QSaveFile output(file);
+        QImageWriter writer(&output, "png");
         writer.setQuality(85); // light compression: camera noise compresses poorly anyway
-        if (picture.isNull() || !writer.write(picture)) {
-            m_error = "image " + file.toStdString() + ": " +
-                      (picture.isNull() ? std::string("the camera image is empty")
-                                        : writer.errorString().toStdString());
+        std::string reason;
+        if (picture.isNull())
+            reason = "the camera image is empty";
+        else if (!output.open(QIODevice::WriteOnly))
+            reason = output.errorString().toStdString();
+        else if (!writer.write(picture))
+            reason = writer.errorString().toStdString();
+        else if (!output.commit())
+            reason = output.errorString().toStdString();
+        if (!reason.empty()) {
+            m_error = "image " + file.toStdString() + ": " + reason;
             return false;
         }
     }

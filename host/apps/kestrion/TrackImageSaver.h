@@ -19,7 +19,8 @@ class TrackImageSaver {
 public:
     TrackImageSaver(std::string folder, double intervalS);
 
-    /// Creates the folder when needed and checks that it is writable. False (see error()).
+    /// Creates the folder when needed and checks that it is writable and holds no images of an
+    /// earlier run, which would be replaced. False (see error()).
     bool prepare();
     /// Saves the images of the frame when the interval since the last saved pair has passed and
     /// the frame has both images. False once saving failed.
