@@ -103,6 +103,58 @@ TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
     }
 }
 
+// The same kinds of broken workspace opened by `kestrion run` and by the desktop host: both say
+// which file and why, end with status 1 and leave the file as it was. A marker file that is not
+// there does not stop the workspace from loading, but the run reports it and fails.
+TEST(BadInput, BrokenWorkspacesInTheHosts) {
+    TemporaryFolder folder;
+    struct Row {
+        const char* name;
+        std::string file;
+        std::string reason;
+    };
+    const std::string truncated =
+        folder.write("truncated.kws", "<properties name=\"Workspace\">\n<properties");
+    const std::string wrongType = folder.write(
+        "types.kws", workspace("<param name=\"fiducialQueryMode\" type=\"int\">all of them</param>"));
+    std::filesystem::create_directory(folder.path("folder.kws"));
+    const Row rows[] = {
+        {"truncated", truncated, truncated + ":2:11: Premature end of document."},
+        {"wrong type", wrongType,
+         wrongType + ":1:165: value 'all of them' of parameter 'fiducialQueryMode' is not a valid int"},
+        {"a folder", folder.path("folder.kws"), "not a file"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string before = readFile(row.file);
+        const std::string line =
+            "[ERROR] Workspace: Cannot load workspace " + row.file + ": " + row.reason + "\n";
+        ProcessResult r = kestrion(folder, {"run", row.file});
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas(line)) << line << r;
+        EXPECT_TRUE(r.outHas("Not loaded")) << r;
+        r = runProcess(KESTRION_GUI_APP,
+                       {"--workspace", row.file, "--screenshot", folder.path("shot.png"), "--after", "0"},
+                       {{"QT_QPA_PLATFORM", "offscreen"}, {"KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER}},
+                       folder.path());
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas(line)) << line << r;
+        EXPECT_EQ(readFile(row.file), before);
+    }
+
+    const std::string markers =
+        folder.write("markers.kws",
+                     workspace("<properties name=\"TrackingTargets\"><properties name=\"probe\"><param "
+                               "name=\"Path\" type=\"string\">probe.ini</param></properties></properties>"));
+    const ProcessResult r = kestrion(folder, {"run", markers});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("[ERROR] AtracsysTrackingStream: Cannot load geometry from file " +
+                         folder.path("probe.ini")))
+        << r;
+    EXPECT_TRUE(r.errHas("kestrion run: 1 error(s) logged while computing the workspace " + markers + "\n"))
+        << r;
+}
+
 // Scenes of the simulated camera (FTK_SIMULATOR_SCENE) that cannot be loaded: the camera library
 // says which scene and where, and the command fails without tracking.
 TEST(BadInput, BrokenScenesAreNamedWithThePlace) {

@@ -2,11 +2,32 @@
 
 #include "host/apps/kestrion/CommandContext.h"
 #include "host/core/Log.h"
+#include "host/core/LogSink.h"
 #include "host/lib/Workspace.h"
 
+#include <atomic>
+#include <memory>
 #include <ostream>
 
 namespace Kestrion::Cli {
+
+namespace {
+
+/// Counts the errors logged while it is installed, from any thread (algorithms may log from
+/// their workers).
+class ErrorCounter : public LogSink {
+public:
+    void write(const LogRecord& record) override {
+        if (record.level >= Log::Error)
+            m_errors.fetch_add(1);
+    }
+    std::size_t errors() const { return m_errors.load(); }
+
+private:
+    std::atomic<std::size_t> m_errors{0};
+};
+
+} // namespace
 
 std::string RunCommand::summary() const {
     return "load a workspace (.kws) and compute its algorithms";
@@ -18,7 +39,8 @@ std::string RunCommand::help() const {
            "Loads the plugins, reads the workspace file, applies the workspace conversions, then\n"
            "creates, configures and computes each algorithm of its \"Algorithms\" block in order.\n"
            "Prints the outcome of each algorithm; problems are logged on stderr.\n"
-           "Exits with 1 when the workspace cannot be read or an algorithm is unknown or fails.\n";
+           "Exits with 1 when the workspace cannot be read, an algorithm is unknown or fails, or an\n"
+           "error is logged while computing (a marker file that cannot be read, for instance).\n";
 }
 
 int RunCommand::run(CommandContext& context, const std::vector<std::string>& arguments) {
@@ -33,7 +55,10 @@ int RunCommand::run(CommandContext& context, const std::vector<std::string>& arg
     std::ostream& out = context.out();
     const std::string& file = arguments.front();
     Workspace workspace;
+    const auto errorCounter = std::make_shared<ErrorCounter>();
+    Log::addSink(errorCounter);
     const Workspace::LoadReport report = workspace.load(file);
+    Log::removeSink(errorCounter);
     out << "Workspace " << file << "\n";
     for (const auto& conversion : report.conversions)
         out << "  converted: " << conversion << "\n";
@@ -52,6 +77,11 @@ int RunCommand::run(CommandContext& context, const std::vector<std::string>& arg
     }
     out << "Summary: " << report.computed << " of " << workspace.algorithms().size()
         << " algorithms computed\n";
+    if (report.ok() && errorCounter->errors() > 0) {
+        context.err() << "kestrion run: " << errorCounter->errors()
+                      << " error(s) logged while computing the workspace " << file << "\n";
+        return 1;
+    }
     return report.ok() ? 0 : 1;
 }
 
