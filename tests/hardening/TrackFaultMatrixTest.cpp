@@ -97,8 +97,8 @@ TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
     }
 }
 
-// Faults that keep the camera from being used or from tracking a marker: no camera, a refused
-// enumeration, refused options, a refused geometry.
+// Faults that keep the camera from being used, from tracking a marker or from taking a setting:
+// no camera, a refused enumeration, refused options, a refused geometry.
 TEST(TrackFaultMatrix, DeviceFaultsAtStart) {
     struct Row {
         const char* name;
@@ -118,7 +118,10 @@ TEST(TrackFaultMatrix, DeviceFaultsAtStart) {
          0},
         {"option table not read",
          R"([{"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"}])",
-         {"[ERROR] Enumerating option failed"},
+         {"[ERROR] Enumerating option failed",
+          // without the option table the integration time cannot be found
+          "kestrion track: the camera did not take the integration time of 300 us; it uses an unknown "
+          "value\n"},
          0},
         {"refused geometry",
          R"([{"kind": "geometryRefusal", "geometryId": 1001}])",
@@ -126,14 +129,26 @@ TEST(TrackFaultMatrix, DeviceFaultsAtStart) {
           "tracking system",
           "kestrion track: the camera refused the geometry of :/markers/geometry1001.ini\n"},
          1},
+        {"integration time refused",
+         R"([{"kind": "optionRefusal", "option": "Image Integration Time"}])",
+         {"kestrion track: the camera did not take the integration time of 300 us; it uses 200 us\n"},
+         0},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         TemporaryFolder folder;
-        const ProcessResult r = track(folder, sceneWithFaults(folder, row.faults), {"--duration", "2"});
+        const ProcessResult r = track(folder, sceneWithFaults(folder, row.faults),
+                                      {"--duration", "2", "--integration-time", "300"});
         EXPECT_EQ(r.exitCode, row.exitCode) << r;
         for (const auto& line : row.lines)
             EXPECT_TRUE(r.errHas(line)) << line << "\n" << r;
         EXPECT_EQ(r.outHas("Summary: "), row.exitCode == 0) << r;
+        bool refusesIntegrationTime = false;
+        for (const auto& line : row.lines)
+            refusesIntegrationTime =
+                refusesIntegrationTime || line.find("integration time") != std::string::npos;
+        if (row.exitCode == 0) {
+            EXPECT_EQ(r.errHas("integration time"), refusesIntegrationTime) << r;
+        }
     }
 }

@@ -8,6 +8,7 @@
 #include "host/apps/kestrion/TrackOptions.h"
 #include "host/apps/kestrion/TrackStatistics.h"
 #include "host/core/CaptureLogSink.h"
+#include "host/core/Configurable.h"
 #include "host/core/Log.h"
 #include "host/core/Time.h"
 #include "host/lib/FactoryRegistry.h"
@@ -345,6 +346,18 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         return 1;
     }
     csvGuard.started = true;
+    if (options->integrationTimeUS) {
+        // The start applies it; the camera may refuse or clamp it. While open, the stream's
+        // configuration holds the camera's own value.
+        Properties live;
+        if (const auto* configurable = dynamic_cast<const Configurable*>(stream))
+            configurable->configuration(&live);
+        const int used = live.param("imageIntegrationTime", -1);
+        if (used != *options->integrationTimeUS)
+            err << "kestrion track: the camera did not take the integration time of "
+                << *options->integrationTimeUS << " us; it uses "
+                << (used > 0 ? std::to_string(used) + " us" : std::string("an unknown value")) << "\n";
+    }
     out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
 
     const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);
