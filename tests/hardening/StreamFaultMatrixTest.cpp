@@ -227,6 +227,15 @@ TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
          R"({"kind": "enumerationStatus", "reportDevices": false})",
          false,
          {Log::Error, "", NoDevice}},
+        {"enumeration error with the device reported",
+         R"({"kind": "enumerationStatus", "code": "FTK_ERR_INTERNAL"})",
+         true,
+         {Log::Error, "",
+          "AtracsysTracking: <ftkError>\n<errors><error code=\"4\" name=\"FTK_ERR_INTERNAL\">Device "
+          "enumeration "
+          "reported a problem (simulated fault)</error></errors>\n<warnings></warnings>\n<messages>1 "
+          "failures and "
+          "warnings reported</messages>\n</ftkError>"}},
         {"option table not read",
          R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})",
          true,

@@ -73,6 +73,10 @@ TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
          "[ERROR] AtracsysTrackingStream: AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but "
          "[50 ] for 51 times in a row!",
          1},
+        {"disconnection at a time", R"([{"kind": "disconnection", "atTimeS": 1.0}])",
+         "[ERROR] AtracsysTrackingStream: AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but "
+         "[50 ] for 51 times in a row!",
+         1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
