@@ -214,6 +214,21 @@ TEST_F(TrackingControllerTest, ControlsFollowTheStreamThroughOpenStartStopAndClo
     EXPECT_EQ(capture->count(Log::Warning, Category, "AtracsysTracking: Instruments empty!"), 1u);
 
     {
+        startButton()->click();
+        ASSERT_EQ(stream->currentState(), State::Running);
+        StateLatch stopping(*stream, State::Stopping);
+        std::future<bool> stopped = stream->stopAsync();
+        ASSERT_TRUE(stopping.waitReached());
+        controller.updateGUI();
+        EXPECT_EQ(startButton()->text(), "Stopping...");
+        EXPECT_TRUE(startButton()->isEnabled());
+        stopping.release();
+        EXPECT_TRUE(stopped.get());
+        controller.updateGUI();
+        EXPECT_EQ(startButton()->text(), "Start");
+    }
+
+    {
         StateLatch closing(*stream, State::Closing);
         connectionButton()->click();
         ASSERT_TRUE(closing.waitReached());

@@ -97,6 +97,8 @@ TEST_F(RendererTest, OwnsTwoViewsOfTheDisplayForItsLifetime) {
     display.addView2D(); // a view of someone else stays
     {
         AtracsysRenderer renderer(stream, display);
+        EXPECT_STREQ(renderer.metaObject()->className(), "Kestrion::AtracsysRenderer");
+        EXPECT_EQ(GuiTest::ownMethods(renderer), std::vector<std::string>{"updateAnnotations()"});
         ASSERT_EQ(display.viewCount(), 3);
         for (std::size_t camera = 0; camera < 2; ++camera) {
             const auto& view = renderer.cameraView(camera);

@@ -145,6 +145,30 @@ TEST(TrackingStreamLifecycle, OnlySpryTrackModelsGetTheirFixedOptions) {
     ASSERT_TRUE(stream.close());
 }
 
+TEST(TrackingStreamLifecycle, ASpryTrack300IsNamedUnknownAndKeepsTheCamerasOwnOptions) {
+    // The name table stops at the spryTrack 180: the newer model is "UNKNOWN", so the fixed options
+    // meant for the spryTrack family are not written to it and it is left as it comes.
+    SceneGuard scene("sprytrack300.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+    stream.setQueryImages(true);
+    ASSERT_TRUE(stream.open());
+    EXPECT_TRUE(capture->contains(Log::Info, "", "AtracsysTracking: Detected UNKNOWN, SN 0x53544b3330307705"))
+        << capture->dump();
+    EXPECT_EQ(capture->countContaining("Onboard processing"), 0u);
+    EXPECT_EQ(capture->countContaining("on the SpryTrack"), 0u);
+    EXPECT_EQ(stream.intOption(6000), std::optional<int>(0));
+    EXPECT_EQ(stream.intOption(6003), std::optional<int>(0));
+    ASSERT_TRUE(stream.start());
+    Recorder recorder(stream);
+    ASSERT_TRUE(waitUntil([&] {
+        auto tracking = trackingOf(recorder.lastData());
+        return tracking && tracking->instrument("atracsys-1000")->quality > 0.9;
+    }));
+    ASSERT_TRUE(stream.close());
+}
+
 TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
