@@ -45,13 +45,11 @@ std::string named(int type) {
 } // namespace
 
 TEST(DeviceDiscovery, TypesAreNamedAndTheCallbacksFillTheRecord) {
-    EXPECT_EQ(describe(DeviceData{}), "0/0/");
-    EXPECT_EQ(named(0), "fTk simulator");
-    EXPECT_EQ(named(2), "fTk 500");
-    EXPECT_EQ(named(3), "fTk 250");
-    EXPECT_EQ(named(4), "sTk 180");
-    for (int type : {1, 5, 126, 127, -1})
-        EXPECT_EQ(named(type), "UNKNOWN") << type;
+    const std::pair<int, const char*> names[] = {{0, "fTk simulator"}, {2, "fTk 500"}, {3, "fTk 250"},
+                                                 {4, "sTk 180"},       {1, "UNKNOWN"}, {5, "UNKNOWN"},
+                                                 {127, "UNKNOWN"},     {-1, "UNKNOWN"}};
+    for (const auto& [type, name] : names)
+        EXPECT_EQ(named(type), name) << type;
 
     LogCapture capture;
     DeviceData device;
@@ -123,9 +121,6 @@ TEST(DeviceDiscovery, TheSimulatorDeviceIsAcceptedOrRefusedByTheCallbackChosen) 
     EXPECT_TRUE(
         capture->contains(Log::Info, "", "AtracsysTracking: Detected UNKNOWN, SN 0x000000000000feed"));
     EXPECT_EQ(capture->size(), 2u) << capture->dump();
-    capture->clear();
-    EXPECT_EQ(describe(retrieveLastDevice(camera.lib(), false, true)), "65261/127/UNKNOWN");
-    EXPECT_EQ(capture->size(), 1u) << capture->dump();
 }
 
 TEST(DeviceDiscovery, EnumerationWarningsAndErrorsAreLoggedWithTheSdkText) {
@@ -182,20 +177,4 @@ TEST(DeviceDiscovery, CheckErrorAndLogReportsTheSdkTextOrAnUnusableHandle) {
     checkErrorAndLog(stale);
     EXPECT_EQ(capture->count(Log::Error, "", noHandle), 2u) << capture->dump();
     EXPECT_EQ(capture->size(), 2u);
-}
-
-TEST(DeviceDiscovery, DeviceLinesPassTheGlobalLevelAndTheEmptyCategoryFilter) {
-    SimulatedCamera camera(scene({{"simulator", "0x42"}}));
-    {
-        LogCapture capture(Log::Warning); // the detection line is dropped, errors stay
-        EXPECT_EQ(retrieveLastDevice(camera.lib(), false, false).serialNumber, 0x42u);
-        EXPECT_TRUE(capture->contains(Log::Error, "", simulatorRefused));
-        EXPECT_EQ(capture->size(), 1u) << capture->dump();
-    }
-    LogCapture capture;
-    Log::setCategoryLevel("", Log::Fatal);
-    retrieveLastDevice(camera.lib(), false, false);
-    checkErrorAndLog(nullptr);
-    Log::clearCategoryLevels();
-    EXPECT_EQ(capture->size(), 0u) << capture->dump();
 }

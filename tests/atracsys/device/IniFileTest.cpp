@@ -4,7 +4,6 @@
 
 #include <QTemporaryDir>
 
-#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -33,20 +32,14 @@ std::string readFile(const std::string& path) {
 
 TEST(IniFileParse, LineFeedAndCarriageReturnLineFeedGiveTheSameModel) {
     const Sections expected{{"geometry", {{"count", "4"}, {"id", "55"}}}, {"fiducial0", {{"x", "1.5"}}}};
-
-    IniFile lf;
-    EXPECT_TRUE(parseText(lf, "[geometry]\ncount=4\nid=55\n[fiducial0]\nx=1.5\n"));
-    EXPECT_EQ(lf.sections, expected);
-
-    IniFile crlf;
-    EXPECT_TRUE(parseText(crlf, "[geometry]\r\ncount=4\r\nid=55\r\n[fiducial0]\r\nx=1.5\r\n"));
-    EXPECT_EQ(crlf.sections, expected);
-
-    // Without a final line feed the last line is still read.
-    IniFile unterminated;
-    EXPECT_TRUE(parseText(unterminated, "[geometry]\ncount=4\nid=55\n[fiducial0]\nx=1.5"));
-    EXPECT_EQ(unterminated.sections, expected);
-    EXPECT_EQ(unterminated.currentSection, "fiducial0");
+    // The last text has no final line feed: its last line is still read.
+    for (const char* text : {"[geometry]\ncount=4\nid=55\n[fiducial0]\nx=1.5\n",
+                             "[geometry]\r\ncount=4\r\nid=55\r\n[fiducial0]\r\nx=1.5\r\n",
+                             "[geometry]\ncount=4\nid=55\n[fiducial0]\nx=1.5"}) {
+        IniFile ini;
+        EXPECT_TRUE(parseText(ini, text)) << text;
+        EXPECT_EQ(ini.sections, expected) << text;
+    }
 
     // Carriage returns are dropped anywhere in a line, not only before the line feed.
     IniFile inside;
@@ -97,9 +90,6 @@ TEST(IniFileParse, ReplacesThePreviousModelAndStopsAtTheFirstMalformedLine) {
     // A bad last line without terminator also fails.
     EXPECT_FALSE(parseText(ini, "[s]\na=1\nword"));
     EXPECT_EQ(ini.sections, (Sections{{"s", {{"a", "1"}}}}));
-
-    // A plain word inside a section is malformed too.
-    EXPECT_FALSE(parseText(ini, "[s]\nword\n"));
 }
 
 TEST(IniFileParse, SectionHeadersKeepTheirTextAndWinOverKeyLines) {
@@ -145,68 +135,35 @@ TEST(IniFileParse, CommentsAndBlankLinesAreRecognisedOnlyOutsideKeyLines) {
     // Before the first header the same line is a comment.
     EXPECT_TRUE(parseText(ini, "; a=b\n[s]\n"));
     EXPECT_EQ(ini.sections, (Sections{{"s", {}}}));
-
-    // parseLine trims a comment or blank line in place and accepts it.
-    std::string line = " \t; note \r\n";
-    EXPECT_NE(ini.parseLine(line), 0);
-    EXPECT_EQ(line, "; note");
-    std::string blank = " \t ";
-    EXPECT_NE(ini.parseLine(blank), 0);
-    EXPECT_EQ(blank, "");
-}
-
-TEST(IniFileFindEol, FindsTheFirstLineFeedOrNulWithinTheSize) {
-    IniFile ini;
-    char eol = 'x';
-    char text[] = "ab\ncd";
-    EXPECT_EQ(ini.findEOL(eol, text, 5), 2u);
-    EXPECT_EQ(eol, '\n');
-
-    char withNul[] = {'a', '\0', '\n'};
-    EXPECT_EQ(ini.findEOL(eol, withNul, 3), 1u);
-    EXPECT_EQ(eol, '\0');
-
-    // Not found within the size, or no size at all: all bits set, eolChar untouched.
-    eol = 'x';
-    EXPECT_EQ(ini.findEOL(eol, text, 2), static_cast<std::size_t>(-1));
-    EXPECT_EQ(ini.findEOL(eol, text, 0), static_cast<std::size_t>(-1));
-    EXPECT_EQ(eol, 'x');
 }
 
 TEST(IniFileWrite, ToBufferWritesSortedTextThatParsesBackToTheSameModel) {
+    // The text in a new buffer; its size counts the final NUL.
+    const auto written = [](IniFile& ini, std::size_t expectedSize) {
+        char* raw = nullptr;
+        std::size_t size = 0;
+        EXPECT_TRUE(ini.toBuffer(&raw, size));
+        std::unique_ptr<char[]> buffer(raw);
+        EXPECT_EQ(size, expectedSize);
+        return raw && raw[size - 1] == '\0' ? std::string(raw, size - 1) : std::string("not terminated");
+    };
     IniFile ini;
     ASSERT_TRUE(parseText(ini, "[geometry]\r\nid=7\r\ncount=1\r\n[fiducial0]\r\nz=3\r\nx=1\r\ny= 2\r\n"));
-
-    char* raw = nullptr;
-    std::size_t size = 0;
-    ASSERT_TRUE(ini.toBuffer(&raw, size));
-    std::unique_ptr<char[]> buffer(raw);
     const std::string expected = "[fiducial0]\nx=1\ny= 2\nz=3\n[geometry]\ncount=1\nid=7\n";
-    EXPECT_EQ(size, expected.size() + 1);
-    EXPECT_EQ(std::string(buffer.get()), expected);
-    EXPECT_EQ(buffer[size - 1], '\0');
-
+    std::string text = written(ini, expected.size() + 1);
+    EXPECT_EQ(text, expected);
     IniFile back;
-    EXPECT_TRUE(back.parse(buffer.get(), size));
+    EXPECT_TRUE(parseText(back, text));
     EXPECT_EQ(back.sections, ini.sections);
 
-    // Long lines are written whole.
+    // Long lines are written whole; an empty model is a lone NUL.
     IniFile longLine;
     longLine.sections["s"]["k"] = std::string(5000, 'v');
-    char* rawLong = nullptr;
-    ASSERT_TRUE(longLine.toBuffer(&rawLong, size));
-    std::unique_ptr<char[]> longBuffer(rawLong);
-    EXPECT_EQ(size, 5000u + 8u); // "[s]\n" "k=" value "\n" NUL
-    EXPECT_EQ(std::string(longBuffer.get()), "[s]\nk=" + std::string(5000, 'v') + "\n");
-
-    // An empty model is a lone NUL; without an output pointer nothing is written.
+    EXPECT_EQ(written(longLine, 5000u + 8u), "[s]\nk=" + std::string(5000, 'v') + "\n");
     IniFile empty;
-    char* rawEmpty = nullptr;
-    ASSERT_TRUE(empty.toBuffer(&rawEmpty, size));
-    std::unique_ptr<char[]> emptyBuffer(rawEmpty);
-    EXPECT_EQ(size, 1u);
-    EXPECT_EQ(emptyBuffer[0], '\0');
-    size = 99;
+    EXPECT_EQ(written(empty, 1u), "");
+    // Without an output pointer nothing is written.
+    std::size_t size = 99;
     EXPECT_FALSE(empty.toBuffer(nullptr, size));
     EXPECT_EQ(size, 99u);
 }
@@ -225,12 +182,5 @@ TEST(IniFileWrite, SaveWritesTheSortedTextAndFailsOnAnUnopenablePath) {
     ini.sections.erase("b");
     ASSERT_TRUE(ini.save(path));
     EXPECT_EQ(readFile(path), "[a]\nj=0\nk=1\n[empty]\n");
-
-    IniFile back;
-    std::string text = readFile(path);
-    ASSERT_TRUE(back.parse(text.data(), text.size()));
-    EXPECT_EQ(back.sections, ini.sections);
-
     EXPECT_FALSE(ini.save(dir.filePath("missing/folder/marker.ini").toStdString()));
-    EXPECT_FALSE(ini.save(""));
 }
