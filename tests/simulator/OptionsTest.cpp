@@ -29,30 +29,13 @@ TEST(Options, ASpryTrackOffersARealisticOptionTable) {
         EXPECT_EQ(o.global, 0u) << o.name;
         byName[o.name] = o;
     }
-    const std::pair<const char*, uint8> expected[] = {
-        {"Image Integration Time", 0}, {"Image Compression Threshold", 0}, {"Enable embedded processing", 0},
-        {"Enable images sending", 0},  {"Enables IR strobe", 0},           {"Enables the user-LED", 0},
-        {"User-LED red component", 0}, {"User-LED green component", 0},    {"User-LED blue component", 0},
-        {"User-LED frequency", 0},     {"Counter of lost frames", 0},      {"Distance matching tolerance", 1},
-    };
-    for (const auto& [name, type] : expected) {
-        ASSERT_EQ(byName.count(name), 1u) << name;
-        EXPECT_EQ(byName[name].type, type) << name;
-        EXPECT_EQ(byName[name].read, 1u) << name;
-    }
-    EXPECT_EQ(byName["Image Integration Time"].unit, "us");
-    EXPECT_EQ(byName["Distance matching tolerance"].unit, "mm");
-    EXPECT_EQ(byName["Counter of lost frames"].write, 0u);
     EXPECT_EQ(byName["Enable images sending"].id, 6003u);
-    EXPECT_EQ(ids.count(6000), 1u);
+    EXPECT_EQ(ids.count(6000), 1u) << "the USB model's processing switch";
 
     const std::vector<OptionInfo> globals = enumerateOptions(camera.lib, 0, &status);
     EXPECT_EQ(status, ftkError::FTK_OK);
     ASSERT_EQ(globals.size(), 1u);
-    EXPECT_EQ(globals[0].name, "Data Directory");
-    EXPECT_EQ(globals[0].type, 3);
     EXPECT_EQ(globals[0].global, 1u);
-    EXPECT_EQ(globals[0].component, ftkComponent::FTK_LIBRARY);
 }
 
 TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
@@ -147,33 +130,22 @@ TEST(Options, LostFrameCounterCountsFramesThatNoFetchPickedUp) {
     EXPECT_EQ(value, 5);
 }
 
-TEST(Options, SceneSettingsGiveInitialValuesAndBadOnesAreRefused) {
-    SceneGuard scene(
-        R"({"devices": [{"serial": 5, "options": {"Image Integration Time": 420, "2003": 1.5}}]})");
-    Camera camera;
-    int32 value = 0;
-    float tolerance = 0.f;
-    ASSERT_EQ(ftkGetInt32(camera.lib, 5, camera.option("Image Integration Time"), &value,
-                          ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_OK);
-    EXPECT_EQ(value, 420);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 2003, &tolerance, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(tolerance, 1.5f);
-
-    EXPECT_FALSE(ftkSimLoadScene(R"({"devices": [{"options": {"Image Integration Time": 99999}}]})"));
-    EXPECT_NE(controlError().find("devices[0].options: option \"Image Integration Time\""), std::string::npos)
-        << controlError();
-    EXPECT_FALSE(ftkSimLoadScene(R"({"devices": [{"options": {"No Such Option": 1}}]})"));
-    EXPECT_NE(controlError().find("has no option \"No Such Option\""), std::string::npos) << controlError();
-}
-
-TEST(Options, ExtraSceneOptionsAreOfferedWithTheirBoundsAndAccess) {
+TEST(Options, SceneOptionsGiveInitialValuesBoundsAndAccessAndBadOnesAreRefused) {
     SceneGuard scene(R"({"devices": [{"serial": 5, "extraOptions": [
         {"id": 900, "name": "Gain", "type": "float", "min": 0.5, "max": 2.9, "default": 1.25, "unit": "x"},
         {"id": 901, "name": "Factory counter", "min": -5, "max": 5, "read": false},
         {"id": 902, "name": "Calibration", "type": "data", "default": "abc", "write": false}],
-        "options": {"Gain": 2.5}}]})");
+        "options": {"Gain": 2.5, "Image Integration Time": 420, "2003": 1.5}}]})");
     Camera camera;
+    int32 value = 0;
+    ASSERT_EQ(ftkGetInt32(camera.lib, 5, camera.option("Image Integration Time"), &value,
+                          ftkOptionGetter::FTK_VALUE),
+              ftkError::FTK_OK);
+    EXPECT_EQ(value, 420);
+    float number = 0.f;
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 2003, &number, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(number, 1.5f) << "an option named by its id";
+
     const std::vector<OptionInfo> options = enumerateOptions(camera.lib, 5);
     ASSERT_GE(options.size(), 3u);
     // Offered after the model's own options, in scene order.
@@ -190,21 +162,19 @@ TEST(Options, ExtraSceneOptionsAreOfferedWithTheirBoundsAndAccess) {
     EXPECT_EQ(calibration.type, 3);
     EXPECT_EQ(calibration.write, 0u);
 
-    float bound = 0.f;
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(bound, 2.9f);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(bound, 0.5f);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_DEF_VAL), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(bound, 1.25f);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(bound, 2.5f) << "the scene's initial value";
+    const std::pair<ftkOptionGetter, float> gainValues[] = {{ftkOptionGetter::FTK_MAX_VAL, 2.9f},
+                                                            {ftkOptionGetter::FTK_MIN_VAL, 0.5f},
+                                                            {ftkOptionGetter::FTK_DEF_VAL, 1.25f},
+                                                            {ftkOptionGetter::FTK_VALUE, 2.5f}};
+    for (const auto& [getter, expected] : gainValues) {
+        ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &number, getter), ftkError::FTK_OK);
+        EXPECT_FLOAT_EQ(number, expected) << "getter " << int(getter);
+    }
     EXPECT_EQ(ftkSetFloat32(camera.lib, 5, 900, 3.f), ftkError::FTK_WAR_OPT_VAL_RANGE);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &bound, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(bound, 2.9f);
+    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &number, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
+    EXPECT_FLOAT_EQ(number, 2.9f);
 
     // Listed but not readable: every read is refused, writes work.
-    int32 value = 0;
     for (const ftkOptionGetter what : {ftkOptionGetter::FTK_MIN_VAL, ftkOptionGetter::FTK_VALUE}) {
         EXPECT_EQ(ftkGetInt32(camera.lib, 5, 901, &value, what), ftkError::FTK_ERR_INV_OPT_ACC);
     }
@@ -216,24 +186,23 @@ TEST(Options, ExtraSceneOptionsAreOfferedWithTheirBoundsAndAccess) {
     EXPECT_EQ(ftkSetData(camera.lib, 5, 902, &buffer), ftkError::FTK_ERR_INV_OPT_ACC);
 
     const std::pair<const char*, const char*> refused[] = {
-        {R"({"id": 16, "name": "Twice"})",
+        {R"("options": {"Image Integration Time": 99999})",
+         "devices[0].options: option \"Image Integration Time\""},
+        {R"("options": {"No Such Option": 1})", "has no option \"No Such Option\""},
+        {R"("extraOptions": [{"id": 16, "name": "Twice"}])",
          "devices[0].extraOptions[0].id: the device already has an option 16"},
-        {R"({"id": 900, "name": "A", "min": 0.5, "max": 3})",
+        {R"("extraOptions": [{"id": 900, "name": "A", "min": 0.5, "max": 3}])",
          "devices[0].extraOptions[0]: the bounds and default of an int option must be 32-bit whole numbers"},
-        {R"({"id": 900, "name": "A", "type": "float", "min": 1, "max": 2, "default": 3})",
+        {R"("extraOptions": [{"id": 900, "name": "A", "type": "float", "min": 1, "max": 2, "default": 3}])",
          "devices[0].extraOptions[0]: needs min <= default <= max"},
-        {R"({"id": 900, "name": "A", "type": "double"})",
+        {R"("extraOptions": [{"id": 900, "name": "A", "type": "double"}])",
          "devices[0].extraOptions[0].type: must be \"int\", \"float\" or \"data\""},
-        {R"({"id": 900})", "devices[0].extraOptions[0].name: must be a string"},
+        {R"("extraOptions": [{"id": 900}])", "devices[0].extraOptions[0].name: must be a string"},
+        {R"("extraOptions": [{"id": 900, "name": "A"}, {"id": 900, "name": "B"}])",
+         "extraOptions[1].id: the device already has an option 900"},
     };
-    for (const auto& [option, reason] : refused) {
-        EXPECT_FALSE(
-            ftkSimLoadScene((R"({"devices": [{"extraOptions": [)" + std::string(option) + "]}]}").c_str()));
+    for (const auto& [device, reason] : refused) {
+        EXPECT_FALSE(ftkSimLoadScene((R"({"devices": [{)" + std::string(device) + "}]}").c_str()));
         EXPECT_NE(controlError().find(reason), std::string::npos) << controlError();
     }
-    EXPECT_FALSE(ftkSimLoadScene(
-        R"({"devices": [{"extraOptions": [{"id": 900, "name": "A"}, {"id": 900, "name": "B"}]}]})"));
-    EXPECT_NE(controlError().find("extraOptions[1].id: the device already has an option 900"),
-              std::string::npos)
-        << controlError();
 }
