@@ -1,9 +1,7 @@
-// The plugin's algorithm factory, its stream-creating algorithm on the simulated camera, and the
+// The plugin's classes linked in: panel factory, stream algorithm on the simulated camera, and the
 // workspace conversion of older stream names.
-
 #include "atracsys/gui/AtracsysTrackingController.h"
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
-#include "atracsys/plugin/AtracsysAlgorithmFactory.h"
 #include "atracsys/plugin/AtracsysControllerFactory.h"
 #include "atracsys/plugin/AtracsysPlugin.h"
 #include "atracsys/plugin/AtracsysStreamAlgorithm.h"
@@ -85,29 +83,9 @@ TEST(PluginConversion, RenamesEveryOldStreamNameExactlyAndOnlyOnce) {
     EXPECT_EQ(noAlgorithms.subProperty("Algorithms"), nullptr); // not created
 }
 
-TEST(PluginFactory, OffersTheStreamAlgorithmForNoInputOnly) {
-    AtracsysAlgorithmFactory factory;
-    EXPECT_EQ(factory.prefix(), "Atracsys");
-    EXPECT_TRUE(factory.listed());
-    ASSERT_EQ(factory.algorithms().size(), 1u);
-    EXPECT_EQ(factory.identifier("SpryTrackStream"), "Atracsys.SpryTrackStream");
-    EXPECT_EQ(factory.algorithms()[0].guiPath, "IO;Atracsys Tracking;SpryTrack");
-    EXPECT_TRUE(factory.compatibleAlgorithms(DataList{}) == std::vector<std::string>{"SpryTrackStream"});
-    EXPECT_TRUE(factory.compatibleAlgorithms(DataList{std::make_shared<Data>("input")}).empty());
-
-    std::unique_ptr<Algorithm> algorithm = factory.create("SpryTrackStream");
-    auto* streamAlgorithm = dynamic_cast<AtracsysStreamAlgorithm*>(algorithm.get());
-    ASSERT_NE(streamAlgorithm, nullptr);
-    EXPECT_EQ(streamAlgorithm->stream(), nullptr); // nothing is created before compute()
-    EXPECT_FALSE(streamAlgorithm->openOnCreate());
-    EXPECT_FALSE(streamAlgorithm->startOnCreate());
-}
-
 TEST(PluginFactory, PutsTheStreamPanelOnTheStreamAlgorithmOnly) {
     TestSupport::guiApplication();
     AtracsysControllerFactory factory;
-    EXPECT_EQ(factory.prefix(), "Atracsys");
-    EXPECT_TRUE(factory.preferred());
     EXPECT_EQ(factory.create(nullptr), nullptr);
     AtracsysGeometryOptimizationAlgorithm optimization(nullptr);
     EXPECT_EQ(factory.create(&optimization), nullptr);
@@ -124,6 +102,7 @@ TEST(PluginStreamAlgorithm, CreatesOneRunningCameraStreamThatReportsItsDeviceAnd
     ftkSimResetScene();
     ftkSimSetSteppedClock(true);
     AtracsysStreamAlgorithm algorithm;
+    EXPECT_EQ(algorithm.stream(), nullptr); // nothing is created before compute()
     const Properties configured = trackingConfiguration();
     algorithm.configure(&configured);
     Properties before;
@@ -197,9 +176,8 @@ TEST(PluginStreamAlgorithm, CreatesOneRunningCameraStreamThatReportsItsDeviceAnd
     ftkSimSetSteppedClock(false);
 }
 
-// The template's key precedence and failure handling are tested on a plain stream in
-// tests/host/stream; here they meet the camera stream and the simulated camera.
-TEST(PluginStreamAlgorithm, OpensStartsOrLeavesTheCameraClosedAsConfigured) {
+// The keys' precedence is the host template's; here the camera stream is handed out or fails to open.
+TEST(PluginStreamAlgorithm, HandsTheRunningCameraOverOrReportsAFailedOpen) {
     TestSupport::LogCapture capture;
     ftkSimResetScene();
     ftkSimSetSteppedClock(true);
@@ -211,20 +189,6 @@ TEST(PluginStreamAlgorithm, OpensStartsOrLeavesTheCameraClosedAsConfigured) {
         algorithm.configure(&p);
         algorithm.compute();
     };
-    {
-        AtracsysStreamAlgorithm algorithm;
-        computeWith({{"autoOpen", true}}, algorithm);
-        EXPECT_EQ(algorithm.status(), Algorithm::Success) << capture->dump();
-        ASSERT_NE(algorithm.stream(), nullptr);
-        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Open);
-    }
-    {
-        AtracsysStreamAlgorithm algorithm;
-        computeWith({{"open", false}, {"autoOpen", true}}, algorithm);
-        EXPECT_EQ(algorithm.status(), Algorithm::Success);
-        ASSERT_NE(algorithm.stream(), nullptr);
-        EXPECT_EQ(algorithm.stream()->currentState(), Stream::State::Closed);
-    }
     {
         AtracsysStreamAlgorithm algorithm;
         computeWith({{"connect", true}, {"autoStart", true}}, algorithm);
@@ -257,9 +221,8 @@ TEST(PluginStreamAlgorithm, OpensStartsOrLeavesTheCameraClosedAsConfigured) {
 }
 
 TEST(DeviceFrameInfo, CountsTheFramesMissedBetweenTwoCountersAcrossTheWrapAround) {
-    EXPECT_EQ(DeviceFrameInfo::framesBetween(7, 8), 0u);
-    EXPECT_EQ(DeviceFrameInfo::framesBetween(7, 10), 2u);
-    EXPECT_EQ(DeviceFrameInfo::framesBetween(0xFFFFFFFFu, 0u), 0u);
-    EXPECT_EQ(DeviceFrameInfo::framesBetween(0xFFFFFFFEu, 1u), 2u);
-    EXPECT_EQ(DeviceFrameInfo::framesBetween(5, 5), 0u);
+    const std::uint32_t rows[][3] = {
+        {7, 8, 0}, {7, 10, 2}, {0xFFFFFFFFu, 0, 0}, {0xFFFFFFFEu, 1, 2}, {5, 5, 0}};
+    for (const auto& row : rows)
+        EXPECT_EQ(DeviceFrameInfo::framesBetween(row[0], row[1]), row[2]) << row[0] << " to " << row[1];
 }
