@@ -1,5 +1,4 @@
-// Frame timing: the free-running rate, waiting for a newer frame up to the timeout, and the
-// stepped clock.
+// Frame timing: the free-running rate and the stepped clock.
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
@@ -88,33 +87,6 @@ TEST(Clock, FreeRunningFramesComeAtTheModelRate) {
             double(camera.frame->imageHeader->timestampUS - firstStamp) / (previous - fetchedFirst);
         EXPECT_NEAR(period, 1e6 / c.rateHz, 1.0) << c.scene;
     }
-}
-
-TEST(Clock, GetLastFrameWaitsForANewerFrameUpToItsTimeout) {
-    // A slow camera: a frame every 2 s.
-    SceneGuard scene(R"({"devices": [{"serial": 9, "rateHz": 0.5}]})", false);
-    Camera camera;
-    ASSERT_EQ(camera.fetch(0), ftkError::FTK_OK) << "the current frame is there at once";
-    const uint32 counter = camera.frame->imageHeader->counter;
-    const auto before = Clock::now();
-    EXPECT_EQ(camera.fetch(150), ftkError::FTK_WAR_NO_FRAME);
-    const auto waited = Clock::now() - before;
-    EXPECT_GE(waited, std::chrono::milliseconds(150));
-    EXPECT_LT(waited, std::chrono::milliseconds(1900));
-    EXPECT_EQ(+camera.frame->imageHeader->counter, counter) << "the record keeps its frame";
-    EXPECT_NE(camera.errorText().find("<warning code=\"-1\" name=\"FTK_WAR_NO_FRAME\">"), std::string::npos)
-        << camera.errorText();
-
-    // Another record has not seen that frame yet.
-    ftkFrameQuery* other = ftkCreateFrame();
-    ASSERT_EQ(ftkSetFrameOptions(false, 0, 16, 16, 16, 4, other), ftkError::FTK_OK);
-    EXPECT_EQ(ftkGetLastFrame(camera.lib, camera.serial, other, 0), ftkError::FTK_OK);
-    EXPECT_EQ(+other->imageHeader->counter, counter);
-    ftkDeleteFrame(other);
-
-    // Long enough for the next one: it is delivered as soon as it exists.
-    ASSERT_EQ(camera.fetch(3000), ftkError::FTK_OK);
-    EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 1);
 }
 
 TEST(Clock, SteppedClockDeliversConsecutiveFramesAtOnceAndFreeRunningContinuesFromThere) {

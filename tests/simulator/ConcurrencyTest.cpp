@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 using namespace Kestrion::SimulatorTest;
@@ -83,21 +84,37 @@ TEST(Concurrency, FetchingWhileGeometriesOptionsAndHandlesChangeOnOtherThreads) 
     EXPECT_EQ(ftkSimLiveFrames(), frames);
 }
 
-TEST(Concurrency, AFetchWaitingForAFrameDoesNotHoldUpOtherCalls) {
-    SceneGuard scene(R"({"devices": [{"serial": 9, "rateHz": 0.5}]})", false);
+// A fetch waits for a newer frame up to its timeout, keeping its record's frame, and holds up no
+// other call on the device meanwhile.
+TEST(Concurrency, AFetchWaitsForANewerFrameWithoutHoldingUpOtherCalls) {
+    SceneGuard scene(R"({"devices": [{"serial": 9, "rateHz": 0.5}]})", false); // a frame every 2 s
     Camera camera;
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(0), ftkError::FTK_OK) << "the current frame is there at once";
+    const uint32 counter = camera.frame->imageHeader->counter;
     std::atomic<bool> waiting{true};
+    std::chrono::steady_clock::duration waited{};
     std::thread fetcher([&] {
+        const auto before = std::chrono::steady_clock::now();
         EXPECT_EQ(camera.fetch(1500), ftkError::FTK_WAR_NO_FRAME);
+        waited = std::chrono::steady_clock::now() - before;
         waiting = false;
     });
-    // While the fetch waits, options and geometries on the same device go through.
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(ftkSetInt32(camera.lib, 9, 16, 100 + i), ftkError::FTK_OK);
     }
     EXPECT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}})),
               ftkError::FTK_OK);
+    Camera other; // a record that has not seen the current frame yet gets it at once
+    EXPECT_EQ(other.fetch(0), ftkError::FTK_OK);
+    EXPECT_EQ(+other.frame->imageHeader->counter, counter);
     EXPECT_TRUE(waiting.load());
     fetcher.join();
+
+    EXPECT_GE(waited, std::chrono::milliseconds(1500));
+    EXPECT_EQ(+camera.frame->imageHeader->counter, counter) << "the record keeps its frame";
+    EXPECT_NE(camera.errorText().find("<warning code=\"-1\" name=\"FTK_WAR_NO_FRAME\">"), std::string::npos)
+        << camera.errorText();
+    // Long enough for the next one: it is delivered as soon as it exists.
+    ASSERT_EQ(camera.fetch(3000), ftkError::FTK_OK);
+    EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 1);
 }

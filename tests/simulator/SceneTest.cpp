@@ -1,33 +1,15 @@
-// Scenes: the built-in default, files with geometry and trajectory files, the choice through
-// FTK_SIMULATOR_SCENE, and clear refusals of malformed scenes.
+// Scenes: the built-in default, files with geometry and trajectory files, and clear refusals of
+// malformed scenes.
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <cmath>
 
 using namespace Kestrion::SimulatorTest;
 
 namespace {
-
-/// Runs the probe program with FTK_SIMULATOR_SCENE set; returns its exit code and output.
-std::pair<int, std::string> probe(const std::string& scene) {
-    const std::string command = "FTK_SIMULATOR_SCENE='" + scene + "' '" + SIMULATOR_SCENE_PROBE + "' 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return {-1, "cannot run the probe"};
-    }
-    std::string output;
-    char buffer[256];
-    while (std::fgets(buffer, sizeof(buffer), pipe) != nullptr) {
-        output += buffer;
-    }
-    const int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
 
 const std::string Data = std::string(KESTRION_TEST_DATA_DIR) + "/simulator/";
 
@@ -146,20 +128,4 @@ TEST(Scenes, MalformedScenesAreRefusedWithFileAndPlaceAndTheCurrentSceneStays) {
 
     Camera camera;
     EXPECT_EQ(camera.serial, 61u) << "the last good scene is still there";
-}
-
-TEST(Scenes, TheSceneVariableChoosesTheSceneAndAMalformedOneMakesInitFail) {
-    auto [status, output] = probe(Data + "recorded.json");
-    EXPECT_EQ(status, 0) << output;
-    EXPECT_EQ(output, "device 300 type 5\ndevice 500 type 2\n");
-
-    std::tie(status, output) = probe(Data + "broken.json");
-    EXPECT_EQ(status, 1);
-    const std::string reason =
-        "scene " + Data + "broken.json: markers[0].fiducials[1]: must be an array of three numbers";
-    EXPECT_EQ(output, "ftkInit: " + reason + "\nftkInit failed: " + reason + "\n");
-
-    std::tie(status, output) = probe("");
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(output, "device 53544b3138300001 type 4\n") << "no variable: the built-in default scene";
 }
