@@ -4,22 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 using namespace Kestrion;
 
 namespace {
-
-std::string incompatibility(const char* text) {
-    std::string error;
-    const auto descriptor = PluginDescriptor::parse(text, &error);
-    EXPECT_TRUE(descriptor.has_value()) << error;
-    return descriptor ? descriptor->incompatibility() : "unparsed";
-}
-
-std::string parseError(const char* text) {
-    std::string error;
-    EXPECT_FALSE(PluginDescriptor::parse(text, &error).has_value());
-    return error;
-}
 
 using Order = PluginDependencyOrder;
 
@@ -32,45 +21,45 @@ std::vector<std::string> ids(const std::vector<Order::Node>& nodes, const Order:
 
 } // namespace
 
-TEST(PluginDescriptor, TheStandardDescriptorIsAcceptedAndItsFieldsRecorded) {
-    const auto descriptor = PluginDescriptor::parse(KESTRION_PLUGIN_DESCRIPTOR);
-    ASSERT_TRUE(descriptor.has_value());
-    EXPECT_EQ(descriptor->magic, "__KESTRION_PLUGIN_V2_MAGIC_STRING__");
-    EXPECT_EQ(descriptor->hostVersion, "4.4.6");
-    EXPECT_EQ(descriptor->buildFlags, "GLIBCXX_DEBUG:_GLIBCXX_DEBUG");
-    EXPECT_EQ(descriptor->pluginVersion, "");
-    EXPECT_EQ(descriptor->fields.size(), 3u);
-    EXPECT_EQ(descriptor->incompatibility(), "");
-
-    // Field order does not matter, unknown keys are kept, build flags are not judged.
+// The loader's tests check an older magic string and an older host version on real libraries.
+TEST(PluginDescriptor, AcceptsAnyFieldOrderAndExplainsWhatItRefuses) {
     const auto other = PluginDescriptor::parse(
         "__KESTRION_PLUGIN_V2_MAGIC_STRING__|pluginversion=2.1|extra=a=b|buildflags=|hostversion=4.4.6");
     ASSERT_TRUE(other.has_value());
     EXPECT_EQ(other->pluginVersion, "2.1");
     EXPECT_EQ(other->fields.at("extra"), "a=b");
-    EXPECT_EQ(other->buildFlags, "");
-    EXPECT_EQ(other->incompatibility(), "");
-}
+    EXPECT_EQ(other->incompatibility(), ""); // build flags are not judged
 
-// The plugin loader's tests load libraries with an older magic string and an older host version.
-TEST(PluginDescriptor, WrongMagicOrHostVersionIsExplained) {
-    EXPECT_EQ(incompatibility(""),
-              "wrong magic string \"\" (expected \"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")");
-    EXPECT_EQ(incompatibility("__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6.1"),
-              "built for host version 4.4.6.1, this host is 4.4.6");
-    EXPECT_EQ(incompatibility("__KESTRION_PLUGIN_V2_MAGIC_STRING__|buildflags=x"),
-              "plugin descriptor names no host version");
-    // Long garbage is cut in the reason.
     const std::string garbage(300, 'x');
-    const std::string reason = incompatibility(garbage.c_str());
-    EXPECT_LT(reason.size(), 200u);
-    EXPECT_NE(reason.find("xxx...\""), std::string::npos);
+    const std::vector<std::pair<std::string, std::string>> incompatible{
+        {KESTRION_PLUGIN_DESCRIPTOR, ""},
+        {"", "wrong magic string \"\" (expected \"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
+        {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6.1",
+         "built for host version 4.4.6.1, this host is 4.4.6"},
+        {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|buildflags=x", "plugin descriptor names no host version"},
+        {garbage, "wrong magic string \"" + std::string(80, 'x') +
+                      "...\" (expected "
+                      "\"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
+    };
+    for (const auto& [text, reason] : incompatible) {
+        std::string error;
+        const auto descriptor = PluginDescriptor::parse(text.c_str(), &error);
+        ASSERT_TRUE(descriptor.has_value()) << error;
+        EXPECT_EQ(descriptor->incompatibility(), reason);
+    }
 
-    EXPECT_EQ(parseError(nullptr), "plugin descriptor is a null pointer");
-    EXPECT_EQ(parseError("__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6|junk"),
-              "malformed plugin descriptor field \"junk\"");
     const std::string overlong(PluginDescriptor::MaxLength + 1, 'a');
-    EXPECT_EQ(parseError(overlong.c_str()), "plugin descriptor is longer than 4096 characters");
+    const std::vector<std::pair<const char*, std::string>> malformed{
+        {nullptr, "plugin descriptor is a null pointer"},
+        {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6|junk",
+         "malformed plugin descriptor field \"junk\""},
+        {overlong.c_str(), "plugin descriptor is longer than 4096 characters"},
+    };
+    for (const auto& [text, message] : malformed) {
+        std::string error;
+        EXPECT_FALSE(PluginDescriptor::parse(text, &error).has_value());
+        EXPECT_EQ(error, message);
+    }
 }
 
 TEST(PluginDependencyOrder, DependenciesComeFirstOtherwiseInputOrderIsKept) {
@@ -97,12 +86,13 @@ TEST(PluginDependencyOrder, MissingDependenciesAndCyclesFailOnlyThePluginsConcer
                                          {"AfterGood", {"Good"}}};
     const auto result = Order::compute(nodes, {"Kestrion.Stream"});
     EXPECT_EQ(ids(nodes, result), (std::vector<std::string>{"Good", "AfterGood"}));
-    ASSERT_EQ(result.failures.size(), 7u);
-    EXPECT_EQ(result.failures.at(1), "missing dependency \"Ghost\"");
-    EXPECT_EQ(result.failures.at(2), "dependency \"NeedsGhost\" cannot be loaded");
-    EXPECT_EQ(result.failures.at(3), "dependency cycle: CycleA -> CycleB -> CycleC -> CycleA");
-    EXPECT_EQ(result.failures.at(4), "dependency cycle: CycleB -> CycleC -> CycleA -> CycleB");
-    EXPECT_EQ(result.failures.at(5), "dependency cycle: CycleC -> CycleA -> CycleB -> CycleC");
-    EXPECT_EQ(result.failures.at(6), "dependency cycle: Self -> Self");
-    EXPECT_EQ(result.failures.at(7), "dependency \"CycleB\" cannot be loaded");
+    EXPECT_EQ(result.failures, (std::map<std::size_t, std::string>{
+                                   {1, "missing dependency \"Ghost\""},
+                                   {2, "dependency \"NeedsGhost\" cannot be loaded"},
+                                   {3, "dependency cycle: CycleA -> CycleB -> CycleC -> CycleA"},
+                                   {4, "dependency cycle: CycleB -> CycleC -> CycleA -> CycleB"},
+                                   {5, "dependency cycle: CycleC -> CycleA -> CycleB -> CycleC"},
+                                   {6, "dependency cycle: Self -> Self"},
+                                   {7, "dependency \"CycleB\" cannot be loaded"},
+                               }));
 }

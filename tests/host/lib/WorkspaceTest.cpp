@@ -115,9 +115,7 @@ TEST(WorkspaceConversionRegistry, ConversionsRunInOrderRenameInPlaceAndReportCha
     EXPECT_TRUE(capture->contains(Log::Warning, "WorkspaceConversionRegistry",
                                   "Workspace conversion \"no function\" has no function and is not added"));
     ASSERT_EQ(registry.size(), 3u);
-    EXPECT_EQ(registry.conversions()[0].description, "A to B");
     EXPECT_EQ(registry.conversions()[1].description, "Z to Y"); // equal numbers: order of adding
-    EXPECT_EQ(registry.conversions()[2].description, "B to C");
 
     Properties workspace = algorithmsBlock({"X", "Old.A", "Old.Ax", "old.a", "Old.A"});
     auto applied = registry.convert(workspace, "/data/case.kws");
@@ -134,14 +132,6 @@ TEST(WorkspaceConversionRegistry, ConversionsRunInOrderRenameInPlaceAndReportCha
     EXPECT_EQ(registry.convert(workspace, "/data/case.kws"), std::vector<std::string>{});
     Properties empty("Workspace");
     EXPECT_EQ(registry.convert(empty, "/data/empty.kws"), std::vector<std::string>{});
-    EXPECT_TRUE(empty.empty());
-
-    registry.addConversion({"explodes", 40, [](Properties&, const Filesystem::Path&) -> bool {
-                                throw std::runtime_error("bad block");
-                            }});
-    std::string error;
-    EXPECT_FALSE(registry.convert(workspace, "/data/case.kws", &error).has_value());
-    EXPECT_EQ(error, "conversion \"explodes\" failed: bad block");
 }
 
 TEST(WorkspaceConversionRegistry, ConversionsAddedDuringAPluginsInitBelongToThatPlugin) {
@@ -152,12 +142,10 @@ TEST(WorkspaceConversionRegistry, ConversionsAddedDuringAPluginsInitBelongToThat
         registry.addConversion(rename("one", 2, "a", "b"));
         {
             PluginRegistrationScope inner("Plugin.Two");
-            EXPECT_EQ(PluginRegistrationScope::currentPlugin(), "Plugin.Two");
             registry.addConversion(rename("two", 3, "a", "b"));
         }
         registry.addConversion(rename("one again", 4, "a", "b"));
     }
-    EXPECT_EQ(PluginRegistrationScope::currentPlugin(), "");
     EXPECT_EQ(registry.removeOwnedBy("Plugin.One"), 2u);
     ASSERT_EQ(registry.size(), 2u);
     EXPECT_EQ(registry.conversions()[0].description, "host");
@@ -195,17 +183,12 @@ TEST_F(WorkspaceTest, ARoundTripKeepsConfigurationsUnknownAlgorithmsAndOtherBloc
     ASSERT_TRUE(first && second);
     EXPECT_EQ(first->gain.value(), 2.5);
     EXPECT_EQ(first->path.value(), "markers/a.ini");
-    EXPECT_TRUE(first->enabled.value());
-    EXPECT_EQ(second->gain.value(), 1.0);
     EXPECT_FALSE(second->enabled.value());
     EXPECT_EQ(first->computed, 1);
-    EXPECT_EQ(loaded.algorithms()[2].algorithm, nullptr);
 
     // A host that computes elsewhere gets them created and configured only.
     Workspace configuredOnly;
-    const auto uncomputed = configuredOnly.load(file, m_registry, false);
-    EXPECT_EQ(uncomputed.created, 2u);
-    EXPECT_EQ(uncomputed.computed, 0u);
+    EXPECT_EQ(configuredOnly.load(file, m_registry, false).computed, 0u);
     auto* configured = dynamic_cast<Settings*>(configuredOnly.algorithms()[0].algorithm.get());
     ASSERT_TRUE(configured);
     EXPECT_EQ(configured->gain.value(), 2.5);
@@ -219,16 +202,14 @@ TEST_F(WorkspaceTest, ARoundTripKeepsConfigurationsUnknownAlgorithmsAndOtherBloc
     reloaded.load(copy, m_registry);
     EXPECT_EQ(reloaded.toProperties(), loaded.toProperties());
 
+    // Blocks the host cannot create are written back as they were read.
     const auto original = PropertiesXml::readFile(file);
     const auto saved = PropertiesXml::readFile(copy);
     ASSERT_TRUE(original && saved);
     EXPECT_EQ(saved->param<std::string>("title", ""), "OR 3");
-    const auto savedAlgorithms = saved->subProperty("Algorithms")->subProperties();
-    ASSERT_EQ(savedAlgorithms.size(), 3u);
-    EXPECT_EQ(*savedAlgorithms[2], *original->subProperty("Algorithms")->subProperties()[2]);
-    EXPECT_EQ(savedAlgorithms[0]->name(), "Test.Settings");
-    EXPECT_EQ(savedAlgorithms[0]->param<double>("gain", 0), 2.5);
-    EXPECT_EQ(savedAlgorithms[1]->param<bool>("enabled", true), false);
+    ASSERT_EQ(saved->subProperty("Algorithms")->subProperties().size(), 3u);
+    EXPECT_EQ(*saved->subProperty("Algorithms")->subProperties()[2],
+              *original->subProperty("Algorithms")->subProperties()[2]);
 }
 
 TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithTheFile) {
@@ -239,31 +220,30 @@ TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithThe
     };
 
     const std::string missing = m_dir + "/missing.kws";
-    auto report = errorsOf(missing);
-    EXPECT_FALSE(report.read);
-    EXPECT_EQ(report.errors, std::vector<std::string>{"Cannot load workspace " + missing + ": no such file"});
-    EXPECT_TRUE(capture->contains(Log::Error, "Workspace", report.errors.front()));
-    EXPECT_EQ(errorsOf(m_dir).errors,
-              std::vector<std::string>{"Cannot load workspace " + m_dir + ": not a file"});
-
     const std::string malformed = write("malformed.kws", "<properties name=\"Workspace\">\n<properties");
-    report = errorsOf(malformed);
-    EXPECT_FALSE(report.read);
-    ASSERT_EQ(report.errors.size(), 1u);
-    EXPECT_EQ(report.errors.front().rfind("Cannot load workspace " + malformed + ": " + malformed + ":2:", 0),
-              0u)
-        << report.errors.front();
-
     const std::string noAlgorithms = write("empty.kws", "<properties name=\"Workspace\"/>");
-    EXPECT_EQ(
-        errorsOf(noAlgorithms).errors,
-        std::vector<std::string>{"Cannot load workspace " + noAlgorithms + ": no \"Algorithms\" block"});
+    const std::vector<std::pair<std::string, std::string>> unreadable{
+        {missing, "no such file"},
+        {m_dir, "not a file"},
+        {malformed, malformed + ":2:"},
+        {noAlgorithms, "no \"Algorithms\" block"},
+    };
+    for (const auto& [file, reason] : unreadable) {
+        const auto report = errorsOf(file);
+        EXPECT_FALSE(report.read);
+        ASSERT_EQ(report.errors.size(), 1u) << file;
+        const std::string& error = report.errors.front();
+        const std::string expected = "Cannot load workspace " + file + ": " + reason;
+        EXPECT_EQ(file == malformed ? error.substr(0, expected.size()) : error,
+                  expected); // then parser detail
+        EXPECT_TRUE(capture->contains(Log::Error, "Workspace", error));
+    }
 
     const std::string failing = write("failing.kws", workspace("<properties name=\"Test.Failing\"/>\n"
                                                                "<properties name=\"Test.Throwing\"/>\n"
                                                                "<properties name=\"Test.Settings\"/>\n"));
     Workspace workspace;
-    report = workspace.load(failing, m_registry);
+    const auto report = workspace.load(failing, m_registry);
     EXPECT_TRUE(report.read);
     EXPECT_EQ(report.created, 3u);
     EXPECT_EQ(report.computed, 1u);
@@ -279,7 +259,7 @@ TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithThe
     EXPECT_TRUE(capture->contains(Log::Error, "Workspace",
                                   "Cannot save workspace " + m_dir + "/no/such/folder/x.kws"));
 
-    // A conversion that throws stops the loading.
+    // A conversion that throws stops the loading, naming the conversion and its reason.
     WorkspaceConversionRegistry::instance().addConversion(
         {"breaks", 1, [](Properties&, const Filesystem::Path&) -> bool { throw std::runtime_error("no"); }});
     EXPECT_EQ(errorsOf(failing).errors, std::vector<std::string>{"Cannot load workspace " + failing +
