@@ -58,15 +58,11 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(m_dir); }
 
-    std::string write(const std::string& name, const std::string& text) {
-        const std::string file = m_dir + "/" + name;
-        std::ofstream(file) << text;
-        return file;
-    }
     std::string workspace(const std::string& name, const std::string& algorithms) {
-        return write(name, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<properties name=\"Workspace\">\n"
-                           "<properties name=\"Algorithms\">\n" +
-                               algorithms + "</properties>\n</properties>\n");
+        const std::string file = m_dir + "/" + name;
+        std::ofstream(file) << "<properties name=\"Workspace\">\n<properties name=\"Algorithms\">\n"
+                            << algorithms << "</properties>\n</properties>\n";
+        return file;
     }
 
     std::string m_dir;
@@ -88,12 +84,7 @@ TEST_F(KestrionCommand, PluginsListsEveryLibraryWithItsStatusAndAlgorithms) {
                       "  build flags:  GLIBCXX_DEBUG:_GLIBCXX_DEBUG\n"
                       "  algorithms:   TestBase.Recorder  [Test;TestBase;Recorder]"))
         << r;
-    EXPECT_TRUE(r.has("  algorithms:   TestDependent.Recorder  [Test;TestDependent;Recorder]")) << r;
-    EXPECT_TRUE(
-        r.has("libTestPluginBadMagic.so\n"
-              "  status:       failed: wrong magic string \"__KESTRION_PLUGIN_V1_MAGIC_STRING__\" (expected "
-              "\"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"))
-        << r;
+    // Failed and inactive plugins show their reason (the loader's tests check every reason).
     EXPECT_TRUE(r.has("libTestPluginBadHostVersion.so\n"
                       "  status:       failed: built for host version 4.3.0, this host is 4.4.6"))
         << r;
@@ -101,13 +92,8 @@ TEST_F(KestrionCommand, PluginsListsEveryLibraryWithItsStatusAndAlgorithms) {
                       "  id:           Test.Unlicensed\n"
                       "  status:       inactive: init() returned 1, the plugin stays inactive"))
         << r;
-    EXPECT_TRUE(r.has("  status:       failed: missing dependency \"Test.NotThere\"")) << r;
     EXPECT_TRUE(r.has("Built in: Kestrion.Stream")) << r;
     EXPECT_TRUE(r.has("Summary: 2 active, 2 inactive, 8 failed")) << r;
-    // Each failure is also logged, by file name.
-    EXPECT_TRUE(r.hasError("[ERROR] PluginLoader: Plugin libTestPluginNoDescriptor.so skipped: no plugin "
-                           "descriptor (symbol kestrionPluginDescriptor not found)"))
-        << r;
 
     // The same through the environment variable.
     const Result viaEnvironment = kestrion({"plugins"}, {{"KESTRION_PLUGIN_PATH", PluginDir}});
@@ -132,9 +118,6 @@ TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
     // Default properties first, then the workspace's configuration.
     EXPECT_TRUE(r.hasError("[INFO] TestPlugin: TestBase.Recorder computed: label=default value=7")) << r;
     EXPECT_TRUE(r.hasError("[INFO] TestPlugin: TestDependent.Recorder computed: label=dep value=0")) << r;
-    EXPECT_TRUE(
-        r.hasError("[INFO] Workspace: Workspace " + file + ": Renamed TestOld.Recorder to TestBase.Recorder"))
-        << r;
 
     // An unknown or failing algorithm makes the run fail; the others still run.
     const std::string mixed =
@@ -150,36 +133,14 @@ TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
                          "  TestBase.Recorder: failed\n"
                          "  TestBase.Recorder: computed\n"
                          "Summary: 1 of 3 algorithms computed\n");
-    EXPECT_TRUE(m.hasError("[ERROR] Workspace: Workspace " + mixed + ": unknown algorithm \"Nobody.Knows\""))
-        << m;
-    EXPECT_TRUE(m.hasError("[ERROR] Workspace: Workspace " + mixed +
-                           ": algorithm TestBase.Recorder failed (status 1)"))
-        << m;
 }
 
-TEST_F(KestrionCommand, MissingOrMalformedWorkspacesFailWithTheirReason) {
+// The reason of an unreadable workspace is printed even when the log level hides errors.
+TEST_F(KestrionCommand, AnUnreadableWorkspaceIsExplainedAtAnyLogLevel) {
     const std::string missing = m_dir + "/missing.kws";
-    Result r = kestrion({"run", missing, "--plugin-path", PluginDir});
-    EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_TRUE(r.hasError("[ERROR] Workspace: Cannot load workspace " + missing + ": no such file")) << r;
-    // The reason is printed even when the log level hides errors.
-    r = kestrion({"run", missing, "--plugin-path", PluginDir, "--log-level", "fatal"});
+    const Result r = kestrion({"run", missing, "--plugin-path", PluginDir, "--log-level", "fatal"});
     EXPECT_EQ(r.exitCode, 1) << r;
     EXPECT_EQ(r.err, "kestrion run: Cannot load workspace " + missing + ": no such file\n");
-
-    const std::string malformed = write("bad.kws", "<properties name=\"Workspace\">\n<param");
-    r = kestrion({"run", malformed, "--plugin-path", PluginDir});
-    EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_NE(r.err.find("[ERROR] Workspace: Cannot load workspace " + malformed + ": " + malformed + ":2:"),
-              std::string::npos)
-        << r;
-
-    const std::string noAlgorithms = write("plain.kws", "<properties name=\"Workspace\"/>\n");
-    r = kestrion({"run", noAlgorithms, "--plugin-path", PluginDir});
-    EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_TRUE(
-        r.hasError("[ERROR] Workspace: Cannot load workspace " + noAlgorithms + ": no \"Algorithms\" block"))
-        << r;
 }
 
 TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
@@ -218,12 +179,7 @@ TEST_F(KestrionCommand, HelpDescribesTheCommands) {
     Result r = kestrion({"--help"});
     EXPECT_EQ(r.exitCode, 0) << r;
     EXPECT_TRUE(r.has("Usage: kestrion [OPTIONS] COMMAND [ARGS...]")) << r;
-    EXPECT_TRUE(r.has("  plugins     list the plugins found, their status and algorithms")) << r;
     EXPECT_TRUE(r.has("  run         load a workspace (.kws) and compute its algorithms")) << r;
     EXPECT_EQ(kestrion({"-h"}).out, r.out);
-
-    r = kestrion({"run", "--help"});
-    EXPECT_EQ(r.exitCode, 0) << r;
-    EXPECT_EQ(r.out.rfind("Usage: kestrion run WORKSPACE\n", 0), 0u) << r;
-    EXPECT_EQ(kestrion({"plugins", "-h"}).out.rfind("Usage: kestrion plugins\n", 0), 0u);
+    EXPECT_EQ(kestrion({"run", "--help"}).out.rfind("Usage: kestrion run WORKSPACE\n", 0), 0u);
 }

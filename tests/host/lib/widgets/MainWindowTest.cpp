@@ -8,7 +8,6 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
-#include <QDockWidget>
 #include <QLabel>
 #include <QPointer>
 #include <QProgressBar>
@@ -54,7 +53,6 @@ TEST_F(MainWindowTest, ProgressRowsFollowWorkerTasksAndCancelThem) {
         return stage.load() == 1 && widget.rowCount() == 1 && widget.progressBar(0)->value() == 3;
     }));
     EXPECT_FALSE(widget.isHidden());
-    EXPECT_EQ(widget.descriptionLabel(0)->text(), "Record geometry");
     EXPECT_EQ(widget.progressBar(0)->maximum(), 10);
 
     stage = 2;
@@ -101,8 +99,6 @@ TEST_F(MainWindowTest, LogLinesFromAnyThreadReachTheLogWidget) {
     widget.flush();
     EXPECT_EQ(widget.lineCount(), 3);
     EXPECT_TRUE(widget.text().endsWith("[Test] line 4"));
-    widget.clear();
-    EXPECT_EQ(widget.lineCount(), 0);
 }
 
 TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
@@ -121,20 +117,13 @@ TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
     EXPECT_EQ(batch.dropped, 0u);
 }
 
-TEST_F(MainWindowTest, HoldsDisplayProgressLogAndControllerPanels) {
+TEST_F(MainWindowTest, ControllerPanelsAreShownWidenedAndRemoved) {
     MainWindow window;
-    ASSERT_NE(window.displayWidget(), nullptr);
-    EXPECT_EQ(window.progress(), static_cast<Progress*>(window.progressWidget()));
-    EXPECT_EQ(window.logDock()->widget(), window.logWidget());
-    EXPECT_NE(window.displayWidget()->addView2D(), nullptr);
-
     auto* first = new QLabel("first panel");
     QPointer<QLabel> second = new QLabel("second panel");
     window.addControllerPanel(first, "First");
     window.addControllerPanel(second, "Second");
-    EXPECT_EQ(window.panelArea()->count(), 2);
-    EXPECT_EQ(window.panelArea()->currentIndex(), 1);
-    EXPECT_EQ(window.panelArea()->tabText(0), "First");
+    EXPECT_EQ(window.panelArea()->currentIndex(), 1); // the panel added last shows
 
     // A panel wider than its column widens it.
     window.show();

@@ -1,10 +1,7 @@
 #include "host/lib/widgets/QtHelpers.h"
-#include "host/lib/widgets/UrlOpenRecorder.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
-#include <QDesktopServices>
 #include <QDir>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -50,7 +47,6 @@ TEST_F(QtHelpersTest, SaveDialogProposesTheDefaultNameAndRemembersTheFolder) {
               folder() + "/marker1." + type);
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Save);
-    EXPECT_EQ(requests[0].caption, "Save marker geometry");
     EXPECT_EQ(requests[0].filter, type + " files (*." + type + ");;All files (*)");
     EXPECT_EQ(requests[0].startPath,
               QDir::home().filePath(QString::fromStdString("newmarker." + type)).toStdString());
@@ -80,8 +76,6 @@ TEST_F(QtHelpersTest, OpenDialogRemembersTheFolderPerKey) {
               folder() + "/geometry1000.ini");
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Open);
-    EXPECT_EQ(requests[0].caption, "Select Geometry file");
-    EXPECT_EQ(requests[0].filter, "Geometry files (*.ini)");
     EXPECT_EQ(requests[0].startPath, QDir::homePath().toStdString());
 
     answer.clear();
@@ -103,22 +97,6 @@ TEST_F(QtHelpersTest, DialogHookIsRestoredWhenItsScopeEnds) {
         EXPECT_EQ(QtHelpers::getOpenFilename("x", "*", "scope"), "/a");
     }
     EXPECT_FALSE(QtHelpers::hasFileDialogHook());
-}
-
-TEST_F(QtHelpersTest, OpenedUrlsAreRecordedInsteadOfReachingTheDesktop) {
-    UrlOpenRecorder recorder;
-    QSignalSpy spy(&recorder, &UrlOpenRecorder::opened);
-    const QUrl url = QtHelpers::localFileUrl(folder());
-    EXPECT_TRUE(url.isLocalFile());
-    EXPECT_EQ(url.toLocalFile().toStdString(), folder());
-
-    EXPECT_TRUE(QDesktopServices::openUrl(url));
-    EXPECT_TRUE(QDesktopServices::openUrl(QUrl::fromLocalFile("/tmp")));
-    ASSERT_EQ(recorder.urls().size(), 2);
-    EXPECT_EQ(recorder.urls().at(0), url);
-    EXPECT_EQ(spy.count(), 2);
-    recorder.clear();
-    EXPECT_TRUE(recorder.urls().isEmpty());
 }
 
 TEST_F(QtHelpersTest, StdStringCanTravelInQueuedCallsByName) {
