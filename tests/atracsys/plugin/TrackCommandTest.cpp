@@ -33,38 +33,34 @@ std::ostream& operator<<(std::ostream& s, const Result& r) {
     return s << "exit " << r.exitCode << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
 }
 
-QProcessEnvironment environment(const std::map<std::string, std::string>& variables) {
+// Starts `kestrion track` with the arguments, the plugin folder and these environment variables.
+void start(QProcess& process, const std::vector<std::string>& arguments,
+           const std::map<std::string, std::string>& variables = {}) {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove("KESTRION_LICENSE");
     env.remove("FTK_SIMULATOR_SCENE");
     env.insert("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER);
     for (const auto& [name, value] : variables)
         env.insert(QString::fromStdString(name), QString::fromStdString(value));
-    return env;
-}
-
-QStringList toArguments(const std::vector<std::string>& arguments) {
     QStringList list{"track"};
     for (const auto& a : arguments)
         list << QString::fromStdString(a);
-    return list;
+    process.setProcessEnvironment(env);
+    process.start(QString(KESTRION_APP), list);
 }
 
 Result finish(QProcess& process) {
     Result result;
-    if (!process.waitForFinished(180000) || process.exitStatus() != QProcess::NormalExit)
-        return result;
-    result.exitCode = process.exitCode();
-    result.out = process.readAllStandardOutput().toStdString();
-    result.err = process.readAllStandardError().toStdString();
+    if (process.waitForFinished(180000) && process.exitStatus() == QProcess::NormalExit)
+        result = {process.exitCode(), process.readAllStandardOutput().toStdString(),
+                  process.readAllStandardError().toStdString()};
     return result;
 }
 
 Result track(const std::vector<std::string>& arguments,
              const std::map<std::string, std::string>& variables = {}) {
     QProcess process;
-    process.setProcessEnvironment(environment(variables));
-    process.start(QString(KESTRION_APP), toArguments(arguments));
+    start(process, arguments, variables);
     return finish(process);
 }
 
@@ -228,8 +224,7 @@ TEST_F(TrackCommand, RecordsMovingMarkersAtTheTruePoseOfEachFrame) {
 TEST_F(TrackCommand, EndsCleanlyOnTerminationAndSavesMarkedImages) {
     const std::string csv = path("run.csv");
     QProcess process;
-    process.setProcessEnvironment(environment({}));
-    process.start(QString(KESTRION_APP), toArguments({"--csv", csv, "--images", path("images")}));
+    start(process, {"--csv", csv, "--images", path("images")});
     ASSERT_TRUE(process.waitForStarted(60000));
     // Wait until tracking runs and a first image pair is on disk, then ask it to end.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
