@@ -94,58 +94,42 @@ TEST(TrackingStreamDeviceFailures, AFailedCloseKeepsTheStreamOpenUntilClosedAgai
     held.expectBaseline("closed");
 }
 
-TEST(TrackingStreamDeviceFailures, ARecordThatCannotBeRemadeAfterAnErrorClosesTheStream) {
+TEST(TrackingStreamDeviceFailures, FailuresInsideAnAcquisitionRoundCloseTheStream) {
+    struct Row {
+        Fault fault;
+        bool afterInternalError; // which gives the frame record up, so the round must make a new one
+        std::string message;
+    };
+    const Row rows[] = {
+        {Fault::CreateFrameFails, true, "AtracsysTrackingStream: Cannot create frame instance."},
+        {Fault::FrameOptionsFail, true, "AtracsysTrackingStream: Cannot set frame options."},
+        {Fault::FetchThrows, false,
+         "An unexpected exception occured while running the background thread: " +
+             std::string(std::bad_alloc().what())},
+    };
     SceneGuard scene("tracking.json");
     TestSupport::LogCapture capture;
     const HeldResources held;
     ProbedStream stream;
     Recorder recorder(stream);
-    ASSERT_TRUE(stream.open());
-    stream.round();
-    ASSERT_EQ(recorder.dataCount(), 1u);
-
-    for (Fault fault : {Fault::CreateFrameFails, Fault::FrameOptionsFail}) {
-        // An internal error gives the record up; the next round cannot make a new one.
-        ASSERT_TRUE(stream.injectFaultAt(1, R"("kind": "internalError")"));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.message);
+        ASSERT_TRUE(stream.open()) << "a new open tracks again";
         stream.round();
-        SdkFaults::arm(fault);
-        stream.round();
+        const std::size_t data = recorder.dataCount();
+        ASSERT_GT(data, 0u);
+        if (row.afterInternalError) {
+            ASSERT_TRUE(stream.injectFaultAt(1, R"("kind": "internalError")"));
+            stream.round();
+        }
+        SdkFaults::arm(row.fault);
+        const auto wait = stream.round();
+        EXPECT_GE(wait.count(), 10) << "the round still says when to come again";
+        EXPECT_LT(wait.count(), 400);
         EXPECT_FALSE(SdkFaults::pending());
+        EXPECT_EQ(capture->count(Log::Error, StreamCategory, row.message), 1u) << capture->dump();
         EXPECT_EQ(stream.currentState(), Stream::State::Closed);
-        EXPECT_EQ(recorder.dataCount(), 1u);
-        held.expectBaseline("closed by the loop");
-        ASSERT_TRUE(stream.open());
+        EXPECT_EQ(recorder.dataCount(), data);
+        held.expectBaseline("closed by the round");
     }
-    EXPECT_EQ(
-        capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Cannot create frame instance."),
-        1u);
-    EXPECT_EQ(capture->count(Log::Error, StreamCategory, "AtracsysTrackingStream: Cannot set frame options."),
-              1u);
-    stream.round();
-    EXPECT_EQ(recorder.dataCount(), 2u) << "a new open tracks again";
-    ASSERT_TRUE(stream.close());
-    held.expectBaseline("closed");
-}
-
-TEST(TrackingStreamDeviceFailures, AnExceptionInARoundClosesTheStream) {
-    SceneGuard scene("tracking.json");
-    TestSupport::LogCapture capture;
-    const HeldResources held;
-    ProbedStream stream;
-    Recorder recorder(stream);
-    ASSERT_TRUE(stream.open());
-    stream.round();
-
-    SdkFaults::arm(Fault::FetchThrows);
-    const auto wait = stream.round();
-    EXPECT_GE(wait.count(), 10) << "the round still says when to come again";
-    EXPECT_LT(wait.count(), 400);
-    EXPECT_EQ(capture->count(Log::Error, StreamCategory,
-                             "An unexpected exception occured while running the background thread: " +
-                                 std::string(std::bad_alloc().what())),
-              1u)
-        << capture->dump();
-    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
-    EXPECT_EQ(recorder.dataCount(), 1u);
-    held.expectBaseline("closed by the exception");
 }

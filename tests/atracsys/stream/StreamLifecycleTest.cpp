@@ -26,6 +26,11 @@ std::map<std::string, bool> onDevice(AtracsysTrackingStream& stream) {
     return flags;
 }
 
+/// Both markers of the scenes, on the device or not.
+std::map<std::string, bool> bothOnDevice(bool on) {
+    return {{"atracsys-1000", on}, {"atracsys-1001", on}};
+}
+
 void inject(std::uint64_t serial, const std::string& fault) {
     ASSERT_TRUE(ftkSimInjectFault(serial, fault.c_str())) << fault;
 }
@@ -40,8 +45,7 @@ TEST(TrackingStreamLifecycle, OpenStartStopCloseAndOpenAgain) {
     Recorder recorder(stream);
     ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
     ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(false));
 
     ASSERT_TRUE(stream.open());
     EXPECT_TRUE(stream.isInitialized());
@@ -57,12 +61,10 @@ TEST(TrackingStreamLifecycle, OpenStartStopCloseAndOpenAgain) {
     EXPECT_EQ(ftkSimLiveLibraries(), held.libraries + 1);
     EXPECT_EQ(ftkSimLiveFrames(), held.frames + 1);
     // Opening does not push geometries: starting does.
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(false));
 
     ASSERT_TRUE(stream.start());
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(true));
     ASSERT_TRUE(waitUntil([&] {
         auto tracking = trackingOf(recorder.lastData());
         return tracking && tracking->instrument("atracsys-1000")->quality > 0.9 &&
@@ -72,15 +74,13 @@ TEST(TrackingStreamLifecycle, OpenStartStopCloseAndOpenAgain) {
     EXPECT_TRUE(stream.isInitialized());
     ASSERT_TRUE(stream.close());
     EXPECT_FALSE(stream.isInitialized());
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", false}, {"atracsys-1001", false}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(false));
     held.expectBaseline("closed");
 
     // A new connection gets the geometries again at its start.
     ASSERT_TRUE(stream.open());
     ASSERT_TRUE(stream.start());
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(true));
     const std::size_t seen = recorder.dataCount();
     ASSERT_TRUE(waitUntil([&] {
         auto tracking = trackingOf(recorder.lastData());
@@ -126,47 +126,37 @@ TEST(TrackingStreamLifecycle, OpenWritesTheChosenOptions) {
     ftkSimClearFaults(TrackingSerial);
 }
 
-TEST(TrackingStreamLifecycle, OnlySpryTrackModelsGetTheirFixedOptions) {
-    SceneGuard scene("fusiontrack.json");
-    TestSupport::LogCapture capture;
-    ProbedStream stream;
-    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
-    ASSERT_TRUE(stream.open());
-    EXPECT_TRUE(
-        capture->contains(Log::Info, "", "AtracsysTracking: Detected fTk 500, SN 0x4654356b30307704"));
-    EXPECT_EQ(capture->countContaining("Onboard processing"), 0u);
-    EXPECT_EQ(capture->countContaining("on the SpryTrack"), 0u);
-    ASSERT_TRUE(stream.start());
-    Recorder recorder(stream);
-    ASSERT_TRUE(waitUntil([&] {
-        auto tracking = trackingOf(recorder.lastData());
-        return tracking && tracking->instrument("atracsys-1000")->quality > 0.9;
-    }));
-    ASSERT_TRUE(stream.close());
-}
-
-TEST(TrackingStreamLifecycle, ASpryTrack300IsNamedUnknownAndKeepsTheCamerasOwnOptions) {
-    // The name table stops at the spryTrack 180: the newer model is "UNKNOWN", so the fixed options
+TEST(TrackingStreamLifecycle, OnlyTheNamedSpryTrackModelsGetTheirFixedOptions) {
+    // The name table stops at the spryTrack 180: a spryTrack 300 is "UNKNOWN", so the fixed options
     // meant for the spryTrack family are not written to it and it is left as it comes.
-    SceneGuard scene("sprytrack300.json");
-    TestSupport::LogCapture capture;
-    ProbedStream stream;
-    ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
-    stream.setQueryImages(true);
-    ASSERT_TRUE(stream.open());
-    EXPECT_TRUE(capture->contains(Log::Info, "", "AtracsysTracking: Detected UNKNOWN, SN 0x53544b3330307705"))
-        << capture->dump();
-    EXPECT_EQ(capture->countContaining("Onboard processing"), 0u);
-    EXPECT_EQ(capture->countContaining("on the SpryTrack"), 0u);
-    EXPECT_EQ(stream.intOption(6000), std::optional<int>(0));
-    EXPECT_EQ(stream.intOption(6003), std::optional<int>(0));
-    ASSERT_TRUE(stream.start());
-    Recorder recorder(stream);
-    ASSERT_TRUE(waitUntil([&] {
-        auto tracking = trackingOf(recorder.lastData());
-        return tracking && tracking->instrument("atracsys-1000")->quality > 0.9;
-    }));
-    ASSERT_TRUE(stream.close());
+    struct Row {
+        const char* scene;
+        const char* detected;
+        std::optional<int> fixedOptions; // the camera's own values of the options 6000 and 6003
+    };
+    for (const Row& row :
+         {Row{"fusiontrack.json", "AtracsysTracking: Detected fTk 500, SN 0x4654356b30307704", std::nullopt},
+          Row{"sprytrack300.json", "AtracsysTracking: Detected UNKNOWN, SN 0x53544b3330307705", 0}}) {
+        SCOPED_TRACE(row.scene);
+        SceneGuard scene(row.scene);
+        TestSupport::LogCapture capture;
+        ProbedStream stream;
+        ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
+        stream.setQueryImages(true);
+        ASSERT_TRUE(stream.open());
+        EXPECT_TRUE(capture->contains(Log::Info, "", row.detected)) << capture->dump();
+        EXPECT_EQ(capture->countContaining("Onboard processing"), 0u);
+        EXPECT_EQ(capture->countContaining("on the SpryTrack"), 0u);
+        EXPECT_EQ(stream.intOption(6000), row.fixedOptions);
+        EXPECT_EQ(stream.intOption(6003), row.fixedOptions);
+        ASSERT_TRUE(stream.start());
+        Recorder recorder(stream);
+        ASSERT_TRUE(waitUntil([&] {
+            auto tracking = trackingOf(recorder.lastData());
+            return tracking && tracking->instrument("atracsys-1000")->quality > 0.9;
+        }));
+        ASSERT_TRUE(stream.close());
+    }
 }
 
 TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
@@ -197,8 +187,7 @@ TEST(TrackingStreamLifecycle, GeometriesWhileOpen) {
     ASSERT_TRUE(stream.stop());
     ftkSimClearFaults(TrackingSerial);
     ASSERT_TRUE(stream.start());
-    EXPECT_EQ(onDevice(stream),
-              (std::map<std::string, bool>{{"atracsys-1000", true}, {"atracsys-1001", true}}));
+    EXPECT_EQ(onDevice(stream), bothOnDevice(true));
     ASSERT_TRUE(stream.stop());
 
     // Removing: a clear the device refuses keeps the instrument; an accepted one removes it.

@@ -110,36 +110,6 @@ Recorder::~Recorder() {
         connection.disconnect();
 }
 
-std::size_t Recorder::dataCount() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_data.size();
-}
-
-std::size_t Recorder::updateCount() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_updates;
-}
-
-std::size_t Recorder::modificationCount() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_modifications;
-}
-
-std::shared_ptr<const CompoundStreamData> Recorder::lastData() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_data.empty() ? nullptr : m_data.back();
-}
-
-std::vector<std::shared_ptr<const CompoundStreamData>> Recorder::allData() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_data;
-}
-
-AtracsysUpdate Recorder::lastUpdate() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lastUpdate;
-}
-
 bool Recorder::waitForData(std::size_t count, std::chrono::seconds timeout) const {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, timeout, [&] { return m_data.size() >= count; });

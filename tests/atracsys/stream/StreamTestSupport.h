@@ -81,17 +81,32 @@ public:
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    std::size_t dataCount() const;
-    std::size_t updateCount() const;
-    std::size_t modificationCount() const;
-    std::shared_ptr<const CompoundStreamData> lastData() const;
-    std::vector<std::shared_ptr<const CompoundStreamData>> allData() const;
+    std::size_t dataCount() const {
+        return locked([this] { return m_data.size(); });
+    }
+    std::size_t updateCount() const {
+        return locked([this] { return m_updates; });
+    }
+    std::size_t modificationCount() const {
+        return locked([this] { return m_modifications; });
+    }
+    std::shared_ptr<const CompoundStreamData> lastData() const {
+        return locked([this] { return m_data.empty() ? nullptr : m_data.back(); });
+    }
     /// Copy of the last camera update.
-    AtracsysUpdate lastUpdate() const;
+    AtracsysUpdate lastUpdate() const {
+        return locked([this] { return m_lastUpdate; });
+    }
     /// Waits until at least `count` data items came (false after the timeout).
     bool waitForData(std::size_t count, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
 
 private:
+    template <class Read>
+    auto locked(Read read) const -> decltype(read()) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return read();
+    }
+
     mutable std::mutex m_mutex; // items arrive on the stream's worker thread, the test reads them
     mutable std::condition_variable m_changed;
     std::vector<std::shared_ptr<const CompoundStreamData>> m_data;
