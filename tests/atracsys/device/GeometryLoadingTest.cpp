@@ -50,21 +50,6 @@ const char* const example = "[fiducial0]\nx=0\ny=0\nz=0\n"
 
 } // namespace
 
-TEST(GeometryLoading, ReadsIdCountAndPositionsIntoAZeroedRecord) {
-    TestSupport::LogCapture capture;
-    const auto geometry = loadText(example);
-    ASSERT_TRUE(geometry.has_value()) << capture->dump();
-    EXPECT_EQ(geometry->geometryId, 1200u);
-    EXPECT_EQ(geometry->pointsCount, 3u);
-    EXPECT_EQ(geometry->version, 0u);
-    expectPosition(*geometry, 0, 0.0f, 0.0f, 0.0f);
-    expectPosition(*geometry, 1, 25.5f, 0.0f, 0.0f);
-    expectPosition(*geometry, 2, 0.0f, 41.2f, 0.0f);
-    expectUnusedPositionsZero(*geometry);
-    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 1200, composed of 3 fiducials"));
-    EXPECT_EQ(capture->size(), 1u) << capture->dump();
-}
-
 TEST(GeometryLoading, IgnoresSectionOrderCommentsExtraSectionsAndLineEndings) {
     TestSupport::LogCapture capture;
     // Geometry first, comments, blank lines, a tip section and a fiducial beyond the count.
@@ -179,11 +164,17 @@ TEST(GeometryLoading, CheckAndAssignFunctionsLeaveTheModelAndTheOutputUntouchedO
     EXPECT_EQ(f, 2.5f);
 }
 
-TEST(GeometryLoading, LoadsFromDiskAndFromCompiledInResources) {
+TEST(GeometryLoading, ReadsTheRecordFromTextDiskAndCompiledInResources) {
     TestSupport::LogCapture capture;
-    // The example's text on disk and in the resources, with LF or CR LF line ends: byte-identical records.
     const auto text = loadText(example);
     ASSERT_TRUE(text.has_value()) << capture->dump();
+    EXPECT_EQ(text->geometryId, 1200u);
+    EXPECT_EQ(text->pointsCount, 3u);
+    EXPECT_EQ(text->version, 0u);
+    expectPosition(*text, 1, 25.5f, 0.0f, 0.0f);
+    expectPosition(*text, 2, 0.0f, 41.2f, 0.0f);
+    expectUnusedPositionsZero(*text);
+    // The same text on disk and in the resources, with LF or CR LF line ends: byte-identical records.
     for (const std::string& path : {dataDir + "geometry1200.ini", dataDir + "geometry1200-crlf.ini",
                                     std::string(":/test-geometry/geometry1200.ini"),
                                     std::string(":/test-geometry/geometry1200-crlf.ini")}) {

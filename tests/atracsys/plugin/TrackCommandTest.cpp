@@ -92,54 +92,8 @@ protected:
     std::string m_dir;
 };
 
-} // namespace
-
-TEST_F(TrackCommand, RecordsEveryFrameOfAStaticMarkerAtItsTruePose) {
-    const std::string csv = path("poses.csv");
-    const Result r = track({"--frames", "200", "--csv", csv, "--geometry", ":/markers/geometry1000.ini"},
-                           {{"FTK_SIMULATOR_SCENE", DataDir + "/static-marker.json"}});
-    ASSERT_EQ(r.exitCode, 0) << r;
-    EXPECT_TRUE(r.outHas("Device: sTk 180, serial 0x53544b3138300001")) << r;
-    EXPECT_TRUE(r.outHas("Summary: 200 frames received")) << r;
-    EXPECT_TRUE(r.outHas("Recorded 200 rows to " + csv)) << r;
-    EXPECT_FALSE(std::filesystem::exists(csv + ".part"));
-
-    const auto rows = readCsv(csv);
-    ASSERT_EQ(rows.size(), 201u);
-    ASSERT_EQ(rows[0].size(), 21u);
-    EXPECT_EQ(rows[0][0], "frame");
-    // Truth of the scene: translation (25, -40, 850) mm, rotation of 30 degrees about z.
-    const double c = std::cos(M_PI / 6.0), s = std::sin(M_PI / 6.0);
-    const double truth[] = {25, -40, 850, c, -s, 0, s, c, 0, 0, 0, 1};
-    long long previousCounter = -1;
-    long long gaps = 0;
-    for (std::size_t i = 1; i < rows.size(); ++i) {
-        const auto& row = rows[i];
-        ASSERT_EQ(row.size(), 21u) << "row " << i;
-        EXPECT_EQ(std::stoull(row[0]), i - 1);
-        EXPECT_EQ(row[5], "atracsys-1000");
-        EXPECT_EQ(row[6], "geometry1000");
-        EXPECT_EQ(row[7], "1") << "row " << i;
-        EXPECT_GT(std::stod(row[8]), 0.9);
-        for (int k = 0; k < 3; ++k)
-            EXPECT_NEAR(std::stod(row[9 + k]), truth[k], 0.5) << "row " << i << " axis " << k;
-        for (int k = 3; k < 12; ++k)
-            EXPECT_NEAR(std::stod(row[9 + k]), truth[k], 0.01) << "row " << i << " rotation " << k - 3;
-        EXPECT_GE(std::stoull(row[2]), std::stoull(rows[1][2])); // arrival after the first frame
-        const long long counter = std::stoll(row[1]);
-        EXPECT_GT(counter, previousCounter);
-        if (previousCounter >= 0)
-            gaps += counter - previousCounter - 1;
-        previousCounter = counter;
-    }
-    // The dropped count shown is the sum of the counter gaps recorded.
-    EXPECT_TRUE(r.outHas("200 frames received, " + std::to_string(gaps) + " dropped")) << r;
-}
-
-namespace {
-
-/// True pose of a marker of tests/data/plugin/moving-markers.json: a sinusoid whose rotation turns
-/// about one camera axis only, at the device time of a frame (frame counter / rate).
+/// True pose of a marker of the scenes in tests/data/plugin: a sinusoid whose rotation turns about
+/// one camera axis only, at the device time of a frame (frame counter / rate).
 struct SinusoidMarker {
     const char* id;
     double position[3];
@@ -165,46 +119,27 @@ struct SinusoidMarker {
     }
 };
 
-} // namespace
-
-TEST_F(TrackCommand, RecordsMovingMarkersAtTheTruePoseOfEachFrame) {
-    // The scene's spryTrack 180 delivers 54 frames a second; the device time of a frame is its
-    // counter / 54 (checked below against the device clock recorded with each row).
+/// Every row of a recording (header first, one row per marker and frame) holds the marker's true
+/// pose at the frame's device time within the tolerances.
+void expectTruePoses(const std::vector<std::vector<std::string>>& rows,
+                     const std::vector<SinusoidMarker>& markers, double positionTolerance,
+                     double rotationTolerance) {
+    // The scenes' spryTrack 180 delivers 54 frames a second: its clock advances 1/54 s per counted frame.
     const double rateHz = 54.0;
-    const SinusoidMarker markers[] = {
-        {"atracsys-1000", {20, -30, 800}, {80, 40, 60}, 2, 30, 20, 3.0, 0},
-        {"atracsys-1001", {-60, 40, 950}, {-50, 30, -80}, 0, 0, 15, 2.5, 90},
-    };
-    const std::string csv = path("moving.csv");
-    const Result r = track({"--frames", "200", "--csv", csv, "--geometry", ":/markers/geometry1000.ini",
-                            "--geometry", ":/markers/geometry1001.ini"},
-                           {{"FTK_SIMULATOR_SCENE", DataDir + "/moving-markers.json"}});
-    ASSERT_EQ(r.exitCode, 0) << r;
-    EXPECT_TRUE(r.outHas("Recorded 400 rows to " + csv)) << r;
-
-    const auto rows = readCsv(csv);
-    ASSERT_EQ(rows.size(), 401u);
-    // Over 1500 frames of this scene the worst errors were 0.56 mm and 0.010 per rotation element;
-    // the markers move up to 4.6 mm between two frames, so a pose paired with a neighbouring frame
-    // fails the 1 mm bound. 200 frames cover more than a period of each motion.
-    const double positionTolerance = 1.0, rotationTolerance = 0.02;
     const long long firstCounter = std::stoll(rows[1][1]);
     const long long firstDeviceUs = std::stoll(rows[1][4]);
-    std::map<std::string, int> seen;
+    std::map<std::string, std::size_t> seen;
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const auto& row = rows[i];
         ASSERT_EQ(row.size(), 21u) << "row " << i;
-        EXPECT_EQ(std::stoull(row[0]), (i - 1) / 2) << "row " << i; // two instruments per frame
+        EXPECT_EQ(std::stoull(row[0]), (i - 1) / markers.size()) << "row " << i;
         const long long counter = std::stoll(row[1]);
-        // The device clock advances by 1/54 s per counted frame.
         EXPECT_NEAR(static_cast<double>(std::stoll(row[4]) - firstDeviceUs),
                     static_cast<double>(counter - firstCounter) * 1e6 / rateHz, 1.0)
             << "row " << i;
-        const SinusoidMarker* marker = nullptr;
-        for (const auto& m : markers)
-            if (row[5] == m.id)
-                marker = &m;
-        ASSERT_NE(marker, nullptr) << "row " << i << ": " << row[5];
+        const auto marker = std::find_if(markers.begin(), markers.end(),
+                                         [&](const SinusoidMarker& m) { return row[5] == m.id; });
+        ASSERT_NE(marker, markers.end()) << "row " << i << ": " << row[5];
         ++seen[row[5]];
         EXPECT_EQ(row[7], "1") << "row " << i << " " << row[5];
         EXPECT_GT(std::stod(row[8]), 0.9) << "row " << i;
@@ -217,8 +152,59 @@ TEST_F(TrackCommand, RecordsMovingMarkersAtTheTruePoseOfEachFrame) {
             EXPECT_NEAR(std::stod(row[12 + k]), rotation[k], rotationTolerance)
                 << "row " << i << " " << row[5] << " rotation " << k;
     }
-    EXPECT_EQ(seen["atracsys-1000"], 200);
-    EXPECT_EQ(seen["atracsys-1001"], 200);
+    for (const SinusoidMarker& m : markers)
+        EXPECT_EQ(seen[m.id], (rows.size() - 1) / markers.size()) << m.id;
+}
+
+} // namespace
+
+TEST_F(TrackCommand, RecordsEveryFrameOfAStaticMarkerAtItsTruePose) {
+    const std::string csv = path("poses.csv");
+    const Result r = track({"--frames", "200", "--csv", csv, "--geometry", ":/markers/geometry1000.ini"},
+                           {{"FTK_SIMULATOR_SCENE", DataDir + "/static-marker.json"}});
+    ASSERT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.outHas("Device: sTk 180, serial 0x53544b3138300001")) << r;
+    EXPECT_TRUE(r.outHas("Summary: 200 frames received")) << r;
+    EXPECT_TRUE(r.outHas("Recorded 200 rows to " + csv)) << r;
+    EXPECT_FALSE(std::filesystem::exists(csv + ".part"));
+
+    const auto rows = readCsv(csv);
+    ASSERT_EQ(rows.size(), 201u);
+    ASSERT_EQ(rows[0].size(), 21u);
+    EXPECT_EQ(rows[0][0], "frame");
+    // Truth of the scene: translation (25, -40, 850) mm, rotation of 30 degrees about z.
+    expectTruePoses(rows, {{"atracsys-1000", {25, -40, 850}, {0, 0, 0}, 2, 30, 0, 1.0, 0}}, 0.5, 0.01);
+    long long previousCounter = -1;
+    long long gaps = 0;
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i][6], "geometry1000");
+        EXPECT_GE(std::stoull(rows[i][2]), std::stoull(rows[1][2])); // arrival after the first frame
+        const long long counter = std::stoll(rows[i][1]);
+        EXPECT_GT(counter, previousCounter);
+        if (previousCounter >= 0)
+            gaps += counter - previousCounter - 1;
+        previousCounter = counter;
+    }
+    // The dropped count shown is the sum of the counter gaps recorded.
+    EXPECT_TRUE(r.outHas("200 frames received, " + std::to_string(gaps) + " dropped")) << r;
+}
+
+TEST_F(TrackCommand, RecordsMovingMarkersAtTheTruePoseOfEachFrame) {
+    const std::string csv = path("moving.csv");
+    const Result r = track({"--frames", "200", "--csv", csv, "--geometry", ":/markers/geometry1000.ini",
+                            "--geometry", ":/markers/geometry1001.ini"},
+                           {{"FTK_SIMULATOR_SCENE", DataDir + "/moving-markers.json"}});
+    ASSERT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.outHas("Recorded 400 rows to " + csv)) << r;
+    const auto rows = readCsv(csv);
+    ASSERT_EQ(rows.size(), 401u);
+    // Over 1500 frames of this scene the worst errors were 0.56 mm and 0.010 per rotation element;
+    // the markers move up to 4.6 mm between two frames, so a pose paired with a neighbouring frame
+    // fails the 1 mm bound. 200 frames cover more than a period of each motion.
+    expectTruePoses(rows,
+                    {{"atracsys-1000", {20, -30, 800}, {80, 40, 60}, 2, 30, 20, 3.0, 0},
+                     {"atracsys-1001", {-60, 40, 950}, {-50, 30, -80}, 0, 0, 15, 2.5, 90}},
+                    1.0, 0.02);
 }
 
 TEST_F(TrackCommand, EndsCleanlyOnTerminationAndSavesMarkedImages) {
