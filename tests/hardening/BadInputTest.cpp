@@ -65,14 +65,18 @@ TEST(BadInput, BrokenGeometryFilesAreNamedAndNothingIsWritten) {
     }
 }
 
-// Workspaces for `kestrion track --workspace`: missing, not XML, a folder, without the stream,
-// with values of the wrong type, naming a geometry file that is not there.
+// Broken workspaces: missing, not XML, a folder, without the stream, with values of the wrong type,
+// naming a geometry file that is not there. `kestrion track --workspace` names each with its
+// problem; `kestrion run` and the desktop host say which file and why for those they cannot load.
+// Every process ends with status 1 and leaves the file as it was. A marker file that is not there
+// does not stop the workspace from loading, but the run reports it and fails.
 TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
     TemporaryFolder folder;
     struct Row {
         const char* name;
         std::string file;
-        std::string message;
+        std::string message;    ///< of kestrion track
+        std::string hostReason; ///< of kestrion run and the desktop host; empty: not run there
     };
     const std::string missing = folder.path("missing.kws");
     const std::string truncated =
@@ -87,80 +91,54 @@ TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
         folder.write("markers.kws",
                      workspace("<properties name=\"TrackingTargets\"><properties name=\"probe\"><param "
                                "name=\"Path\" type=\"string\">probe.ini</param></properties></properties>"));
-    std::filesystem::create_directory(folder.path("folder.kws"));
+    const std::string aFolder = folder.path("folder.kws");
+    std::filesystem::create_directory(aFolder);
     const Row rows[] = {
-        {"missing", missing, "kestrion track: workspace " + missing + ": "},
-        {"truncated", truncated, "kestrion track: workspace " + truncated + ": " + truncated + ":2"},
-        {"not XML", notXml, "kestrion track: workspace " + notXml + ": " + notXml + ":1"},
-        {"empty", empty, "kestrion track: workspace " + empty + ": "},
-        {"a folder", folder.path("folder.kws"),
-         "kestrion track: workspace " + folder.path("folder.kws") + ": "},
+        {"missing", missing, "kestrion track: workspace " + missing + ": ", ""},
+        {"truncated", truncated, "kestrion track: workspace " + truncated + ": " + truncated + ":2",
+         truncated + ":2:11: Premature end of document."},
+        {"not XML", notXml, "kestrion track: workspace " + notXml + ": " + notXml + ":1", ""},
+        {"empty", empty, "kestrion track: workspace " + empty + ": ", ""},
+        {"a folder", aFolder, "kestrion track: workspace " + aFolder + ": ", "not a file"},
         {"without the stream", noStream,
          "kestrion track: workspace " + noStream +
-             ": no Atracsys.SpryTrackStream algorithm in its \"Algorithms\" block"},
-        {"wrong type", wrongType, "kestrion track: workspace " + wrongType + ": "},
+             ": no Atracsys.SpryTrackStream algorithm in its \"Algorithms\" block",
+         ""},
+        {"wrong type", wrongType, "kestrion track: workspace " + wrongType + ": ",
+         wrongType + ":1:165: value 'all of them' of parameter 'fiducialQueryMode' is not a valid int"},
         {"missing geometry", noGeometry,
-         "kestrion track: geometry file " + folder.path("probe.ini") + ": No such file or directory"},
+         "kestrion track: geometry file " + folder.path("probe.ini") + ": No such file or directory", ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         const std::string before = readFile(row.file);
-        const ProcessResult r = kestrion(folder, {"track", "--workspace", row.file, "--duration", "1"});
+        ProcessResult r = kestrion(folder, {"track", "--workspace", row.file, "--duration", "1"});
         EXPECT_EQ(r.exitCode, 1) << r;
         EXPECT_TRUE(r.errHas(row.message)) << row.message << "\n" << r;
         EXPECT_FALSE(r.outHas("Tracking ")) << r;
+        if (!row.hostReason.empty()) {
+            const std::string line =
+                "[ERROR] Workspace: Cannot load workspace " + row.file + ": " + row.hostReason + "\n";
+            r = kestrion(folder, {"run", row.file});
+            EXPECT_EQ(r.exitCode, 1) << r;
+            EXPECT_TRUE(r.errHas(line)) << line << r;
+            EXPECT_TRUE(r.outHas("Not loaded")) << r;
+            r = runProcess(KESTRION_GUI_APP,
+                           {"--workspace", row.file, "--screenshot", folder.path("shot.png"), "--after", "0"},
+                           guiEnvironment(), folder.path());
+            EXPECT_EQ(r.exitCode, 1) << r;
+            EXPECT_TRUE(r.errHas(line)) << line << r;
+        }
         EXPECT_EQ(readFile(row.file), before) << "the workspace is left as it was";
     }
-}
 
-// The same kinds of broken workspace opened by `kestrion run` and by the desktop host: both say
-// which file and why, end with status 1 and leave the file as it was. A marker file that is not
-// there does not stop the workspace from loading, but the run reports it and fails.
-TEST(BadInput, BrokenWorkspacesInTheHosts) {
-    TemporaryFolder folder;
-    struct Row {
-        const char* name;
-        std::string file;
-        std::string reason;
-    };
-    const std::string truncated =
-        folder.write("truncated.kws", "<properties name=\"Workspace\">\n<properties");
-    const std::string wrongType = folder.write(
-        "types.kws", workspace("<param name=\"fiducialQueryMode\" type=\"int\">all of them</param>"));
-    std::filesystem::create_directory(folder.path("folder.kws"));
-    const Row rows[] = {
-        {"truncated", truncated, truncated + ":2:11: Premature end of document."},
-        {"wrong type", wrongType,
-         wrongType + ":1:165: value 'all of them' of parameter 'fiducialQueryMode' is not a valid int"},
-        {"a folder", folder.path("folder.kws"), "not a file"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string before = readFile(row.file);
-        const std::string line =
-            "[ERROR] Workspace: Cannot load workspace " + row.file + ": " + row.reason + "\n";
-        ProcessResult r = kestrion(folder, {"run", row.file});
-        EXPECT_EQ(r.exitCode, 1) << r;
-        EXPECT_TRUE(r.errHas(line)) << line << r;
-        EXPECT_TRUE(r.outHas("Not loaded")) << r;
-        r = runProcess(KESTRION_GUI_APP,
-                       {"--workspace", row.file, "--screenshot", folder.path("shot.png"), "--after", "0"},
-                       guiEnvironment(), folder.path());
-        EXPECT_EQ(r.exitCode, 1) << r;
-        EXPECT_TRUE(r.errHas(line)) << line << r;
-        EXPECT_EQ(readFile(row.file), before);
-    }
-
-    const std::string markers =
-        folder.write("markers.kws",
-                     workspace("<properties name=\"TrackingTargets\"><properties name=\"probe\"><param "
-                               "name=\"Path\" type=\"string\">probe.ini</param></properties></properties>"));
-    const ProcessResult r = kestrion(folder, {"run", markers});
+    const ProcessResult r = kestrion(folder, {"run", noGeometry});
     EXPECT_EQ(r.exitCode, 1) << r;
     EXPECT_TRUE(r.errHas("[ERROR] AtracsysTrackingStream: Cannot load geometry from file " +
                          folder.path("probe.ini")))
         << r;
-    EXPECT_TRUE(r.errHas("kestrion run: 1 error(s) logged while computing the workspace " + markers + "\n"))
+    EXPECT_TRUE(
+        r.errHas("kestrion run: 1 error(s) logged while computing the workspace " + noGeometry + "\n"))
         << r;
 }
 
@@ -180,7 +158,6 @@ TEST(BadInput, BrokenScenesAreNamedWithThePlace) {
         "motion.json", R"({"markers": [{"geometryId": 1000, "fiducials": [[0,0,0],[50,0,0],[0,60,0]],
                            "motion": {"type": "orbit", "center": [0,0,800], "radiusMM": 100, "periodS": -1}}]})");
     const Row rows[] = {
-        {"missing", folder.path("missing.json"), "ftkInit: "},
         {"truncated", truncated, "ftkInit: scene " + truncated + ": not valid JSON: "},
         {"wrong type", wrongType, "ftkInit: scene " + wrongType + ": seed: must be a non-negative integer"},
         {"unknown key", unknownKey, "ftkInit: scene " + unknownKey + ": lights: unknown key"},

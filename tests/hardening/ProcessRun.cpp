@@ -13,13 +13,6 @@
 
 namespace Kestrion::HardeningTest {
 
-std::size_t ProcessResult::errCount(const std::string& text) const {
-    std::size_t count = 0;
-    for (std::size_t at = err.find(text); at != std::string::npos; at = err.find(text, at + text.size()))
-        ++count;
-    return count;
-}
-
 std::ostream& operator<<(std::ostream& s, const ProcessResult& r) {
     return s << "exit " << r.exitCode << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
 }

@@ -16,8 +16,6 @@ struct ProcessResult {
     std::string err;
     bool outHas(const std::string& text) const { return out.find(text) != std::string::npos; }
     bool errHas(const std::string& text) const { return err.find(text) != std::string::npos; }
-    /// Occurrences of `text` in stderr.
-    std::size_t errCount(const std::string& text) const;
 };
 
 std::ostream& operator<<(std::ostream& s, const ProcessResult& r);

@@ -222,7 +222,6 @@ TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
         Expected line;
     };
     const Row rows[] = {
-        {"no device", R"({"kind": "noDevice"})", false, {Log::Error, "", NoDevice}},
         {"failed enumeration",
          R"({"kind": "enumerationStatus", "reportDevices": false})",
          false,
