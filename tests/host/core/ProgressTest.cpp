@@ -59,7 +59,6 @@ TEST(Progress, TasksReportChangesAndFinishExactlyOnce) {
         ProgressTask task = progress.addTask(500, "Record geometry...");
         ASSERT_EQ(progress.tasks().size(), 1u);
         EXPECT_EQ(progress.tasks()[0], task.state());
-        EXPECT_EQ(task.steps(), 500);
         task.setProgress(120);
         task.setProgress(120); // no change, no notification
         EXPECT_DOUBLE_EQ(task.state()->fraction(), 0.24);

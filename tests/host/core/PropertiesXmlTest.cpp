@@ -87,12 +87,9 @@ TEST(PropertiesXml, MalformedDocumentsGiveSourceLineAndReasonAndNoTree) {
                                       std::to_string(error.column) + "): Opening and ending tag mismatch."))
         << capture->dump();
 
-    const std::string deep = [] {
-        std::string text;
-        for (int i = 0; i < 300; ++i)
-            text += "<properties>";
-        return text;
-    }();
+    std::string deep;
+    for (int i = 0; i < 300; ++i)
+        deep += "<properties>";
     struct Case {
         std::string xml;
         int line;           // 0: any
