@@ -13,14 +13,6 @@ namespace {
 
 enum class OptimizationMode : int { BestFrame = 0, WeightedAverage = 1, Nonlinear = 2 };
 
-class Optimizer : public Configurable {
-public:
-    Parameter<std::string> geometryId{"geometryId", "", this};
-    Parameter<OptimizationMode> optimizationMode{"optimizationMode", OptimizationMode::Nonlinear, this};
-    Parameter<bool> keepCoordinateLocation{"keepCoordinateLocation", true, this};
-    Parameter<int> recordedFrames{"recordedFrames", 500, this};
-};
-
 // A configurable with settings of its own besides registered parameters.
 class Tracker : public Configurable {
 public:
@@ -42,53 +34,30 @@ public:
     }
 
     Parameter<float> tolerance{"Distance matching tolerance", 1.0f, this};
+    Parameter<OptimizationMode> mode{"optimizationMode", OptimizationMode::Nonlinear, this};
     Parameter<unsigned> budget{"budget", 7u, this};
-    Parameter<double> scale{"scale", 0.5, this};
+    Parameter<std::string> geometryId{"geometryId", "", this};
     Parameter<Eigen::Vector3d> offset{"offset", Eigen::Vector3d(1, 2, 3), this};
     double maxDistance = 100.0;
 };
 
 } // namespace
 
-TEST(Configurable, RegisteredParametersAreWrittenInOrderAndReadBackByName) {
-    Optimizer optimizer;
-    Properties written;
-    optimizer.configuration(&written);
-    EXPECT_EQ(written.paramNames(), (std::vector<std::string>{"geometryId", "optimizationMode",
-                                                              "keepCoordinateLocation", "recordedFrames"}));
-    EXPECT_EQ(written.paramText("optimizationMode"), std::optional<std::string>("2"));
-
-    Properties settings;
-    settings.setParam("geometryId", std::string("atracsys-1004"));
-    settings.setParam("optimizationMode", 1);
-    settings.setParam("recordedFrames", 120);
-    optimizer.configure(&settings);
-    EXPECT_EQ(optimizer.geometryId.value(), "atracsys-1004");
-    EXPECT_EQ(optimizer.optimizationMode, OptimizationMode::WeightedAverage);
-    EXPECT_TRUE(optimizer.keepCoordinateLocation) << "an absent key keeps the value";
-    EXPECT_EQ(optimizer.recordedFrames, 120);
-
-    optimizer.configureDefaults();
-    EXPECT_EQ(optimizer.geometryId.value(), "");
-    EXPECT_EQ(optimizer.recordedFrames.value(), 500);
-
-    EXPECT_EQ(optimizer.parameter("recordedFrames"), &optimizer.recordedFrames);
-    EXPECT_EQ(optimizer.parameter("missing"), nullptr);
-}
-
-TEST(Configurable, DerivedSettingsAttributesInvalidValuesAndNullTrees) {
+TEST(Configurable, ParametersAndDerivedSettingsAreWrittenInOrderReadBackByNameAndReset) {
     TestSupport::LogCapture capture;
     Tracker tracker;
     Properties p;
     p.setParam("Distance matching tolerance", 2.5f);
     p.setParam("maxFiducialMarkerDistance", 80.0);
+    p.setParam("optimizationMode", 1);
+    p.setParam("geometryId", std::string("atracsys-1004"));
     p.setParam("budget", -3);
     p.setParam("offset", std::string("1 2"));
-    p.setParam("scale", std::string("0.25"));
     tracker.configure(&p);
     EXPECT_EQ(tracker.tolerance.value(), 2.5f);
     EXPECT_EQ(tracker.maxDistance, 80.0);
-    EXPECT_EQ(tracker.scale.value(), 0.25) << "a text value that converts is accepted";
+    EXPECT_EQ(tracker.mode, OptimizationMode::WeightedAverage);
+    EXPECT_EQ(tracker.geometryId.value(), "atracsys-1004");
     EXPECT_EQ(tracker.budget.value(), 7u);
     EXPECT_EQ(tracker.offset.value(), Eigen::Vector3d(1, 2, 3));
     EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
@@ -97,19 +66,28 @@ TEST(Configurable, DerivedSettingsAttributesInvalidValuesAndNullTrees) {
     EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
                                   "Invalid value '1 2' for parameter 'offset' (vector), keeping 1 2 3"));
 
+    Properties text;
+    text.setParam("Distance matching tolerance", std::string("0.25"));
+    tracker.configure(&text);
+    EXPECT_EQ(tracker.tolerance.value(), 0.25f) << "a text value that converts is accepted";
+    EXPECT_EQ(tracker.mode, OptimizationMode::WeightedAverage) << "an absent key keeps the value";
+
     Properties out;
     tracker.configuration(&out);
-    EXPECT_EQ(out.paramNames(), (std::vector<std::string>{"Distance matching tolerance", "budget", "scale",
-                                                          "offset", "maxFiducialMarkerDistance"}));
-    EXPECT_EQ(out.param("Distance matching tolerance", 0.0f), 2.5f);
+    EXPECT_EQ(out.paramNames(),
+              (std::vector<std::string>{"Distance matching tolerance", "optimizationMode", "budget",
+                                        "geometryId", "offset", "maxFiducialMarkerDistance"}));
+    EXPECT_EQ(out.paramText("optimizationMode"), std::optional<std::string>("1"));
     EXPECT_EQ(out.paramAttribute("Distance matching tolerance", "unit"), std::optional<std::string>("mm"));
+    EXPECT_EQ(tracker.parameter("budget"), &tracker.budget);
+    EXPECT_EQ(tracker.parameter("missing"), nullptr);
 
     tracker.configure(nullptr);
     tracker.configuration(nullptr);
     tracker.configureDefaults();
     EXPECT_EQ(tracker.tolerance.value(), 1.0f);
+    EXPECT_EQ(tracker.geometryId.value(), "");
     EXPECT_EQ(tracker.maxDistance, 100.0);
-
     EXPECT_FALSE(tracker.tolerance.setText("wide"));
     EXPECT_EQ(tracker.tolerance.value(), 1.0f);
 }
@@ -117,19 +95,19 @@ TEST(Configurable, DerivedSettingsAttributesInvalidValuesAndNullTrees) {
 TEST(Configurable, ParametersLeaveTheRegistryWhenDestroyed) {
     TestSupport::LogCapture capture;
     Tracker tracker;
-    ASSERT_EQ(tracker.parameters().size(), 4u);
+    ASSERT_EQ(tracker.parameters().size(), 5u);
     {
         Parameter<int> temporary("temporary", 1, &tracker);
         EXPECT_EQ(tracker.parameters().back(), &temporary);
     }
-    EXPECT_EQ(tracker.parameters().size(), 4u);
+    EXPECT_EQ(tracker.parameters().size(), 5u);
     EXPECT_EQ(tracker.parameter("temporary"), nullptr);
 
     // A parameter that outlives its owner no longer refers to it.
-    auto owner = std::make_unique<Optimizer>();
-    auto outliving = std::make_unique<Parameter<int>>("recordedFrames", 1, owner.get());
+    auto owner = std::make_unique<Tracker>();
+    auto outliving = std::make_unique<Parameter<int>>("budget", 1, owner.get());
     EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
-                                  "Parameter 'recordedFrames' is registered twice; both use the same key"));
+                                  "Parameter 'budget' is registered twice; both use the same key"));
     owner.reset();
     EXPECT_EQ(outliving->owner(), nullptr);
     outliving.reset();

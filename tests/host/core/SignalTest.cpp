@@ -22,15 +22,13 @@ namespace {
 class Latch {
 public:
     void open() {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_open = true;
-        }
+        std::lock_guard<std::mutex> lock(m_mutex); // the waiting thread reads m_open
+        m_open = true;
         m_cv.notify_all();
     }
-    bool wait(std::chrono::milliseconds timeout = 10s) {
+    bool wait() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_cv.wait_for(lock, timeout, [&] { return m_open; });
+        return m_cv.wait_for(lock, 10s, [&] { return m_open; });
     }
 
 private:
@@ -64,7 +62,6 @@ TEST(Signal, CallsSlotsInOrderAndEndsConnectionsFromEitherSide) {
     first.disconnect();
     first.disconnect(); // idempotent
     EXPECT_FALSE(first.connected());
-    EXPECT_TRUE(second.connected());
     calls.clear();
     signal(value, "b");
     EXPECT_EQ(calls, (std::vector<std::string>{"second b2"}));
