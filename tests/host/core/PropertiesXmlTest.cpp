@@ -129,9 +129,7 @@ TEST(PropertiesXml, FilesRememberTheirFolderForRelativePaths) {
     const Filesystem::Path file = base.join("workspaces/session.kws");
 
     Properties workspace("Workspace");
-    Properties* stream =
-        workspace.addSubProperties("Algorithms")->addSubProperties("Atracsys.SpryTrackStream");
-    stream->addSubProperties("TrackingTargets")
+    workspace.addSubProperties("TrackingTargets")
         ->addSubProperties("tool")
         ->setParam("Path", "../markers/tool.ini");
     EXPECT_FALSE(PropertiesXml::writeFile(workspace, file)) << "the workspaces folder does not exist yet";
@@ -142,10 +140,7 @@ TEST(PropertiesXml, FilesRememberTheirFolderForRelativePaths) {
     ASSERT_TRUE(read.has_value());
     EXPECT_EQ(*read, workspace);
     EXPECT_EQ(read->baseFolder(), base.join("workspaces").str());
-    const Properties* tool = read->subProperty("Algorithms")
-                                 ->subProperty("Atracsys.SpryTrackStream")
-                                 ->subProperty("TrackingTargets")
-                                 ->subProperty("tool");
+    const Properties* tool = read->subProperty("TrackingTargets")->subProperty("tool");
     ASSERT_NE(tool, nullptr);
     EXPECT_EQ(tool->absolutePath(tool->param("Path", std::string())), base.join("markers/tool.ini").str());
 
