@@ -160,34 +160,34 @@ TEST(SignalReceiver, DestructionEndsItsConnectionsOnly) {
 }
 
 namespace {
+// What a receiver's slot saw, shared with the test that destroys the receiver.
+struct Watch {
+    std::atomic<bool> destroyed{false};
+    std::atomic<int> violations{0};
+    Latch called;
+};
+
 // A receiver whose slot uses its members; it ends its connections before its members die.
 class BusyReceiver : public SignalReceiver {
 public:
-    BusyReceiver(Signal<int>& signal, std::atomic<bool>& destroyed, std::atomic<int>& violations,
-                 Latch& called)
-        : m_destroyed(destroyed)
-        , m_violations(violations)
-        , m_called(called) {
+    BusyReceiver(Signal<int>& signal, Watch& watch)
+        : m_watch(watch) {
         signal.connect(this, &BusyReceiver::onValue);
     }
     ~BusyReceiver() override {
         disconnectAllSignals();
-        m_destroyed = true;
+        m_watch.destroyed = true;
     }
     void onValue(int v) {
-        if (m_destroyed)
-            ++m_violations;
+        m_watch.violations += m_watch.destroyed ? 1 : 0;
         m_sum += v; // member memory, touched only while connected
-        m_called.open();
+        m_watch.called.open();
         std::this_thread::sleep_for(100us);
-        if (m_destroyed)
-            ++m_violations;
+        m_watch.violations += m_watch.destroyed ? 1 : 0;
     }
 
 private:
-    std::atomic<bool>& m_destroyed;
-    std::atomic<int>& m_violations;
-    Latch& m_called;
+    Watch& m_watch;
     std::atomic<long> m_sum{0};
 };
 } // namespace
@@ -202,15 +202,12 @@ TEST(SignalReceiver, DestroyedWhileOtherThreadsEmit) {
                 signal(1);
         });
     for (int round = 0; round < 20; ++round) {
-        std::atomic<bool> destroyed{false};
-        std::atomic<int> violations{0};
-        Latch called;
-        auto receiver = std::make_unique<BusyReceiver>(signal, destroyed, violations, called);
-        ASSERT_TRUE(called.wait()); // destroyed while its slot is being called
+        Watch watch;
+        auto receiver = std::make_unique<BusyReceiver>(signal, watch);
+        ASSERT_TRUE(watch.called.wait()); // destroyed while its slot is being called
         receiver.reset();
-        // Give the emitters a chance to call a slot that should be gone.
-        std::this_thread::sleep_for(1ms);
-        EXPECT_EQ(violations.load(), 0) << "round " << round;
+        std::this_thread::sleep_for(1ms); // a chance for the emitters to call a slot that should be gone
+        EXPECT_EQ(watch.violations.load(), 0) << "round " << round;
         EXPECT_EQ(signal.numConnections(), 0u);
     }
     stopEmitting = true;
