@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-
 using namespace Kestrion;
 
 namespace {
@@ -23,18 +21,9 @@ public:
         : TrackingStream("Camera") {}
     ~CameraStream() override { close(); }
 
-    std::vector<TrackingInstrument> instruments() const override {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_instruments;
-    }
-    void setInstruments(std::vector<TrackingInstrument> instruments) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_instruments = std::move(instruments);
-    }
+    std::vector<TrackingInstrument> instruments() const override { return list; }
 
-private:
-    mutable std::mutex m_mutex;
-    std::vector<TrackingInstrument> m_instruments;
+    std::vector<TrackingInstrument> list; // these tests use one thread
 };
 
 TrackingInstrument instrument(const std::string& id, std::uint64_t timestamp, bool active) {
@@ -53,8 +42,7 @@ std::shared_ptr<SharedImage> smallImage() {
 
 TEST(TrackingStream, CreatesDataFromItsInstrumentsAndAnnouncesModifications) {
     CameraStream camera;
-    camera.setInstruments(
-        {instrument("a", 1000, true), instrument("b", 1500, false), instrument("c", 1200, true)});
+    camera.list = {instrument("a", 1000, true), instrument("b", 1500, false), instrument("c", 1200, true)};
     EXPECT_EQ(camera.numInstruments(false), 3u);
     EXPECT_EQ(camera.numInstruments(true), 2u);
 
@@ -70,7 +58,7 @@ TEST(TrackingStream, CreatesDataFromItsInstrumentsAndAnnouncesModifications) {
     ASSERT_NE(data->instrument("b"), nullptr);
     EXPECT_EQ(data->instrument("b")->id.name, "Tool b");
     EXPECT_EQ(data->instrument("z"), nullptr);
-    camera.setInstruments({});
+    camera.list.clear();
     EXPECT_EQ(data->instruments().size(), 3u); // a snapshot
     EXPECT_EQ(camera.createTrackingStreamData()->deviceTimestamp(), 0u);
 
