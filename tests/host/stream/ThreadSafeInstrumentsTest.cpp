@@ -62,7 +62,6 @@ TEST(ThreadSafeInstruments, CreateAndTheMainInstrument) {
             << capture->dump();
         EXPECT_EQ(Geometry::alive.load(), 2);
         EXPECT_EQ(registry.find("atracsys-2")->id.name, "Tool 2");
-        EXPECT_TRUE(registry.isActive("atracsys-2"));
         int geometryId = 0;
         registry.modify("atracsys-2", [&](const std::string&, Geometry& g) { geometryId = g.id; });
         EXPECT_EQ(geometryId, 2);
