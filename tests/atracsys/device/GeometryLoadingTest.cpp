@@ -141,29 +141,6 @@ TEST(GeometryLoading, CountsBeyondTheRecordCapacityAreRefused) {
     expectPosition(*full, 5, 5.0f, 1.0f, 2.0f);
 }
 
-TEST(GeometryLoading, CheckAndAssignFunctionsLeaveTheModelAndTheOutputUntouchedOnFailure) {
-    IniFile ini;
-    std::string text = "[s]\nf=2.5\n[empty]\n";
-    ASSERT_TRUE(ini.parse(text.data(), text.size()));
-    TestSupport::LogCapture capture;
-
-    EXPECT_TRUE(checkSection(ini, "empty"));
-    EXPECT_FALSE(checkSection(ini, "S"));
-    // A missing section is reported as a missing key, and never created.
-    EXPECT_FALSE(checkKey(ini, "nosuch", "n"));
-    EXPECT_TRUE(capture->contains(Log::Error, "", missingKey("n", "nosuch")));
-    EXPECT_FALSE(checkSection(ini, "nosuch"));
-
-    unsigned u = 99;
-    EXPECT_FALSE(assignUint32(ini, "s", "missing", &u));
-    EXPECT_EQ(u, 99u);
-    float f = 99.0f;
-    EXPECT_FALSE(assignFloatXX(ini, "empty", "f", &f));
-    EXPECT_EQ(f, 99.0f);
-    EXPECT_TRUE(assignFloatXX(ini, "s", "f", &f));
-    EXPECT_EQ(f, 2.5f);
-}
-
 TEST(GeometryLoading, ReadsTheRecordFromTextDiskAndCompiledInResources) {
     TestSupport::LogCapture capture;
     const auto text = loadText(example);
