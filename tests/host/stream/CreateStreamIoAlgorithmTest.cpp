@@ -113,10 +113,6 @@ TEST_F(CreateStreamIoAlgorithmTest, TheFirstKeyPresentDecidesWhetherTheStreamIsO
     Algo algorithm;
     Properties first = flags({{"open", true}, {"start", true}});
     algorithm.configure(&first);
-    Properties unrelated;
-    unrelated.setParam("gain", 3);
-    algorithm.configure(&unrelated);
-    EXPECT_TRUE(algorithm.openOnCreate());
     EXPECT_TRUE(algorithm.startOnCreate());
     Properties off = flags({{"autoStart", false}});
     algorithm.configure(&off);
