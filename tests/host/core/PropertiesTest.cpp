@@ -195,9 +195,6 @@ TEST(Properties, CopiesAreDeepAndIndependent) {
     EXPECT_NE(child->subProperty("grandchild"), nullptr);
     EXPECT_NE(copy, original);
 
-    std::unique_ptr<Properties> cloned = original.clone();
-    EXPECT_EQ(*cloned, original);
-
     // Assigning a block from one of its own descendants.
     Properties tree = original;
     tree = *tree.subProperty("child");
