@@ -223,23 +223,24 @@ TEST(Faults, ReadsRefusedForOneGetterAndTextsReportedNull) {
         }
     }
     EXPECT_GT(fullyNamed, 5);
-
-    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "getter": "min"})"));
-    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.getter: applies only to an optionRefusal of reads");
-    EXPECT_FALSE(
-        ftkSimInjectFault(21, R"({"kind": "optionRefusal", "operation": "get", "getter": "minimum"})"));
-    EXPECT_EQ(controlError(),
-              "ftkSimInjectFault: fault.getter: must be \"min\", \"max\", \"default\" or \"value\"");
 }
 
 TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
     SceneGuard scene(OneDevice);
-    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "meltdown"})"));
-    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.kind: unknown fault 'meltdown'");
-    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "fetchError"})"));
-    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault: a fetchError fault needs \"code\"");
-    EXPECT_FALSE(ftkSimInjectFault(21, R"({"kind": "fetchError", "code": "FTK_ERR_BOGUS"})"));
-    EXPECT_EQ(controlError(), "ftkSimInjectFault: fault.code: unknown status name 'FTK_ERR_BOGUS'");
+    const std::pair<const char*, const char*> refused[] = {
+        {R"({"kind": "meltdown"})", "fault.kind: unknown fault 'meltdown'"},
+        {R"({"kind": "fetchError"})", "fault: a fetchError fault needs \"code\""},
+        {R"({"kind": "fetchError", "code": "FTK_ERR_BOGUS"})",
+         "fault.code: unknown status name 'FTK_ERR_BOGUS'"},
+        {R"({"kind": "optionRefusal", "getter": "min"})",
+         "fault.getter: applies only to an optionRefusal of reads"},
+        {R"({"kind": "optionRefusal", "operation": "get", "getter": "minimum"})",
+         "fault.getter: must be \"min\", \"max\", \"default\" or \"value\""},
+    };
+    for (const auto& [fault, reason] : refused) {
+        EXPECT_FALSE(ftkSimInjectFault(21, fault));
+        EXPECT_EQ(controlError(), std::string("ftkSimInjectFault: ") + reason);
+    }
     EXPECT_FALSE(ftkSimInjectFault(22, R"({"kind": "noDevice"})"));
     EXPECT_EQ(controlError(), "ftkSimInjectFault: no device with serial 22 in the current scene");
     EXPECT_TRUE(ftkSimInjectFault(21, R"({"kind": "noDevice"})"));

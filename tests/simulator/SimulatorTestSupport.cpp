@@ -99,7 +99,6 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
         [](uint64, void* user, ftkOptionsInfo* info) {
             OptionInfo o;
             o.id = info->id;
-            o.component = info->component;
             o.read = info->status.read;
             o.write = info->status.write;
             o.global = info->status.globalOption;

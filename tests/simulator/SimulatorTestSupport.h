@@ -78,7 +78,6 @@ Enumeration enumerate(ftkLibrary lib);
 /// Options reported by ftkEnumerateOptions (copied), and its status.
 struct OptionInfo {
     uint32 id = 0;
-    ftkComponent component = ftkComponent::FTK_DEVICE;
     uint32 read = 0;
     uint32 write = 0;
     uint32 global = 0;
