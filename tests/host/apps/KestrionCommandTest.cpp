@@ -94,11 +94,6 @@ TEST_F(KestrionCommand, PluginsListsEveryLibraryWithItsStatusAndAlgorithms) {
         << r;
     EXPECT_TRUE(r.has("Built in: Kestrion.Stream")) << r;
     EXPECT_TRUE(r.has("Summary: 2 active, 2 inactive, 8 failed")) << r;
-
-    // The same through the environment variable.
-    const Result viaEnvironment = kestrion({"plugins"}, {{"KESTRION_PLUGIN_PATH", PluginDir}});
-    EXPECT_EQ(viaEnvironment.exitCode, 0) << viaEnvironment;
-    EXPECT_EQ(viaEnvironment.out, r.out);
 }
 
 TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
@@ -165,14 +160,9 @@ TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
     }
 
     const std::string missingFolder = m_dir + "/no-plugins-here";
-    for (const char* command : {"plugins", "run"}) {
-        std::vector<std::string> arguments{command, "--plugin-path", missingFolder};
-        if (std::string(command) == "run")
-            arguments.push_back(m_dir + "/x.kws");
-        const Result r = kestrion(arguments);
-        EXPECT_EQ(r.exitCode, 1) << r;
-        EXPECT_EQ(r.err, "kestrion: plugin folder " + missingFolder + " does not exist\n") << r;
-    }
+    const Result r = kestrion({"run", m_dir + "/x.kws", "--plugin-path", missingFolder});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_EQ(r.err, "kestrion: plugin folder " + missingFolder + " does not exist\n") << r;
 }
 
 TEST_F(KestrionCommand, HelpDescribesTheCommands) {

@@ -86,6 +86,13 @@ TEST_F(PluginLoaderTest, EachBadLibraryIsReportedByFileAndReasonWhileTheOthersLo
                                       std::string("Plugin ") + file +
                                           " inactive: init() returned 1, the plugin stays inactive"));
     }
+    // libTestPluginA_Dependent.so is found first but depends on Test.Base: its init() fails unless
+    // Test.Base's algorithm is registered already. Failed plugins never reach init(); inactive ones do.
+    const auto initialised = loader.initialised();
+    ASSERT_EQ(initialised.size(), 2u);
+    EXPECT_EQ(initialised[0]->id, "Test.Base");
+    EXPECT_EQ(initialised[1]->id, "Test.Dependent");
+    EXPECT_EQ(capture->countContaining("init Test."), 4u) << capture->dump();
     for (const char* id : {"Test.Base", "Test.Dependent"}) {
         const PluginRecord* record = loader.find(id);
         ASSERT_NE(record, nullptr) << id;
@@ -94,35 +101,18 @@ TEST_F(PluginLoaderTest, EachBadLibraryIsReportedByFileAndReasonWhileTheOthersLo
         EXPECT_TRUE(capture->contains(Log::Info, "PluginLoader",
                                       "Loaded plugin " + std::string(id) + " from " + record->fileName));
     }
-}
 
-TEST_F(PluginLoaderTest, PluginsAreInitialisedAfterTheirDependenciesAndRegisterUnderTheirIds) {
-    TestSupport::LogCapture capture;
-    PluginLoader loader;
-    ASSERT_TRUE(loader.load({PluginDir}));
-
-    // libTestPluginA_Dependent.so is found first but depends on Test.Base (its init() also
-    // checks that Test.Base's algorithm is registered already, else it fails).
-    const auto initialised = loader.initialised();
-    ASSERT_EQ(initialised.size(), 2u);
-    EXPECT_EQ(initialised[0]->id, "Test.Base");
-    EXPECT_EQ(initialised[1]->id, "Test.Dependent");
-    // Failed plugins never reach init(); inactive ones do.
-    EXPECT_EQ(capture->countContaining("init Test."), 4u) << capture->dump();
-
+    // Each active plugin registered its factories under its id; the others registered nothing.
     FactoryRegistry& registry = FactoryRegistry::instance();
     EXPECT_EQ(identifiers(registry.algorithmsOf("Test.Base")), std::vector<std::string>{"TestBase.Recorder"});
     EXPECT_EQ(identifiers(registry.algorithmsOf("Test.Dependent")),
               std::vector<std::string>{"TestDependent.Recorder"});
-    // The unlicensed and the inactive plugin registered nothing.
     EXPECT_EQ(registry.algorithms().size(), 2u);
     EXPECT_EQ(registry.controllerFactoryCount(), 2u);
     EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), 1u);
     EXPECT_TRUE(
         capture->contains(Log::Info, "Licensing", "Feature \"Test.FeatureNobodyLicenses\" is not licensed"));
     EXPECT_EQ(capture->countContaining("although inactive"), 0u);
-
-    // A controller comes from the plugin that knows the algorithm.
     auto algorithm = registry.createAlgorithm("TestBase.Recorder");
     ASSERT_NE(algorithm, nullptr);
     EXPECT_NE(registry.createController(algorithm.get()), nullptr);

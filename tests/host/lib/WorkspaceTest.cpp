@@ -4,7 +4,6 @@
 #include "host/core/PropertiesXml.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "host/lib/FactoryRegistry.h"
-#include "host/lib/PluginRegistrationScope.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
 #include "tests/support/LogCapture.h"
 
@@ -132,24 +131,6 @@ TEST(WorkspaceConversionRegistry, ConversionsRunInOrderRenameInPlaceAndReportCha
     EXPECT_EQ(registry.convert(workspace, "/data/case.kws"), std::vector<std::string>{});
     Properties empty("Workspace");
     EXPECT_EQ(registry.convert(empty, "/data/empty.kws"), std::vector<std::string>{});
-}
-
-TEST(WorkspaceConversionRegistry, ConversionsAddedDuringAPluginsInitBelongToThatPlugin) {
-    WorkspaceConversionRegistry registry;
-    registry.addConversion(rename("host", 1, "a", "b"));
-    {
-        PluginRegistrationScope scope("Plugin.One");
-        registry.addConversion(rename("one", 2, "a", "b"));
-        {
-            PluginRegistrationScope inner("Plugin.Two");
-            registry.addConversion(rename("two", 3, "a", "b"));
-        }
-        registry.addConversion(rename("one again", 4, "a", "b"));
-    }
-    EXPECT_EQ(registry.removeOwnedBy("Plugin.One"), 2u);
-    ASSERT_EQ(registry.size(), 2u);
-    EXPECT_EQ(registry.conversions()[0].description, "host");
-    EXPECT_EQ(registry.conversions()[1].description, "two");
 }
 
 TEST_F(WorkspaceTest, ARoundTripKeepsConfigurationsUnknownAlgorithmsAndOtherBlocks) {

@@ -5,7 +5,6 @@
 #include "host/core/Algorithm.h"
 #include "host/core/Parameter.h"
 #include "host/core/Progress.h"
-#include "host/core/PropertiesXml.h"
 #include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "host/lib/FactoryRegistry.h"
@@ -102,17 +101,10 @@ TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
     PluginLoader loader;
     loader.load({PluginDir});
     HostWindow window(FactoryRegistry::instance());
-    {
-        std::ofstream file(path("old.kws"));
-        file << "<properties name=\"Workspace\">\n"
-                "  <properties name=\"Algorithms\">\n"
-                "    <properties name=\"TestOld.Recorder\"><param name=\"label\" "
-                "type=\"string\">kept</param></properties>\n"
-                "    <properties name=\"Nobody.Offers\"><param name=\"x\" "
-                "type=\"int\">3</param></properties>\n"
-                "  </properties>\n"
-                "</properties>\n";
-    }
+    std::ofstream(path("old.kws")) << "<properties name=\"Workspace\"><properties name=\"Algorithms\">"
+                                      "<properties name=\"TestOld.Recorder\"><param name=\"label\" "
+                                      "type=\"string\">kept</param></properties>"
+                                      "<properties name=\"Nobody.Offers\"/></properties></properties>\n";
     std::string answer = path("old.kws");
     std::vector<QtHelpers::FileDialogRequest> requests;
     QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest& request) {
@@ -125,8 +117,8 @@ TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].caption, "Open workspace");
     EXPECT_EQ(window.workspaceFile(), path("old.kws"));
-    EXPECT_TRUE(capture->contains(Log::Info, "TestPlugin", "TestBase.Recorder computed: label=kept value=0"))
-        << capture->dump();
+    const std::string kept = "TestBase.Recorder computed: label=kept value=0";
+    EXPECT_EQ(capture->count(Log::Info, "TestPlugin", kept), 1u) << capture->dump();
     EXPECT_EQ(window.panelArea()->count(), 1); // the unknown algorithm has no panel
     EXPECT_EQ(window.session().workspace().algorithms().size(), 2u);
 
@@ -135,19 +127,14 @@ TEST_F(HostWindowTest, WorkspacesAreSavedAndOpenedThroughTheFileMenuDialogs) {
     window.saveWorkspaceDialog();
     EXPECT_EQ(requests.back().kind, QtHelpers::FileDialogRequest::Kind::Save);
     EXPECT_EQ(window.workspaceFile(), path("copy.kws"));
-    std::optional<Properties> saved = PropertiesXml::readFile(path("copy.kws"));
-    ASSERT_TRUE(saved);
-    const Properties* algorithms = saved->subProperty("Algorithms");
-    ASSERT_NE(algorithms, nullptr);
-    ASSERT_NE(algorithms->subProperty("TestBase.Recorder"), nullptr);
-    EXPECT_EQ(algorithms->subProperty("TestBase.Recorder")->param("label", std::string()), "kept");
 
     window.newWorkspace();
     EXPECT_EQ(window.panelArea()->count(), 0);
     EXPECT_TRUE(window.workspaceFile().empty());
-    EXPECT_TRUE(window.openWorkspace(path("copy.kws")) == false); // the unknown algorithm is still a problem
+    EXPECT_FALSE(window.openWorkspace(path("copy.kws"))); // the unknown algorithm is still a problem
     window.session().waitForComputations();
     EXPECT_EQ(window.panelArea()->count(), 1);
+    EXPECT_EQ(capture->count(Log::Info, "TestPlugin", kept), 2u); // the saved copy kept the setting
 
     answer.clear(); // a cancelled dialog changes nothing
     window.openWorkspaceDialog();

@@ -1,15 +1,9 @@
-// A plugin for the host's own tests, compiled once per variant with these definitions:
-//   TEST_PLUGIN_ID            plugin id (string)
-//   TEST_PLUGIN_DEPENDENCIES  dependency ids, comma-separated initialiser list of strings
-//   TEST_PLUGIN_PREFIX        prefix of its algorithm and controller factories
-//   TEST_PLUGIN_DESCRIPTOR    descriptor text (default: the host's); TEST_PLUGIN_NO_DESCRIPTOR omits it
-//   TEST_PLUGIN_NO_CREATE     omits the kestrionCreatePlugin entry point
-//   TEST_PLUGIN_INIT_RESULT   what init() returns without registering anything (default: register, 0)
-//   TEST_PLUGIN_LICENSE       feature that must be licensed, else init() returns 1
-//   TEST_PLUGIN_REQUIRES      algorithm identifier that must be registered when init() runs
-//                             (proves that the plugin providing it was initialised first)
-//   TEST_PLUGIN_CONVERSION    adds a workspace conversion renaming "<TEST_PLUGIN_CONVERSION>" to
-//                             "<prefix>.Recorder" in a workspace's "Algorithms" block
+// A plugin for the host's own tests, compiled once per variant (see CMakeLists.txt) with:
+// TEST_PLUGIN_ID, TEST_PLUGIN_PREFIX (of its factories), TEST_PLUGIN_DEPENDENCIES (initialiser list
+// of ids), TEST_PLUGIN_DESCRIPTOR or TEST_PLUGIN_NO_DESCRIPTOR, TEST_PLUGIN_NO_CREATE (no entry
+// point), TEST_PLUGIN_INIT_RESULT (returned without registering), TEST_PLUGIN_LICENSE (feature needed,
+// else init() returns 1), TEST_PLUGIN_REQUIRES (algorithm that must be registered before init()),
+// TEST_PLUGIN_CONVERSION (a workspace conversion renaming that name to "<prefix>.Recorder").
 #include "host/core/Algorithm.h"
 #include "host/core/Log.h"
 #include "host/core/Parameter.h"
@@ -24,8 +18,6 @@
 #include "host/lib/PluginExport.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
 #include "host/licensing/Licensing.h"
-
-#include <stdexcept>
 
 #ifndef TEST_PLUGIN_DESCRIPTOR
 #define TEST_PLUGIN_DESCRIPTOR KESTRION_PLUGIN_DESCRIPTOR
@@ -44,8 +36,6 @@ public:
             KESTRION_LOG_ERROR(Category, identifier() << " refuses to compute");
             return;
         }
-        if (m_throw.value())
-            throw std::runtime_error("asked to throw");
         setStatus(Success);
         KESTRION_LOG_INFO(Category, identifier() << " computed: label=" << m_label.value()
                                                  << " value=" << m_value.value());
@@ -55,7 +45,6 @@ private:
     Kestrion::Parameter<std::string> m_label{"label", "", this};
     Kestrion::Parameter<int> m_value{"value", 0, this};
     Kestrion::Parameter<bool> m_fail{"fail", false, this};
-    Kestrion::Parameter<bool> m_throw{"throw", false, this};
 };
 
 class TestAlgorithmFactory : public Kestrion::AlgorithmFactory {

@@ -50,25 +50,7 @@ public:
     }
 };
 
-TEST_F(PropertiesWidgetTest, SplitsCamelCaseNamesIntoWords) {
-    const std::vector<std::pair<std::string, std::string>> rows{
-        {"maxFiducialMarkerDistance", "Max Fiducial Marker Distance"},
-        {"imageIntegrationTime", "Image Integration Time"},
-        {"SDKPath", "SDK Path"},
-        {"maxID", "Max ID"},
-        {"point3D", "Point 3D"},
-        {"camera2Offset", "Camera 2 Offset"},
-        {"max_distance", "Max distance"},
-        {"Distance matching tolerance", "Distance matching tolerance"},
-        {"x", "X"},
-        {"", ""},
-        {"_open_", "Open"},
-    };
-    for (const auto& [name, label] : rows)
-        EXPECT_EQ(PropertiesWidget::splitCamelCase(name), label) << name;
-}
-
-TEST_F(PropertiesWidgetTest, ShowsOneEditorPerVisibleParameterChosenByType) {
+TEST_F(PropertiesWidgetTest, OneEditorPerVisibleParameterByTypeWhoseEditsChangeTheTree) {
     Properties tree("Settings");
     tree.setParam("connect", true);
     tree.setParam("imageIntegrationTime", 120);
@@ -77,6 +59,8 @@ TEST_F(PropertiesWidgetTest, ShowsOneEditorPerVisibleParameterChosenByType) {
     tree.setParam("fiducialQueryMode", 2);
     tree.setParamAttribute("fiducialQueryMode", "values",
                            "None;Belonging to marker;All in marker vicinity;All");
+    tree.setParam("label", std::string("A"));
+    tree.setParamAttribute("label", "values", "A;B");
     tree.setParam("secret", 3);
     tree.setParamAttribute("secret", "hidden", "true");
     Properties* targets = tree.addSubProperties("TrackingTargets");
@@ -84,11 +68,10 @@ TEST_F(PropertiesWidgetTest, ShowsOneEditorPerVisibleParameterChosenByType) {
     targets->addSubProperties("marker")->setParam("Path", std::string("/tmp/a.ini"));
 
     PropertiesWidget widget(&tree);
-    EXPECT_EQ(widget.rowCount(), 5);
+    EXPECT_EQ(widget.rowCount(), 6);
     EXPECT_EQ(widget.editor("secret"), nullptr);
     EXPECT_EQ(widget.editor("TrackingTargets/marker/Path"), nullptr);
     EXPECT_TRUE(widget.findChildren<QGroupBox*>().isEmpty());
-
     auto* check = qobject_cast<QCheckBox*>(widget.editor("connect"));
     auto* spin = qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"));
     auto* real = qobject_cast<QDoubleSpinBox*>(widget.editor("maxFiducialMarkerDistance"));
@@ -102,40 +85,27 @@ TEST_F(PropertiesWidgetTest, ShowsOneEditorPerVisibleParameterChosenByType) {
     EXPECT_EQ(combo->count(), 4);
     EXPECT_EQ(combo->currentText(), "All in marker vicinity");
     EXPECT_EQ(widget.label("maxFiducialMarkerDistance")->text(), "maxFiducialMarkerDistance");
-}
 
-TEST_F(PropertiesWidgetTest, UserEditsChangeTheTreeAndAnnounceTheParameter) {
-    Properties tree;
-    tree.setParam("connect", false);
-    tree.setParam("imageIntegrationTime", 120);
-    tree.setParam("maxFiducialMarkerDistance", 2.5);
-    tree.setParam("name", std::string("left"));
-    tree.setParam("mode", 0);
-    tree.setParamAttribute("mode", "values", "None;Some;All");
-    tree.setParam("label", std::string("A"));
-    tree.setParamAttribute("label", "values", "A;B");
-    PropertiesWidget widget(&tree);
     QSignalSpy spy(&widget, &PropertiesWidget::parameterChanged);
-
-    qobject_cast<QCheckBox*>(widget.editor("connect"))->click();
-    qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->setValue(250);
-    qobject_cast<QDoubleSpinBox*>(widget.editor("maxFiducialMarkerDistance"))->setValue(3.25);
-    auto* line = qobject_cast<QLineEdit*>(widget.editor("name"));
+    check->click();
+    spin->setValue(250);
+    real->setValue(3.25);
     line->setFocus();
     line->selectAll();
     QTest::keyClicks(line, "right");
     QTest::keyClick(line, Qt::Key_Return);
-    qobject_cast<QComboBox*>(widget.editor("mode"))->setCurrentIndex(2);
+    combo->setCurrentIndex(0);
     qobject_cast<QComboBox*>(widget.editor("label"))->setCurrentIndex(1);
 
-    EXPECT_EQ(names(spy), (std::vector<std::string>{"connect", "imageIntegrationTime",
-                                                    "maxFiducialMarkerDistance", "name", "mode", "label"}));
-    EXPECT_TRUE(tree.param("connect", false));
+    EXPECT_EQ(names(spy),
+              (std::vector<std::string>{"connect", "imageIntegrationTime", "maxFiducialMarkerDistance",
+                                        "name", "fiducialQueryMode", "label"}));
+    EXPECT_FALSE(tree.param("connect", true));
     EXPECT_EQ(tree.paramType("imageIntegrationTime"), "int");
     EXPECT_EQ(tree.param("imageIntegrationTime", 0), 250);
     EXPECT_DOUBLE_EQ(tree.param("maxFiducialMarkerDistance", 0.0), 3.25);
     EXPECT_EQ(tree.param("name", std::string()), "right");
-    EXPECT_EQ(tree.param("mode", -1), 2); // an integer enumeration holds the index
+    EXPECT_EQ(tree.param("fiducialQueryMode", -1), 0); // an integer enumeration holds the index
     EXPECT_EQ(tree.param("label", std::string()), "B");
     EXPECT_EQ(widget.lastChangedParameter(), "label");
 
@@ -144,11 +114,11 @@ TEST_F(PropertiesWidgetTest, UserEditsChangeTheTreeAndAnnounceTheParameter) {
     line->setFocus();
     QTest::keyClick(line, Qt::Key_Return);
     tree.setParam("imageIntegrationTime", 90);
-    tree.setParam("mode", 1);
+    tree.setParam("fiducialQueryMode", 1);
     widget.reload();
     EXPECT_EQ(spy.count(), 0);
     EXPECT_EQ(qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->value(), 90);
-    EXPECT_EQ(qobject_cast<QComboBox*>(widget.editor("mode"))->currentIndex(), 1);
+    EXPECT_EQ(qobject_cast<QComboBox*>(widget.editor("fiducialQueryMode"))->currentIndex(), 1);
 }
 
 TEST_F(PropertiesWidgetTest, RefusesTextThatDoesNotFitTheParameterType) {
@@ -181,6 +151,22 @@ TEST_F(PropertiesWidgetTest, RefusesTextThatDoesNotFitTheParameterType) {
 }
 
 TEST_F(PropertiesWidgetTest, LabelsFollowCamelCaseSplittingAndLabelAttributes) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"maxFiducialMarkerDistance", "Max Fiducial Marker Distance"},
+        {"imageIntegrationTime", "Image Integration Time"},
+        {"SDKPath", "SDK Path"},
+        {"maxID", "Max ID"},
+        {"point3D", "Point 3D"},
+        {"camera2Offset", "Camera 2 Offset"},
+        {"max_distance", "Max distance"},
+        {"Distance matching tolerance", "Distance matching tolerance"},
+        {"x", "X"},
+        {"", ""},
+        {"_open_", "Open"},
+    };
+    for (const auto& [name, label] : rows)
+        EXPECT_EQ(PropertiesWidget::splitCamelCase(name), label) << name;
+
     Properties tree;
     tree.setParam("maxFiducialMarkerDistance", 2.0);
     tree.setParam("queryImages", true);
