@@ -4,10 +4,10 @@
 
 #include "atracsys/stream/AtracsysTrackingStream.h"
 
-#include "tests/atracsys/gui/AnnotationPixels.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
 #include "tests/atracsys/gui/SimulatorScene.h"
 
+#include <Eigen/Core>
 #include <QDir>
 #include <QFile>
 #include <QImage>
@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <iostream>
 #include <mutex>
 #include <sstream>
@@ -60,6 +61,24 @@ AtracsysUpdate expectedUpdate() {
 /// (the dark level of the sensor).
 bool isCameraBackground(QRgb pixel) {
     return qRed(pixel) == qGreen(pixel) && qGreen(pixel) == qBlue(pixel) && qRed(pixel) <= 10;
+}
+
+/// A pixel that only a cyan annotation paints: green and blue well above red (the camera images
+/// are grey, the background dark grey).
+bool isCyan(QRgb pixel) {
+    return qGreen(pixel) - qRed(pixel) > 90 && qBlue(pixel) - qRed(pixel) > 90;
+}
+
+/// True when some pixel within one pixel of the image point (mapped by `imageToPicture`) is cyan.
+bool cyanNear(const QImage& picture, const QTransform& imageToPicture, const Eigen::Vector2d& imagePoint) {
+    const QPointF at = imageToPicture.map(QPointF(imagePoint.x(), imagePoint.y()));
+    const int cx = static_cast<int>(std::floor(at.x()));
+    const int cy = static_cast<int>(std::floor(at.y()));
+    for (int y = cy - 1; y <= cy + 1; ++y)
+        for (int x = cx - 1; x <= cx + 1; ++x)
+            if (picture.valid(x, y) && isCyan(picture.pixel(x, y)))
+                return true;
+    return false;
 }
 
 /// The runs of indices whose count reaches the threshold, as [begin, end) pairs.
@@ -123,20 +142,25 @@ std::string problemsOf(const QImage& picture, const AtracsysUpdate& expected) {
             if (s.minCoeff() * scale < 6.0)
                 problems << name << ": fiducial " << i
                          << " too small in the picture to tell its marks apart\n";
-            for (const Eigen::Vector2d& point : GuiTest::ellipseRimPoints(p, s))
-                if (!GuiTest::cyanNear(picture, toPicture, point))
-                    problems << name << ": fiducial " << i << " has no ellipse at " << point.transpose()
-                             << "\n";
-            for (const Eigen::Vector2d& point : GuiTest::crossArmEnds(p, s))
-                if (!GuiTest::cyanNear(picture, toPicture, point))
-                    problems << name << ": fiducial " << i << " has no cross at " << point.transpose()
-                             << "\n";
+            // Points only the ellipse covers (its rim at 45 degrees) and only the cross covers (just
+            // inside the end of each arm, which reach 0.8 of the size, past the ellipse at 0.5).
+            const double rim = std::sqrt(0.5) / 2.0, arm = 0.75;
+            const std::pair<const char*, Eigen::Vector2d> marks[] = {
+                {"ellipse", {rim, rim}},   {"ellipse", {-rim, rim}}, {"ellipse", {rim, -rim}},
+                {"ellipse", {-rim, -rim}}, {"cross", {arm, 0}},      {"cross", {-arm, 0}},
+                {"cross", {0, arm}},       {"cross", {0, -arm}}};
+            for (const auto& [mark, offset] : marks) {
+                const Eigen::Vector2d point = p + offset.cwiseProduct(s);
+                if (!cyanNear(picture, toPicture, point))
+                    problems << name << ": fiducial " << i << " has no " << mark << " at "
+                             << point.transpose() << "\n";
+            }
             fiducials.push_back(toPicture.map(QPointF(p.x(), p.y())));
         }
         int stray = 0;
         for (int y = area.top(); y <= area.bottom(); ++y)
             for (int x = area.left(); x <= area.right(); ++x) {
-                if (!GuiTest::isCyan(picture.pixel(x, y)))
+                if (!isCyan(picture.pixel(x, y)))
                     continue;
                 bool near = false;
                 for (const QPointF& f : fiducials)
