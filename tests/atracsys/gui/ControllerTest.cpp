@@ -283,32 +283,22 @@ TEST_F(TrackingControllerTest, FiducialModeAndImagesReachTheStreamWithoutEchoes)
     EXPECT_EQ(controller.renderer()->cameraView(0).view.data(), display.views()[0]);
 }
 
-TEST_F(TrackingControllerTest, ShowsTheCameraImagesOfARunningStream) {
+TEST_F(TrackingControllerTest, StartsAStreamThatAsksToStartOnceOpenAndShowsItsImages) {
+    stream->setStartAfterInit(true);
     stream->setQueryImages(true);
+    stream->setFiducialQueryMode(AtracsysTrackingStreamBase::AllFiducials);
+    ASSERT_TRUE(stream->open());
     controller.setDisplayWidget(&display);
     controller.init();
+    EXPECT_EQ(stream->currentState(), State::Running);
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->text() == "Stop"; }));
     ASSERT_TRUE(controller.renderer()) << "images were asked for before the panel came";
     EXPECT_TRUE(imagesCheck()->isChecked());
-    combo()->setCurrentText("All");
-
-    connectionButton()->click();
-    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->isEnabled(); }));
-    startButton()->click();
     const AtracsysRenderer& renderer = *controller.renderer();
     EXPECT_TRUE(GuiTest::processEventsUntil([&] {
         return renderer.cameraView(0).ellipses.size() == 4 && renderer.cameraView(1).ellipses.size() == 4;
     })) << "the marker's four fiducials in both images";
     EXPECT_EQ(renderer.cameraView(0).view->image().size(), QSize(2048, 1088));
-    startButton()->click();
-    ASSERT_TRUE(stream->close());
-}
-
-TEST_F(TrackingControllerTest, StartsAStreamThatAsksToStartOnceOpen) {
-    stream->setStartAfterInit(true);
-    ASSERT_TRUE(stream->open());
-    controller.init();
-    EXPECT_EQ(stream->currentState(), State::Running);
-    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->text() == "Stop"; }));
     ASSERT_TRUE(stream->close());
 }
 

