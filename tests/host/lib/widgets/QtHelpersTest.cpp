@@ -13,15 +13,6 @@ using QtHelpers::FileDialogRequest;
 
 namespace {
 
-/// Receives a queued call by name carrying a std::string, as panels do from worker threads.
-class SaveTarget : public QObject {
-    Q_OBJECT
-public:
-    std::string received;
-public slots:
-    void save(bool, const std::string& id) { received = id; }
-};
-
 class QtHelpersTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -99,16 +90,4 @@ TEST_F(QtHelpersTest, DialogHookIsRestoredWhenItsScopeEnds) {
     EXPECT_FALSE(QtHelpers::hasFileDialogHook());
 }
 
-TEST_F(QtHelpersTest, StdStringCanTravelInQueuedCallsByName) {
-    QtHelpers::registerMetaTypes();
-    SaveTarget target;
-    ASSERT_TRUE(QMetaObject::invokeMethod(&target, "save", Qt::QueuedConnection, Q_ARG(bool, true),
-                                          Q_ARG(std::string, std::string("atracsys-1000"))));
-    EXPECT_TRUE(target.received.empty()); // not before the event loop runs
-    QCoreApplication::processEvents();
-    EXPECT_EQ(target.received, "atracsys-1000");
-}
-
 } // namespace
-
-#include "QtHelpersTest.moc"
