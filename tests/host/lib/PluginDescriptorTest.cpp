@@ -38,8 +38,7 @@ TEST(PluginDescriptor, AcceptsAnyFieldOrderAndExplainsWhatItRefuses) {
          "built for host version 4.4.6.1, this host is 4.4.6"},
         {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|buildflags=x", "plugin descriptor names no host version"},
         {garbage, "wrong magic string \"" + std::string(80, 'x') +
-                      "...\" (expected "
-                      "\"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
+                      "...\" (expected \"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
     };
     for (const auto& [text, reason] : incompatible) {
         std::string error;
