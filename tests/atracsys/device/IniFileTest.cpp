@@ -30,7 +30,7 @@ std::string readFile(const std::string& path) {
 
 } // namespace
 
-TEST(IniFileParse, LineFeedAndCarriageReturnLineFeedGiveTheSameModel) {
+TEST(IniFileParse, LineFeedEndsALineCarriageReturnsAreDroppedNulEndsTheText) {
     const Sections expected{{"geometry", {{"count", "4"}, {"id", "55"}}}, {"fiducial0", {{"x", "1.5"}}}};
     // The last text has no final line feed: its last line is still read.
     for (const char* text : {"[geometry]\ncount=4\nid=55\n[fiducial0]\nx=1.5\n",
@@ -45,9 +45,7 @@ TEST(IniFileParse, LineFeedAndCarriageReturnLineFeedGiveTheSameModel) {
     IniFile inside;
     EXPECT_TRUE(parseText(inside, "[geo\rmetry]\nco\runt=4\r\r\n"));
     EXPECT_EQ(inside.sections, (Sections{{"geometry", {{"count", "4"}}}}));
-}
 
-TEST(IniFileParse, NulEndsTheTextAndEmptyLinesAreSkipped) {
     // A NUL in the middle of a line ends the text after that partial line; what follows is
     // ignored, even when malformed.
     std::string mid("[a]\nk=v\0w\nbad\n", 14);
@@ -103,16 +101,14 @@ TEST(IniFileParse, SectionHeadersKeepTheirTextAndWinOverKeyLines) {
     EXPECT_EQ(ini.sections, (Sections{{"", {}}}));
 }
 
-TEST(IniFileParse, KeysAndValuesAreUntrimmedAndTheLastValueWins) {
+TEST(IniFileParse, KeysAndValuesAreUntrimmedTheLastValueWinsAndCommentsAreLinesOutsideSections) {
     IniFile ini;
     EXPECT_TRUE(parseText(ini, "[s]\nx = 1\n\tk=v \na=first\na=second\nempty=\n=novalue\nq=a=b\n"));
     const IniFile::Section expected{{"x ", " 1"},  {"\tk", "v "},   {"a", "second"},
                                     {"empty", ""}, {"", "novalue"}, {"q", "a=b"}};
     EXPECT_EQ(ini.sections.at("s"), expected);
-}
 
-TEST(IniFileParse, CommentsAndBlankLinesAreRecognisedOnlyOutsideKeyLines) {
-    IniFile ini;
+    // Comments and blank lines are recognised only outside key lines.
     EXPECT_TRUE(parseText(ini, "; leading comment\n   ; indented comment\n \t \n[s]\n;just a comment\n"
                                "  \t\n; a=b\n"));
     // The comment-looking line inside a section holds '=' and so defines a key.
@@ -123,7 +119,7 @@ TEST(IniFileParse, CommentsAndBlankLinesAreRecognisedOnlyOutsideKeyLines) {
     EXPECT_EQ(ini.sections, (Sections{{"s", {}}}));
 }
 
-TEST(IniFileWrite, ToBufferWritesSortedTextThatParsesBackToTheSameModel) {
+TEST(IniFileWrite, ToBufferWritesTheSortedTextWithAFinalNul) {
     // The text in a new buffer; its size counts the final NUL.
     const auto written = [](IniFile& ini, std::size_t expectedSize) {
         char* raw = nullptr;
@@ -136,11 +132,7 @@ TEST(IniFileWrite, ToBufferWritesSortedTextThatParsesBackToTheSameModel) {
     IniFile ini;
     ASSERT_TRUE(parseText(ini, "[geometry]\r\nid=7\r\ncount=1\r\n[fiducial0]\r\nz=3\r\nx=1\r\ny= 2\r\n"));
     const std::string expected = "[fiducial0]\nx=1\ny= 2\nz=3\n[geometry]\ncount=1\nid=7\n";
-    std::string text = written(ini, expected.size() + 1);
-    EXPECT_EQ(text, expected);
-    IniFile back;
-    EXPECT_TRUE(parseText(back, text));
-    EXPECT_EQ(back.sections, ini.sections);
+    EXPECT_EQ(written(ini, expected.size() + 1), expected);
 
     // Long lines are written whole; an empty model is a lone NUL.
     IniFile longLine;
