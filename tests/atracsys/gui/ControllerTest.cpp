@@ -10,7 +10,7 @@
 #include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/PropertiesWidget.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
-#include "tests/atracsys/gui/SimulatorScene.h"
+#include "tests/atracsys/stream/StreamTestSupport.h"
 #include "tests/support/LogCapture.h"
 
 #include <QCheckBox>
@@ -103,7 +103,7 @@ protected:
     }
 
     GuiTest::Application application;
-    GuiTest::SceneGuard scene{"static-marker.json"};
+    TrackingStreamTest::SceneGuard scene{GuiTest::dataFile("static-marker.json")};
     CountingStream* stream = new CountingStream; // owned by the algorithm
     AtracsysTrackingController::CreateAlgorithm algorithm;
     DisplayWidgetMulti display;

@@ -11,7 +11,7 @@
 #include "host/lib/widgets/QtHelpers.h"
 #include "host/lib/widgets/UrlOpenRecorder.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
-#include "tests/atracsys/gui/SimulatorScene.h"
+#include "tests/atracsys/stream/StreamTestSupport.h"
 #include "tests/support/LogCapture.h"
 
 #include <QCoreApplication>
@@ -64,7 +64,7 @@ bool sameDistances(const Points& a, const Points& b, double tolerance) {
 class MarkersWidgetOnSimulator : public ::testing::Test {
 protected:
     GuiTest::Application application;
-    GuiTest::SceneGuard scene{"static-marker.json"};
+    TrackingStreamTest::SceneGuard scene{GuiTest::dataFile("static-marker.json")};
     GuiTest::TemporaryHome home;
     QTemporaryDir output;
     UrlOpenRecorder urls;

@@ -5,7 +5,7 @@
 #include "atracsys/stream/AtracsysTrackingStream.h"
 
 #include "tests/atracsys/gui/GuiTestSupport.h"
-#include "tests/atracsys/gui/SimulatorScene.h"
+#include "tests/atracsys/stream/StreamTestSupport.h"
 
 #include <Eigen/Core>
 #include <QDir>
@@ -34,7 +34,7 @@ const QString Screenshot =
 
 /// What the camera reports for the scene: one camera update (the marker stands still).
 AtracsysUpdate expectedUpdate() {
-    GuiTest::SceneGuard scene(Scene);
+    TrackingStreamTest::SceneGuard scene(GuiTest::dataFile(Scene));
     SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
     stream.setQueryImages(true);
     stream.setFiducialQueryMode(AtracsysTrackingStreamBase::AllFiducials);

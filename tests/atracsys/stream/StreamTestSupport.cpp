@@ -19,7 +19,8 @@ void HeldResources::expectBaseline(const char* step) const {
 }
 
 SceneGuard::SceneGuard(const std::string& sceneFile) {
-    if (!ftkSimLoadSceneFile(dataFile(sceneFile).c_str())) {
+    const std::string path = sceneFile.rfind('/', 0) == 0 ? sceneFile : dataFile(sceneFile);
+    if (!ftkSimLoadSceneFile(path.c_str())) {
         char error[1024] = {};
         ftkSimGetLastError(error, sizeof(error));
         ADD_FAILURE() << "cannot load scene " << sceneFile << ": " << error;

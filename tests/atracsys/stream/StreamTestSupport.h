@@ -36,8 +36,8 @@ struct HeldResources {
     void expectBaseline(const char* step) const;
 };
 
-/// Loads a scene file of tests/data/trackingstream with the stepped clock; restores the default
-/// scene and the free-running clock when it goes.
+/// Loads a scene file (of tests/data/trackingstream unless given as an absolute path) with the
+/// stepped clock; restores the default scene and the free-running clock when it goes.
 class SceneGuard {
 public:
     explicit SceneGuard(const std::string& sceneFile);
