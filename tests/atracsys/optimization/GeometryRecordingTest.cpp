@@ -17,6 +17,7 @@
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 namespace Kestrion {
 namespace {
@@ -195,35 +196,27 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
     algo.setOptimizationMode(Algo::BestFrame); // leaves the recording at its scale
     startCompute();
 
-    FrameSpec inactive;
+    // Frames refused before any is recorded, each with its line.
+    FrameSpec inactive, noFiducials, other = view({{0, 0, 0}}, {0.1});
     inactive.active = false;
-    emit(makeFrame(inactive));
-    EXPECT_TRUE(capture->contains(Log::Error, kOptimization,
-                                  "Optimization requires at least one active tracking instrument."));
-
-    FrameSpec noFiducials;
     noFiducials.withFiducials = false;
-    emit(makeFrame(noFiducials));
-    EXPECT_TRUE(capture->contains(Log::Error, kOptimization,
-                                  "TrackingStream does not have valid fiducials raw data."));
-
-    FrameSpec other = view({{0, 0, 0}}, {0.1});
     other.instrumentId = "atracsys-1001";
-    emit(makeFrame(other));
-    EXPECT_TRUE(
-        capture->contains(Log::Error, kOptimization, "atracsys-1300 not found in active instruments."));
-
     // Quality must be above 0.8: exactly 0.8 is refused.
     FrameSpec poor = view(observe(truth, randomPose(rng), 0.0, rng), {0.1, 0.1, 0.1, 0.1});
     poor.quality = 0.8;
-    emit(makeFrame(poor));
-    EXPECT_EQ(capture->count(Log::Error, kOptimize,
-                             "Instrument needs to be visible during recording all the time."),
-              1u);
-
-    emit(makeFrame(view({{0, 0, 900}, {50, 0, 900}, {0, 50, 900}}, {0.1, 0.1, 0.1})));
-    EXPECT_TRUE(capture->contains(Log::Warning, kOptimize,
-                                  "Number of fiducial do not match : 3 in the frame, 4 in the geometry"));
+    const std::tuple<FrameSpec, int, const char*, const char*> refused[] = {
+        {inactive, Log::Error, kOptimization,
+         "Optimization requires at least one active tracking instrument."},
+        {noFiducials, Log::Error, kOptimization, "TrackingStream does not have valid fiducials raw data."},
+        {other, Log::Error, kOptimization, "atracsys-1300 not found in active instruments."},
+        {poor, Log::Error, kOptimize, "Instrument needs to be visible during recording all the time."},
+        {view({{0, 0, 900}, {50, 0, 900}, {0, 50, 900}}, {0.1, 0.1, 0.1}), Log::Warning, kOptimize,
+         "Number of fiducial do not match : 3 in the frame, 4 in the geometry"},
+    };
+    for (const auto& [spec, level, category, message] : refused) {
+        emit(makeFrame(spec));
+        EXPECT_EQ(capture->count(level, category, message), 1u) << message << "\n" << capture->dump();
+    }
     EXPECT_EQ(algo.recording().size(), 0u);
 
     // The first accepted frame fixes the slots; quality just above the limit is enough.
