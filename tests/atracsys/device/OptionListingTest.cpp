@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace Kestrion;
 using namespace Kestrion::SpryTrack::AtracsysHelpers;
 using namespace Kestrion::TestSupport;
@@ -104,7 +106,7 @@ TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
     EXPECT_EQ(capture->size(), camera.reportedOptions(serial).size() + 12u) << capture->dump();
 }
 
-TEST(OptionListing, UnreadableOptionsFractionalBoundsAndMissingTexts) {
+TEST(OptionListing, UnreadableMalformedAndFractionalOptionsAndAFailedEnumeration) {
     SimulatedCamera camera(R"({"devices": [{"model": "spryTrack 180", "serial": "0x5354",
         "extraOptions": [
             {"id": 900, "name": "Offset", "type": "float", "min": -1.7, "max": 2.9, "default": 1.25,
@@ -112,9 +114,11 @@ TEST(OptionListing, UnreadableOptionsFractionalBoundsAndMissingTexts) {
             {"id": 902, "name": "Factory counter", "min": 0, "max": 9, "read": false, "description": "Counter"}],
         "faults": [
             {"kind": "malformedOption", "option": "Enables IR strobe", "malformation": "nullDescription"},
-            {"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullUnit"}]}]})");
+            {"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullUnit"},
+            {"kind": "malformedOption", "option": "Image Integration Time", "malformation": "unknownType"},
+            {"kind": "malformedOption", "option": "Sensor temperature", "malformation": "nullName"}]}]})");
     const ftkLibrary lib = camera.lib();
-    const std::size_t reported = camera.reportedOptions(serial).size();
+    const std::vector<ReportedOption> reported = camera.reportedOptions(serial);
     LogCapture capture;
     logAvailableOptions(lib, serial);
 
@@ -126,7 +130,7 @@ TEST(OptionListing, UnreadableOptionsFractionalBoundsAndMissingTexts) {
     EXPECT_TRUE(logged(capture, "Option (902) Factory counter | Type : FTK_INT32 | Description : Counter | "
                                 "Unit:  | Read access : 0 | Write access : 1"));
 
-    // A missing description or unit ends the option's text there; the values still follow.
+    // A missing description, unit or name ends the option's text there; the values still follow.
     EXPECT_TRUE(
         logged(capture, "Option (" + std::to_string(camera.reportedOption(serial, "Enables IR strobe").id) +
                             ") Enables IR strobe | Type : FTK_INT32 | Description :  | Value : 1 | Min : "
@@ -136,31 +140,16 @@ TEST(OptionListing, UnreadableOptionsFractionalBoundsAndMissingTexts) {
         capture, "Option (" + std::to_string(frequency.id) +
                      ") User-LED frequency | Type : FTK_INT32 | Description : " + frequency.description +
                      " | Unit:  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
-    EXPECT_EQ(capture->size(), reported) << capture->dump();
-}
-
-TEST(OptionListing, MalformedOptionsAndFailedEnumerations) {
-    SimulatedCamera camera(sceneWithFaults(
-        R"({"kind": "malformedOption", "option": "Enables IR strobe", "malformation": "unknownType"},
-           {"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullName"})"));
-    const ftkLibrary lib = camera.lib();
-    const std::vector<ReportedOption> reported = camera.reportedOptions(serial);
-    LogCapture capture;
-    logAvailableOptions(lib, serial);
+    const auto unnamed =
+        std::find_if(reported.begin(), reported.end(), [](const ReportedOption& o) { return !o.hasName; });
+    ASSERT_NE(unnamed, reported.end());
+    EXPECT_TRUE(logged(capture, "Option (" + std::to_string(unnamed->id) +
+                                    ")  | Value : 25 | Min : -40 | Max: 125 | Default : 25"));
 
     // An option of an unknown type reads as an integer in its line, then is reported as unknown
     // and logged without values.
-    EXPECT_TRUE(listed(capture, camera, "Enables IR strobe", "FTK_INT32", true, ""));
+    EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true, ""));
     EXPECT_EQ(capture->count(Log::Error, "", "Unknown option type"), 1u);
-
-    // A missing name ends the option's own text; its values follow.
-    std::uint32_t unnamedId = 0;
-    for (const ReportedOption& option : reported)
-        if (!option.hasName)
-            unnamedId = option.id;
-    ASSERT_NE(unnamedId, 0u);
-    EXPECT_TRUE(logged(capture, "Option (" + std::to_string(unnamedId) +
-                                    ")  | Value : 0 | Min : 0 | Max: 50 | Default : 0"));
     EXPECT_EQ(capture->size(), reported.size() + 1u) << capture->dump();
 
     // The enumeration fails: one line, and nothing is listed.
