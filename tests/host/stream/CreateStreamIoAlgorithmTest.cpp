@@ -135,14 +135,19 @@ TEST_F(CreateStreamIoAlgorithmTest, ConfigurationIsTheStoredTreeBeforeComputeAnd
     algorithm.configuration(&empty);
     EXPECT_TRUE(empty.empty()); // nothing configured yet
 
+    Properties older;
+    older.setParam("exposure", 3);
+    older.addSubProperties("TrackingTargets")->setParam("Path", std::string("old.ini"));
+    algorithm.configure(&older);
     Properties p;
     p.setParam("gain", 7);
     p.setParam("autoOpen", false);
     p.addSubProperties("TrackingTargets")->setParam("Path", std::string("a.ini"));
     algorithm.configure(&p);
+    algorithm.configure(nullptr); // ignored
     Properties before;
     algorithm.configuration(&before);
-    EXPECT_EQ(before, p);
+    EXPECT_EQ(before, p); // the last tree replaces the older one, nothing of it is kept
 
     algorithm.compute();
     ASSERT_NE(algorithm.stream(), nullptr);
