@@ -271,10 +271,8 @@ std::vector<Eigen::Vector3d> AtracsysGeometryOptimizationAlgorithm::runGeometryO
         break;
     }
 
-    result = rearrangeCoordinates(m_originalCoordinates, result);
-    if (result.empty())
-        return result;
-    result = place(std::move(result));
+    // A failed matching leaves the list empty; it is still placed (a no-op) and logged.
+    result = place(rearrangeCoordinates(m_originalCoordinates, result));
     logPoints("Final geometry after optimization", result);
     return result;
 }

@@ -181,13 +181,16 @@ TEST(GeometrySolve, AllFramesAboveTheErrorLimit) {
     };
 
     {
-        // Average: the total weight is 0, the points are not finite and matching fails.
+        // Average: the total weight is 0, the points are not finite and matching fails; the
+        // empty final geometry is still logged.
         TestSupport::LogCapture capture;
         SolveHarness algo;
         algo.setOptimizationMode(Algo::WeightedAverage);
         recordOnlyBad(algo);
         EXPECT_TRUE(algo.runGeometryOptimization().empty());
         EXPECT_TRUE(capture->contains(Log::Error, "AtracsysTrackingController", "Distance not found"));
+        EXPECT_TRUE(capture->contains(Log::Debug, kSolve, "Final geometry after optimization"))
+            << capture->dump();
     }
     {
         // Optimisation: the cost is 0 everywhere, so the best frame comes back unchanged.
