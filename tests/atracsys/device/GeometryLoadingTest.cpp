@@ -104,9 +104,10 @@ TEST(GeometryLoading, NumbersAreReadLeniently) {
     expectPosition(*lenient, 0, 0.0f, -25.0f, 7.0f);
     EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 0, composed of 1 fiducials"));
 
-    // Count 0 loads an empty geometry.
+    // Count 0 loads an empty geometry, and says so.
     const auto wrapped = loadText("[geometry]\ncount=4294967296\nid=-1\n");
     ASSERT_TRUE(wrapped.has_value());
+    EXPECT_TRUE(capture->contains(Log::Info, "", "Loading geometry 4294967295, composed of 0 fiducials"));
     EXPECT_EQ(wrapped->geometryId, 4294967295u);
     EXPECT_EQ(wrapped->pointsCount, 0u);
     expectUnusedPositionsZero(*wrapped);

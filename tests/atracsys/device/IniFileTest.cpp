@@ -88,6 +88,9 @@ TEST(IniFileParse, SectionHeadersKeepTheirTextAndWinOverKeyLines) {
     // The name runs from the first '[' to the last ']'; text around the brackets is ignored.
     EXPECT_TRUE(parseText(ini, "junk [a]b] junk\n"));
     EXPECT_EQ(ini.currentSection, "a]b");
+    // A ']' only before the '[': the name is the rest of the line.
+    EXPECT_TRUE(parseText(ini, "]x[abc\n"));
+    EXPECT_EQ(ini.currentSection, "abc");
 
     // A key line whose value holds both brackets is taken as a header.
     EXPECT_TRUE(parseText(ini, "[s]\nname=a[1]\n"));
