@@ -15,10 +15,12 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDoubleSpinBox>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QLabel>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 #include <gtest/gtest.h>
@@ -89,10 +91,13 @@ private:
     SignalConnection m_connection;
 };
 
+/// The stream-creating algorithm as the host hands it to the panel: with its stream made.
+struct AlgorithmWithStream : AtracsysTrackingController::CreateAlgorithm {
+    explicit AlgorithmWithStream(AtracsysTrackingStream* stream) { setStream(stream); }
+};
+
 class TrackingControllerTest : public ::testing::Test {
 protected:
-    TrackingControllerTest() { algorithm.setStream(stream); }
-
     QPushButton* connectionButton() { return buttonAt(0, 0); }
     QPushButton* startButton() { return buttonAt(0, 1); }
     QComboBox* combo() { return controller.findChild<QComboBox*>(); }
@@ -105,7 +110,7 @@ protected:
     GuiTest::Application application;
     TrackingStreamTest::SceneGuard scene{GuiTest::dataFile("static-marker.json")};
     CountingStream* stream = new CountingStream; // owned by the algorithm
-    AtracsysTrackingController::CreateAlgorithm algorithm;
+    AlgorithmWithStream algorithm{stream};
     DisplayWidgetMulti display;
     AtracsysTrackingController controller{&algorithm};
 };
@@ -281,6 +286,18 @@ TEST_F(TrackingControllerTest, FiducialModeAndImagesReachTheStreamWithoutEchoes)
     EXPECT_NE(controller.renderer(), first);
     EXPECT_EQ(display.viewCount(), 2) << "the replaced view's cameras are gone";
     EXPECT_EQ(controller.renderer()->cameraView(0).view.data(), display.views()[0]);
+
+    // Property edits reach the stream; the properties then show what the open camera reports.
+    ASSERT_TRUE(stream->open());
+    auto* properties = controller.findChild<PropertiesWidget*>();
+    auto* distance = qobject_cast<QDoubleSpinBox*>(properties->editor("maxFiducialMarkerDistance"));
+    ASSERT_TRUE(distance);
+    distance->setValue(42.5);
+    EXPECT_EQ(stream->maxFiducialMarkerDistance(), 42.5);
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return properties->editor("imageIntegrationTime"); }));
+    EXPECT_EQ(qobject_cast<QSpinBox*>(properties->editor("imageIntegrationTime"))->value(),
+              stream->imageIntegrationTime());
+    ASSERT_TRUE(stream->close());
 }
 
 TEST_F(TrackingControllerTest, StartsAStreamThatAsksToStartOnceOpenAndShowsItsImages) {
