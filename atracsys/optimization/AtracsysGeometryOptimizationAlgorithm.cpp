@@ -28,6 +28,8 @@ constexpr double kSlotRadius = 15.0;
 constexpr double kMaxRecordedFrameError = 100.0;
 // Below this quality (a registration error of 2 mm) the marker is not seen well enough.
 constexpr double kMinQuality = 0.8;
+// Frames for which compute() reserves room before recording.
+constexpr int kReservedFrames = 10000;
 // How often compute() updates the progress while recording.
 constexpr std::chrono::milliseconds kProgressInterval{50};
 
@@ -91,7 +93,9 @@ void AtracsysGeometryOptimizationAlgorithm::compute() {
     {
         std::lock_guard<std::mutex> lock(m_recordingMutex);
         m_recording.store(false);
-        m_frames.clear(static_cast<std::size_t>(std::max(m_recordedFrames.value(), 0)));
+        // Room for the usual recording sizes only: a count far beyond them (recording until the
+        // user cancels) must not reserve memory for frames that never come.
+        m_frames.clear(static_cast<std::size_t>(std::clamp(m_recordedFrames.value(), 0, kReservedFrames)));
         m_recordedCount.store(0);
     }
     {

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -287,6 +288,8 @@ TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded)
 
 TEST_F(GeometryRecording, CancellingBeforeAnyFrameOrAnUnknownGeometryFails) {
     TestSupport::LogCapture capture;
+    // Far more frames than will ever come, to record until cancelled.
+    algo.setRecordedFrames(std::numeric_limits<int>::max());
     startCompute();
     progress.cancelAll();
     finishCompute();
