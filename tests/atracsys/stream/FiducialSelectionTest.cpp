@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
+#include <string>
 #include <vector>
 
 using Kestrion::SpryTrack::AtracsysFiducialSelection;
@@ -92,20 +94,46 @@ TEST(FiducialSelection, VicinityIncludesTheExactDistance) {
     EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{0, 1, 2, 3, 4}));
 }
 
-TEST(FiducialSelection, OwnerNamesStayInsideTheFrame) {
+TEST(FiducialSelection, FiducialsDataNamesOwnersInsideTheFrameAndCountsPixelsAtTheLeftIndex) {
     HandFrame h;
     for (int i = 0; i < 4; ++i)
         h.addFiducial(0, 0, static_cast<float>(500 + i));
     h.addMarker(1, {0}, 0, 0, 0);    // id 1 is a valid marker position: names marker 1
     h.addMarker(1200, {1}, 0, 0, 0); // id 1200 is not: names itself
     h.addMarker(0, {2}, 0, 0, 0);    // id 0: names marker 0
-    AtracsysFiducialSelection s(256, 16);
-    s.assignOwners(h.frame(), true);
+    // Left and right indices differ: both pixel counts are taken at the left index.
+    const std::uint32_t indices[4][2] = {{2, 0}, {0, 1}, {1, 2}, {7, 0}};
+    for (int i = 0; i < 4; ++i) {
+        h.fiducials[i].leftIndex = indices[i][0];
+        h.fiducials[i].rightIndex = indices[i][1];
+        h.fiducials[i].probability = 0.5f + 0.125f * static_cast<float>(i);
+    }
+    ftkRawData left[3] = {}, right[3] = {};
+    for (std::uint32_t k = 0; k < 3; ++k) {
+        left[k].pixelsCount = 10 + k;
+        right[k].pixelsCount = 20 + k;
+    }
+    ftkFrameQuery frame = h.frame();
+    frame.rawDataLeft = left;
+    frame.rawDataLeftCount = 3;
+    frame.rawDataRight = right;
+    frame.rawDataRightCount = 3;
+    const std::vector<Kestrion::TrackingInstrument> instruments = {
+        Kestrion::TrackingInstrument(Kestrion::TrackerID("atracsys-0")),
+        Kestrion::TrackingInstrument(Kestrion::TrackerID("atracsys-1200"))};
 
-    EXPECT_EQ(s.ownerNameId(h.frame(), 0), 1200u);
-    EXPECT_EQ(s.ownerNameId(h.frame(), 1), 1200u);
-    EXPECT_EQ(s.ownerNameId(h.frame(), 2), 1u);
-    EXPECT_EQ(s.ownerNameId(h.frame(), 3), none);
+    Kestrion::SpryTrack::AtracsysFrameConverter converter(256, 16);
+    converter.selectFiducials(frame, Kestrion::AtracsysTrackingStreamBase::AllFiducials, 100.0);
+    const auto data = converter.fiducialsData(frame, instruments);
+    const std::hash<std::string> hash;
+    EXPECT_EQ(data->idHashes(), (std::vector<std::size_t>{hash("atracsys-1200"), hash("atracsys-1200"),
+                                                          hash("atracsys-1"), hash("")}));
+    // The index is that of the instrument of the listing marker itself (none for geometry 1).
+    EXPECT_EQ(data->instrumentIndices(), (std::vector<std::uint32_t>{none, 1, 0, none}));
+    EXPECT_EQ(data->leftPixelCounts(), (std::vector<std::uint32_t>{12, 10, 11, 0}));
+    EXPECT_EQ(data->rightPixelCounts(), (std::vector<std::uint32_t>{22, 20, 21, 0}));
+    EXPECT_EQ(data->probabilities(), (std::vector<double>{0.5, 0.625, 0.75, 0.875}));
+    EXPECT_EQ(data->positions()[3], Eigen::Vector3d(0, 0, 503));
 }
 
 TEST(FiducialSelection, CorrespondencesBeyondTheFrameAreIgnored) {
