@@ -111,6 +111,21 @@ TEST(TrackingStreamAcquisition, PosesFollowTheGroundTruth) {
     }
     EXPECT_GT(tracked, 200) << "the markers are in view nearly all the time";
     EXPECT_EQ(recorder.updateCount(), 0u);
+
+    // An instrument taken out of tracking shows untracked while its marker is seen.
+    stream.registry().setActive("atracsys-1001", false);
+    int seen = 0;
+    for (int i = 0; i < 5; ++i) {
+        const TrackingInstrument* reference =
+            trackingOf(frame(stream, recorder))->instrument("atracsys-1001");
+        ASSERT_TRUE(reference);
+        EXPECT_EQ(std::make_tuple(reference->active, reference->quality, reference->matrix),
+                  std::make_tuple(false, 0.0, Eigen::Matrix4d(Eigen::Matrix4d::Identity())));
+        for (std::uint32_t m = 0; m < stream.truth()->markersCount; ++m)
+            seen += stream.truth()->markers[m].geometryId == 1001 &&
+                    std::bitset<32>(stream.truth()->markers[m].detectedMask).count() >= 4;
+    }
+    EXPECT_GT(seen, 0);
     EXPECT_EQ(capture->countContaining("AtracsysTrackingStream: "), 0u) << capture->dump();
 }
 
