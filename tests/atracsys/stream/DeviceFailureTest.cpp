@@ -46,6 +46,18 @@ TEST(TrackingStreamDeviceFailures, FailedOpensAreReportedAndGiveEverythingBack) 
         sdkTexts += record.level == Log::Error && record.message.rfind("AtracsysTracking: ", 0) == 0;
     EXPECT_EQ(sdkTexts, 2u) << capture->dump();
 
+    // No camera: discovery says so, and the open fails without a line of its own.
+    const std::uint64_t serial = 0x53544b3138307701ull;
+    ASSERT_TRUE(ftkSimInjectFault(serial, R"({"kind": "noDevice"})"));
+    capture->clear();
+    EXPECT_FALSE(stream.open());
+    ftkSimClearFaults(serial);
+    EXPECT_TRUE(capture->contains(Log::Error, "", "AtracsysTracking: No SpryTrack device connected"));
+    for (const LogRecord& record : capture->records())
+        EXPECT_NE(record.category, StreamCategory) << capture->dump();
+    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
+    held.expectBaseline("no device");
+
     // Nothing of the failures sticks: the next open works and tracks.
     Recorder recorder(stream);
     ASSERT_TRUE(stream.open());
