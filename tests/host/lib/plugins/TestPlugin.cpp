@@ -58,19 +58,13 @@ public:
     }
 };
 
-class TestController : public Kestrion::AlgorithmController {
-public:
-    using AlgorithmController::AlgorithmController;
-};
-
 class TestControllerFactory : public Kestrion::AlgorithmControllerFactory {
 public:
     TestControllerFactory()
         : AlgorithmControllerFactory(TEST_PLUGIN_PREFIX, true) {}
     Kestrion::AlgorithmController* create(Kestrion::Algorithm* algorithm) override {
-        if (dynamic_cast<RecorderAlgorithm*>(algorithm))
-            return new TestController(algorithm);
-        return nullptr;
+        return dynamic_cast<RecorderAlgorithm*>(algorithm) ? new Kestrion::AlgorithmController(algorithm)
+                                                           : nullptr;
     }
 };
 
@@ -92,19 +86,19 @@ public:
         return TEST_PLUGIN_INIT_RESULT;
 #else
         registerFactories(std::make_unique<TestAlgorithmFactory>(), std::make_unique<TestControllerFactory>(),
-                          nullptr);
+                          std::make_unique<Kestrion::DataAnnotationFactory>(TEST_PLUGIN_PREFIX));
 #ifdef TEST_PLUGIN_CONVERSION
         Kestrion::WorkspaceConversionRegistry::instance().addConversion(
             {"Renamed " TEST_PLUGIN_CONVERSION " to " TEST_PLUGIN_PREFIX ".Recorder", 10,
              [](Kestrion::Properties& workspace, const Kestrion::Filesystem::Path&) {
                  Kestrion::Properties* algorithms = workspace.subProperty("Algorithms");
                  bool changed = false;
-                 if (algorithms)
-                     for (Kestrion::Properties* block : algorithms->subProperties())
-                         if (block->name() == TEST_PLUGIN_CONVERSION) {
-                             block->setName(TEST_PLUGIN_PREFIX ".Recorder");
-                             changed = true;
-                         }
+                 for (Kestrion::Properties* block :
+                      algorithms ? algorithms->subProperties() : std::vector<Kestrion::Properties*>{})
+                     if (block->name() == TEST_PLUGIN_CONVERSION) {
+                         block->setName(TEST_PLUGIN_PREFIX ".Recorder");
+                         changed = true;
+                     }
                  return changed;
              }});
 #endif
