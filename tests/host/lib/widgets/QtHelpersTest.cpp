@@ -77,17 +77,4 @@ TEST_F(QtHelpersTest, OpenDialogRemembersTheFolderPerKey) {
     EXPECT_EQ(QtHelpers::lastOpenFolder(key), folder());
 }
 
-TEST_F(QtHelpersTest, DialogHookIsRestoredWhenItsScopeEnds) {
-    EXPECT_FALSE(QtHelpers::hasFileDialogHook());
-    {
-        QtHelpers::ScopedFileDialogHook outer([](const FileDialogRequest&) { return std::string("/a"); });
-        {
-            QtHelpers::ScopedFileDialogHook inner([](const FileDialogRequest&) { return std::string("/b"); });
-            EXPECT_EQ(QtHelpers::getOpenFilename("x", "*", "scope"), "/b");
-        }
-        EXPECT_EQ(QtHelpers::getOpenFilename("x", "*", "scope"), "/a");
-    }
-    EXPECT_FALSE(QtHelpers::hasFileDialogHook());
-}
-
 } // namespace
