@@ -25,14 +25,11 @@ TEST(Faults, FetchErrorsLastForTheirCountThenFramesComeAgain) {
     EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
     EXPECT_NE(camera.errorText().find("<error code=\"6\" name=\"FTK_ERR_READ\">"), std::string::npos)
         << camera.errorText();
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 4)
-        << "with the stepped clock failed fetches lose their frames";
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_INTERNAL);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+    for (ftkError e : {ftkError::FTK_ERR_READ, ftkError::FTK_ERR_READ, ftkError::FTK_OK, ftkError::FTK_OK,
+                       ftkError::FTK_ERR_INTERNAL, ftkError::FTK_OK}) {
+        EXPECT_EQ(camera.fetch(), e);
+    }
+    EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 7) << "failed fetches lose their frames";
     EXPECT_EQ(ftkSimFetchCount(21), 8u);
 
     // By device time: the stepped 54 Hz clock reaches 1 s at frame 54.
@@ -54,8 +51,7 @@ TEST(Faults, FetchErrorsLastForTheirCountThenFramesComeAgain) {
 TEST(Faults, MarkerStatusFaultsMarkTheDeliveredFrame) {
     SceneGuard scene(OneDevice);
     Camera camera;
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}})),
-              ftkError::FTK_OK);
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1000, Marker1000)), ftkError::FTK_OK);
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "markerOverflow", "atFetch": 2})"));
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "invalidReservedSize", "atFetch": 3})"));
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "skipped", "atFetch": 4, "count": 2})"));
@@ -76,10 +72,10 @@ TEST(Faults, ADisconnectedDeviceFailsEveryCallAndIsNoLongerEnumerated) {
     SceneGuard scene(OneDevice);
     Camera camera;
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "disconnection", "atFetch": 3})"));
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION);
+    for (ftkError e : {ftkError::FTK_OK, ftkError::FTK_OK, ftkError::FTK_ERR_DISCONNECTION,
+                       ftkError::FTK_ERR_DISCONNECTION}) {
+        EXPECT_EQ(camera.fetch(), e);
+    }
     EXPECT_NE(camera.errorText().find("FTK_ERR_DISCONNECTION"), std::string::npos);
     int32 value = 0;
     EXPECT_EQ(ftkGetInt32(camera.lib, 21, 16, &value, ftkOptionGetter::FTK_VALUE),
@@ -134,7 +130,7 @@ TEST(Faults, OptionAndGeometryRefusalsAndMalformedOptionEntries) {
     EXPECT_EQ(ftkGetInt32(camera.lib, 21, 6003, &value, ftkOptionGetter::FTK_VALUE),
               ftkError::FTK_ERR_INV_OPT_ACC);
 
-    const ftkGeometry g = makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}});
+    const ftkGeometry g = makeGeometry(1000, Marker1000);
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "geometryId": 1000, "count": 1})"));
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "operation": "clear", "code": 21})"));
     EXPECT_EQ(camera.setGeometry(g), ftkError::FTK_ERR_GEOM_PTS);
@@ -175,26 +171,19 @@ TEST(Faults, ReadsRefusedForOneGetterAndTextsReportedNull) {
     SceneGuard scene(OneDevice);
     Camera camera;
     const uint32 integration = camera.option("Image Integration Time");
-    const uint32 threshold = camera.option("Image Compression Threshold");
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Image Integration Time",
                                           "operation": "get", "getter": "min"})"));
     ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Distance matching tolerance",
                                           "operation": "both", "getter": "max", "code": "FTK_ERR_INTERNAL"})"));
+    // Only the named getter of that option is refused, every time; "both" refuses writes too.
     int32 value = 0;
-    // Only the minimum of that option is refused, every time.
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
-              ftkError::FTK_ERR_READ);
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
-              ftkError::FTK_ERR_READ);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
+                  ftkError::FTK_ERR_READ);
+    }
     EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MAX_VAL),
               ftkError::FTK_OK);
-    EXPECT_EQ(value, 10000);
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_DEF_VAL),
-              ftkError::FTK_OK);
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
     EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_OK);
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, threshold, &value, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
-    // With "both", writes are refused too; reads only for the named getter.
     float tolerance = 0.f;
     EXPECT_EQ(ftkGetFloat32(camera.lib, 21, 2003, &tolerance, ftkOptionGetter::FTK_MAX_VAL),
               ftkError::FTK_ERR_INTERNAL);
@@ -202,27 +191,18 @@ TEST(Faults, ReadsRefusedForOneGetterAndTextsReportedNull) {
               ftkError::FTK_OK);
     EXPECT_EQ(ftkSetFloat32(camera.lib, 21, 2003, 1.f), ftkError::FTK_ERR_INTERNAL);
 
-    // Null description and unit, alone or together with a null name.
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
-                                          "malformation": "nullDescription"})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
-                                          "malformation": "nullUnit"})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "User-LED frequency",
-                                          "malformation": "nullUnit"})"));
-    int fullyNamed = 0;
+    for (const char* malformation : {"nullDescription", "nullUnit"}) {
+        ASSERT_TRUE(ftkSimInjectFault(21, (R"({"kind": "malformedOption", "option": "User-LED frequency",
+                                          "malformation": ")" +
+                                           std::string(malformation) + "\"}")
+                                              .c_str()));
+    }
     for (const OptionInfo& o : enumerateOptions(camera.lib, 21)) {
-        if (o.id == integration) {
-            EXPECT_TRUE(o.hasName);
-            EXPECT_FALSE(o.hasDescription);
+        EXPECT_EQ(o.hasDescription, o.name != "User-LED frequency") << o.name;
+        if (o.name == "User-LED frequency") {
             EXPECT_FALSE(o.hasUnit);
-        } else if (o.name == "User-LED frequency") {
-            EXPECT_TRUE(o.hasDescription);
-            EXPECT_FALSE(o.hasUnit);
-        } else {
-            fullyNamed += o.hasName && o.hasDescription && o.hasUnit ? 1 : 0;
         }
     }
-    EXPECT_GT(fullyNamed, 5);
 }
 
 TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
@@ -230,8 +210,6 @@ TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
     const std::pair<const char*, const char*> refused[] = {
         {R"({"kind": "meltdown"})", "fault.kind: unknown fault 'meltdown'"},
         {R"({"kind": "fetchError"})", "fault: a fetchError fault needs \"code\""},
-        {R"({"kind": "fetchError", "code": "FTK_ERR_BOGUS"})",
-         "fault.code: unknown status name 'FTK_ERR_BOGUS'"},
         {R"({"kind": "optionRefusal", "getter": "min"})",
          "fault.getter: applies only to an optionRefusal of reads"},
         {R"({"kind": "optionRefusal", "operation": "get", "getter": "minimum"})",

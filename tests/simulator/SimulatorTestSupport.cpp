@@ -2,11 +2,7 @@
 
 #include <Eigen/Geometry>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 namespace Kestrion::SimulatorTest {
 
@@ -81,6 +77,11 @@ std::string Camera::errorText() const {
     return text;
 }
 
+void Camera::registerDefaultMarkers() {
+    EXPECT_EQ(setGeometry(makeGeometry(1000, Marker1000)), ftkError::FTK_OK);
+    EXPECT_EQ(setGeometry(makeGeometry(1001, Marker1001)), ftkError::FTK_OK);
+}
+
 Enumeration enumerate(ftkLibrary lib) {
     Enumeration e;
     e.status = ftkEnumerateDevices(
@@ -107,7 +108,6 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
             o.hasDescription = info->description != nullptr;
             o.hasUnit = info->unit != nullptr;
             o.name = info->name ? info->name : "";
-            o.description = info->description ? info->description : "";
             o.unit = info->unit ? info->unit : "";
             static_cast<std::vector<OptionInfo>*>(user)->push_back(o);
         },
@@ -118,7 +118,7 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
     return options;
 }
 
-ftkGeometry makeGeometry(uint32 id, const std::vector<std::array<float, 3>>& points) {
+ftkGeometry makeGeometry(uint32 id, const Points& points) {
     ftkGeometry g{};
     g.geometryId = id;
     g.pointsCount = static_cast<uint32>(points.size());
@@ -126,33 +126,6 @@ ftkGeometry makeGeometry(uint32 id, const std::vector<std::array<float, 3>>& poi
         g.positions[i] = ftk3DPoint{points[i][0], points[i][1], points[i][2]};
     }
     return g;
-}
-
-ftkGeometry loadGeometryFile(const std::string& path) {
-    std::ifstream in(path);
-    EXPECT_TRUE(in.good()) << path;
-    std::map<std::string, std::map<std::string, std::string>> sections;
-    std::string line;
-    std::string section;
-    while (std::getline(in, line)) {
-        line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
-        if (line.empty() || line[0] == ';') {
-            continue;
-        }
-        if (line.front() == '[') {
-            section = line.substr(1, line.size() - 2);
-        } else if (auto eq = line.find('='); eq != std::string::npos) {
-            sections[section][line.substr(0, eq)] = line.substr(eq + 1);
-        }
-    }
-    std::vector<std::array<float, 3>> points;
-    const int count = std::atoi(sections["geometry"]["count"].c_str());
-    for (int i = 0; i < count; ++i) {
-        auto& f = sections["fiducial" + std::to_string(i)];
-        points.push_back({std::strtof(f["x"].c_str(), nullptr), std::strtof(f["y"].c_str(), nullptr),
-                          std::strtof(f["z"].c_str(), nullptr)});
-    }
-    return makeGeometry(static_cast<uint32>(std::atol(sections["geometry"]["id"].c_str())), points);
 }
 
 std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame) {
@@ -192,12 +165,6 @@ double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth)
         }
     }
     return Eigen::AngleAxisd(measured * expected.transpose()).angle() * 180.0 / M_PI;
-}
-
-double translationErrorMM(const ftkMarker& marker, const ftkSimMarkerTruth& truth) {
-    return (Eigen::Vector3d(marker.translationMM[0], marker.translationMM[1], marker.translationMM[2]) -
-            Eigen::Vector3d(truth.translationMM[0], truth.translationMM[1], truth.translationMM[2]))
-        .norm();
 }
 
 } // namespace Kestrion::SimulatorTest

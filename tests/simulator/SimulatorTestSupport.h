@@ -1,11 +1,7 @@
 #pragma once
 
-// Helpers for the simulated camera's tests: a scene guard, a camera connection with one frame
-// record, geometry records from INI files, option look-up by name and error texts.
-//
-// The interface's records are packed: a field of the frame record may sit at an odd address, so
-// tests pass such fields to the assertion macros (which bind references) as values, written with
-// a unary plus: EXPECT_EQ(+frame->markersCount, 2u).
+// Helpers for the simulated camera's tests. The interface's records are packed, so fields at odd
+// addresses go to the assertion macros (which bind references) as values: +frame->markersCount.
 
 #include "simulator/control/ftkSimulator.h"
 
@@ -16,7 +12,6 @@
 #include <Eigen/Core>
 
 #include <array>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -61,6 +56,8 @@ public:
         return ftkSetGeometry(lib, serial, const_cast<ftkGeometry*>(&geometry));
     }
     std::string errorText() const;
+    /// Registers the default scene's markers 1000 and 1001.
+    void registerDefaultMarkers();
 
     ftkLibrary lib = nullptr;
     uint64 serial = 0;
@@ -86,15 +83,16 @@ struct OptionInfo {
     bool hasDescription = false;
     bool hasUnit = false;
     std::string name;
-    std::string description;
     std::string unit;
 };
 std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status = nullptr);
 
+using Points = std::vector<std::array<float, 3>>;
+/// The default scene's markers (as in data/markers/geometry1000.ini and geometry1001.ini).
+inline const Points Marker1000 = {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}};
+inline const Points Marker1001 = {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}};
 /// A geometry record from points.
-ftkGeometry makeGeometry(uint32 id, const std::vector<std::array<float, 3>>& points);
-/// A geometry record from a geometry INI file (fails the test when it cannot be read).
-ftkGeometry loadGeometryFile(const std::string& path);
+ftkGeometry makeGeometry(uint32 id, const Points& points);
 
 /// Positions of the frame's 3D fiducials.
 std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame);
@@ -104,7 +102,5 @@ const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId);
 const ftkSimMarkerTruth* findTruth(const ftkSimFrameTruth& truth, uint32 geometryId);
 /// Angle in degrees between a marker's rotation and the true one.
 double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth);
-/// Distance between a marker's translation and the true one.
-double translationErrorMM(const ftkMarker& marker, const ftkSimMarkerTruth& truth);
 
 } // namespace Kestrion::SimulatorTest
