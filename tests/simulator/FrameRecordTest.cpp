@@ -1,32 +1,57 @@
-// Frame records through the C interface: allocation of the containers with the requested
-// capacities, and refusal of records the library did not make.
+// The interface's records as the plugin sees them: packed to one byte like the vendor's (the plugin
+// builds unchanged against either library), and allocated by the library with the requested
+// capacities.
 
 #include <ftkInterface.h>
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
+
+// Any padding changes these sizes; the frame record's fields then sit at odd addresses.
+static_assert(sizeof(ftkOptionsInfo) == 34 && sizeof(ftkGeometry) == 8 + 6 * 12 &&
+              sizeof(ftkImageHeader) == 29);
+static_assert(sizeof(ftkRawData) == 20 && sizeof(ftk3DFiducial) == 36 && sizeof(ftkMarker) == 92);
+static_assert(sizeof(ftkFrameQuery) == 164 && offsetof(ftkFrameQuery, markers) == 143);
+
+// The bit fields are laid out from bit 0 in declaration order, and the uint32 conversions agree.
+TEST(FrameRecord, StatusBitsRoundTripThroughUint32) {
+    ftkStatus status{};
+    status.ThreeDcrop = 1;
+    status.BottomEdge = 1;
+    EXPECT_EQ(uint32(status), 0x42u);
+    const ftkStatus fromBits(0x24u);
+    EXPECT_EQ(fromBits.LeftEdge + fromBits.WorkingVolume, 2u);
+    EXPECT_EQ(fromBits.RightEdge + fromBits.BottomEdge + fromBits.TopEdge + fromBits.SensorCrop, 0u);
+    EXPECT_EQ(uint32(ftkStatus(0xDEADBEEFu)), 0xDEADBEEFu);
+
+    ftkOptionStatus access{};
+    access.write = 1;
+    access.globalOption = 1;
+    uint32 accessBits = 0;
+    std::memcpy(&accessBits, &access, sizeof(access));
+    EXPECT_EQ(accessBits, 0x12u);
+}
+
 TEST(FrameRecord, SetFrameOptionsAllocatesTheRequestedCapacities) {
     ftkFrameQuery* frame = ftkCreateFrame();
     ASSERT_NE(frame, nullptr);
-    EXPECT_EQ(static_cast<const void*>(frame->markers), nullptr);
-    EXPECT_EQ(+frame->markersCount, 0u);
-
     ASSERT_EQ(ftkSetFrameOptions(true, 20, 128, 64, 256, 16, frame), ftkError::FTK_OK);
     ASSERT_NE(static_cast<const void*>(frame->imageHeader), nullptr);
-    ASSERT_NE(static_cast<const void*>(frame->events), nullptr);
-    ASSERT_NE(static_cast<const void*>(frame->rawDataLeft), nullptr);
-    ASSERT_NE(static_cast<const void*>(frame->rawDataRight), nullptr);
-    ASSERT_NE(static_cast<const void*>(frame->threeDFiducials), nullptr);
-    ASSERT_NE(static_cast<const void*>(frame->markers), nullptr);
-    EXPECT_EQ(+frame->eventsVersionSize.ReservedSize, 20 * sizeof(ftkEvent));
-    EXPECT_EQ(+frame->rawDataLeftVersionSize.ReservedSize, 128 * sizeof(ftkRawData));
-    EXPECT_EQ(+frame->rawDataRightVersionSize.ReservedSize, 64 * sizeof(ftkRawData));
-    EXPECT_EQ(+frame->threeDFiducialsVersionSize.ReservedSize, 256 * sizeof(ftk3DFiducial));
-    EXPECT_EQ(+frame->markersVersionSize.ReservedSize, 16 * sizeof(ftkMarker));
-    EXPECT_EQ(frame->markersCount + frame->threeDFiducialsCount + frame->rawDataLeftCount, 0u);
+    const std::pair<uint32, std::size_t> reserved[] = {
+        {frame->eventsVersionSize.ReservedSize, 20 * sizeof(ftkEvent)},
+        {frame->rawDataLeftVersionSize.ReservedSize, 128 * sizeof(ftkRawData)},
+        {frame->rawDataRightVersionSize.ReservedSize, 64 * sizeof(ftkRawData)},
+        {frame->threeDFiducialsVersionSize.ReservedSize, 256 * sizeof(ftk3DFiducial)},
+        {frame->markersVersionSize.ReservedSize, 16 * sizeof(ftkMarker)}};
+    for (const auto& [size, expected] : reserved) {
+        EXPECT_EQ(size, expected);
+    }
     // Every entry is writable (the address sanitizer build checks the extent).
     frame->markers[15].geometryId = 1;
     frame->events[19]->Type = 1;
+    frame->rawDataRight[63].pixelsCount = 1;
 
     // Options can be set again with other capacities; a zero capacity leaves no container.
     ASSERT_EQ(ftkSetFrameOptions(false, 0, 4, 4, 8, 0, frame), ftkError::FTK_OK);
@@ -42,10 +67,8 @@ TEST(FrameRecord, RecordsNotMadeByCreateFrameAreRefused) {
     EXPECT_EQ(ftkSetFrameOptions(true, 1, 1, 1, 1, 1, nullptr), ftkError::FTK_ERR_INIT);
     EXPECT_EQ(ftkDeleteFrame(&onStack), ftkError::FTK_ERR_INIT);
     EXPECT_EQ(ftkDeleteFrame(nullptr), ftkError::FTK_ERR_INV_PTR);
-
+    // A deleted record is no longer known: deleting it again is refused, not a double free.
     ftkFrameQuery* frame = ftkCreateFrame();
     ASSERT_EQ(ftkDeleteFrame(frame), ftkError::FTK_OK);
-    // A deleted record is no longer known: deleting or configuring it again is refused, not a
-    // double free.
     EXPECT_EQ(ftkDeleteFrame(frame), ftkError::FTK_ERR_INIT);
 }

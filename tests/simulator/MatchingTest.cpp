@@ -1,10 +1,11 @@
-// Marker matching: symmetric layouts, the distance tolerance option, occlusions, tracking ids
-// and geometries per library handle.
+// Geometries and marker matching: registration rules, symmetric layouts, the distance tolerance
+// option, occlusions, tracking ids and geometries per library handle.
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
 #include <set>
 
@@ -12,8 +13,8 @@ using namespace Kestrion::SimulatorTest;
 
 namespace {
 
-const std::vector<std::array<float, 3>> Asymmetric = {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}};
-const std::vector<std::array<float, 3>> Square = {{0, 0, 0}, {60, 0, 0}, {60, 60, 0}, {0, 60, 0}};
+const Points& Asymmetric = Marker1000;
+const Points Square = {{0, 0, 0}, {60, 0, 0}, {60, 60, 0}, {0, 60, 0}};
 
 } // namespace
 
@@ -41,23 +42,19 @@ TEST(Matching, ASymmetricLayoutIsFoundButItsPoseIsOnlyKnownUpToItsSymmetry) {
         // Whatever symmetric equivalent was chosen, it puts the geometry onto the true fiducials
         // and uses exactly the square's own four fiducials.
         EXPECT_LT(s->registrationErrorMM, 0.5f);
+        Eigen::Matrix3d r;
+        for (int k = 0; k < 9; ++k) {
+            r(k / 3, k % 3) = s->rotation[k / 3][k % 3];
+        }
         std::set<uint32> used;
         for (int i = 0; i < 4; ++i) {
-            const Eigen::Vector3d g(Square[i][0], Square[i][1], Square[i][2]);
-            Eigen::Matrix3d r;
-            for (int row = 0; row < 3; ++row) {
-                for (int col = 0; col < 3; ++col) {
-                    r(row, col) = s->rotation[row][col];
-                }
-            }
             const Eigen::Vector3d placed =
-                r * g + Eigen::Vector3d(s->translationMM[0], s->translationMM[1], s->translationMM[2]);
+                r * Eigen::Vector3d(Square[i][0], Square[i][1], Square[i][2]) +
+                Eigen::Vector3d(s->translationMM[0], s->translationMM[1], s->translationMM[2]);
             double nearest = 1e9;
-            for (int k = 0; k < 4; ++k) {
-                nearest = std::min(
-                    nearest,
-                    (placed - Eigen::Vector3d(t.fiducialsMM[k][0], t.fiducialsMM[k][1], t.fiducialsMM[k][2]))
-                        .norm());
+            for (uint32 k = 0; k < t.fiducialsCount; ++k) {
+                const double* f = t.fiducialsMM[k];
+                nearest = std::min(nearest, (placed - Eigen::Vector3d(f[0], f[1], f[2])).norm());
             }
             EXPECT_LT(nearest, 1.0);
             used.insert(s->fiducialCorresp[i]);
@@ -113,40 +110,35 @@ TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRen
         "strays": [[-120, 60, 700], [150, -80, 900]]})");
     Camera camera;
     ASSERT_EQ(camera.setGeometry(makeGeometry(1400, Asymmetric)), ftkError::FTK_OK);
-
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK); // t = 1/54 s
-    const ftkMarker* m = findMarker(*camera.frame, 1400);
+    const auto fetchAfter = [&](uint32 skipped) {
+        EXPECT_TRUE(skipped == 0 || ftkSimStep(camera.serial, skipped));
+        EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
+        return findMarker(*camera.frame, 1400);
+    };
+    ASSERT_NE(fetchAfter(0), nullptr); // t = 1/54 s
+    const uint32 trackingId = camera.frame->markers[0].id;
+    const ftkMarker* m = fetchAfter(0);
     ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->id, trackingId) << "kept while continuously seen";
     EXPECT_EQ(m->geometryPresenceMask, 0xFu);
-    const uint32 trackingId = m->id;
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    ASSERT_NE(findMarker(*camera.frame, 1400), nullptr);
-    EXPECT_EQ(findMarker(*camera.frame, 1400)->id, trackingId) << "kept while continuously seen";
     EXPECT_EQ(+camera.frame->threeDFiducialsCount, 6u);
     for (int k = 0; k < 4; ++k) {
-        const uint32 index = findMarker(*camera.frame, 1400)->fiducialCorresp[k];
-        ASSERT_LT(index, +camera.frame->threeDFiducialsCount);
-        EXPECT_NEAR(camera.frame->threeDFiducials[index].positionMM.z, 800.f, 50.f)
+        ASSERT_LT(m->fiducialCorresp[k], +camera.frame->threeDFiducialsCount);
+        EXPECT_NEAR(camera.frame->threeDFiducials[m->fiducialCorresp[k]].positionMM.z, 800.f, 50.f)
             << "a stray taken for fiducial " << k;
     }
 
-    ASSERT_TRUE(ftkSimStep(camera.serial, 80)); // to t = 83/54 s = 1.54 s
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    m = findMarker(*camera.frame, 1400);
+    m = fetchAfter(80); // t = 83/54 s = 1.54 s
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->geometryPresenceMask, 0xBu);
     EXPECT_EQ(m->fiducialCorresp[2], INVALID_ID);
     EXPECT_EQ(camera.frame->rawDataLeftCount + 1, +camera.frame->rawDataRightCount);
     EXPECT_EQ(camera.truth()->markers[0].detectedMask, 0xBu);
 
-    ASSERT_TRUE(ftkSimStep(camera.serial, 108)); // t = 192/54 s = 3.56 s
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(findMarker(*camera.frame, 1400), nullptr) << "two fiducials are not a marker";
+    EXPECT_EQ(fetchAfter(108), nullptr) << "two fiducials are not a marker"; // t = 3.56 s
     EXPECT_EQ(camera.truth()->markers[0].detectedMask, 0xCu);
 
-    ASSERT_TRUE(ftkSimStep(camera.serial, 30)); // t = 223/54 s = 4.13 s
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    m = findMarker(*camera.frame, 1400);
+    m = fetchAfter(30); // t = 223/54 s = 4.13 s
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->geometryPresenceMask, 0xFu);
     EXPECT_NE(m->id, trackingId) << "a marker found again is a new track";
@@ -170,4 +162,42 @@ TEST(Matching, GeometriesBelongToTheLibraryHandleTheyWereRegisteredThrough) {
     EXPECT_EQ(second.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
     ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(+second.frame->markersCount, 1u);
+}
+
+TEST(Geometries, RegistrationAndRemovalFollowTheInterfaceRules) {
+    SceneGuard scene;
+    Camera camera;
+    const Points six = {{0, 0, 0}, {50, 0, 0}, {0, 70, 0}, {40, 60, 10}, {90, 30, 0}, {-20, 40, 5}};
+    ftkGeometry seven = makeGeometry(2003, six);
+    seven.pointsCount = 7;
+    ftkGeometry notANumber = makeGeometry(2004, six);
+    notANumber.positions[2].y = std::nanf("");
+    const std::pair<ftkGeometry, ftkError> rows[] = {
+        {makeGeometry(2000, {six.begin(), six.begin() + 2}), ftkError::FTK_ERR_GEOM_PTS},
+        {makeGeometry(2001, {six.begin(), six.begin() + 3}), ftkError::FTK_OK},
+        {makeGeometry(2002, six), ftkError::FTK_OK},
+        {seven, ftkError::FTK_ERR_GEOM_PTS},
+        {notANumber, ftkError::FTK_ERR_GEOM_PTS},
+        {makeGeometry(2001, six), ftkError::FTK_ERR_GEOM_REGISTERED},
+    };
+    for (const auto& [geometry, expected] : rows) {
+        EXPECT_EQ(camera.setGeometry(geometry), expected) << geometry.geometryId;
+    }
+    EXPECT_NE(camera.errorText().find("FTK_ERR_GEOM_REGISTERED"), std::string::npos);
+    EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial, 2001), ftkError::FTK_OK);
+    EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial, 2001), ftkError::FTK_WAR_GEOM_ID);
+    EXPECT_EQ(camera.setGeometry(makeGeometry(2001, six)), ftkError::FTK_OK)
+        << "cleared ids can be used again";
+    EXPECT_EQ(ftkSetGeometry(camera.lib, camera.serial, nullptr), ftkError::FTK_ERR_INV_PTR);
+    EXPECT_EQ(ftkSetGeometry(camera.lib, camera.serial + 1, &seven), ftkError::FTK_ERR_INV_SN);
+    EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial + 1, 2001), ftkError::FTK_ERR_INV_SN);
+
+    // A removed geometry is no longer matched.
+    camera.registerDefaultMarkers();
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_NE(findMarker(*camera.frame, 1000), nullptr);
+    ASSERT_EQ(ftkClearGeometry(camera.lib, camera.serial, 1000), ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(findMarker(*camera.frame, 1000), nullptr);
+    EXPECT_NE(findMarker(*camera.frame, 1001), nullptr);
 }
