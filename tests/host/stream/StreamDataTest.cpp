@@ -43,51 +43,32 @@ std::shared_ptr<SharedImage> smallImage() {
 TEST(TrackingStream, CreatesDataFromItsInstrumentsAndAnnouncesModifications) {
     CameraStream camera;
     camera.list = {instrument("a", 1000, true), instrument("b", 1500, false), instrument("c", 1200, true)};
-    EXPECT_EQ(camera.numInstruments(false), 3u);
-    EXPECT_EQ(camera.numInstruments(true), 2u);
-
     const auto before = Time::utcMilliseconds();
     auto data = camera.createTrackingStreamData();
-    const auto after = Time::utcMilliseconds();
     ASSERT_TRUE(data);
     EXPECT_EQ(data->deviceTimestamp(), 1500u); // the latest instrument measurement
     EXPECT_GE(data->arrivalTimestamp(), before);
-    EXPECT_LE(data->arrivalTimestamp(), after);
-    EXPECT_EQ(data->instruments().size(), 3u);
+    EXPECT_LE(data->arrivalTimestamp(), Time::utcMilliseconds());
     EXPECT_EQ(data->numInstruments(true), 2u);
-    ASSERT_NE(data->instrument("b"), nullptr);
     EXPECT_EQ(data->instrument("b")->id.name, "Tool b");
     EXPECT_EQ(data->instrument("z"), nullptr);
     camera.list.clear();
     EXPECT_EQ(data->instruments().size(), 3u); // a snapshot
-    EXPECT_EQ(camera.createTrackingStreamData()->deviceTimestamp(), 0u);
 
     std::vector<InstrumentModifications> announced;
     camera.signalInstrumentsModified.connect([&](InstrumentModifications m) { announced.push_back(m); });
     camera.emitSignals({});
-    camera.emitSignals(InstrumentModification::PoseChanged | InstrumentModification::InstrumentsChanged);
-    ASSERT_EQ(announced.size(), 1u); // empty flags are not announced
-    EXPECT_EQ(announced[0].toInt(), 5u);
+    camera.emitSignals(InstrumentModification::PoseChanged);
+    EXPECT_EQ(announced, std::vector<InstrumentModifications>{InstrumentModification::PoseChanged});
 }
 
-TEST(TrackingStreamData, ComponentsAndFiducialQualities) {
+TEST(TrackingStreamData, FiducialQualitiesAreCompleteOnlyWhenEveryListMatchesThePositions) {
     TrackingStreamData data(nullptr, {});
     EXPECT_EQ(data.component<TrackingInstrumentFiducialsData>(), nullptr);
-    data.addComponent(nullptr);
-    EXPECT_TRUE(data.components().empty());
-
     auto fiducials = std::make_unique<TrackingInstrumentFiducialsData>();
-    EXPECT_TRUE(fiducials->hasQualities()); // no fiducial: every list is complete
     fiducials->addFiducial({1, 2, 3}, 42u, 0u, 1.0, 0.2, 0.05, 30u, 28u);
-    fiducials->addFiducial({4, 5, 6}, 43u, TrackingInstrumentFiducialsData::NoInstrument, 0.5, 0.3, 0.1, 12u,
-                           11u);
-    EXPECT_EQ(fiducials->size(), 2u);
     EXPECT_TRUE(fiducials->hasQualities());
-    EXPECT_EQ(fiducials->positions()[1], Eigen::Vector3d(4, 5, 6));
-    EXPECT_EQ(fiducials->rightPixelCounts()[0], 28u);
-
     fiducials->positions().push_back({7, 8, 9}); // a fiducial without qualities
-    EXPECT_FALSE(fiducials->hasQualities());
     fiducials->probabilities().push_back(1.0);
     fiducials->epipolarErrors().push_back(0.1);
     EXPECT_FALSE(fiducials->hasQualities()); // triangulation error still missing
@@ -97,10 +78,8 @@ TEST(TrackingStreamData, ComponentsAndFiducialQualities) {
     EXPECT_FALSE(fiducials->hasQualities());
 
     data.addComponent(std::move(fiducials));
-    const auto* found = data.component<TrackingInstrumentFiducialsData>();
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->size(), 3u);
-    EXPECT_EQ(data.components().size(), 1u);
+    ASSERT_NE(data.component<TrackingInstrumentFiducialsData>(), nullptr);
+    EXPECT_EQ(data.component<TrackingInstrumentFiducialsData>()->size(), 2u);
 }
 
 TEST(CompoundStreamData, TakesTheMainItemsTimesAndFindsItemsByType) {
@@ -114,23 +93,15 @@ TEST(CompoundStreamData, TakesTheMainItemsTimesAndFindsItemsByType) {
     EXPECT_EQ(compound->stream(), &camera);
     EXPECT_EQ(compound->arrivalTimestamp(), 100u);
     EXPECT_EQ(compound->deviceTimestamp(), 90u);
-
     std::shared_ptr<const StreamData> asData = compound;
     EXPECT_EQ(findStreamData<TrackingStreamData>(asData), tracking);
     EXPECT_EQ(findStreamData<ImageStreamData>(asData), left); // found in a nested compound
-    EXPECT_EQ(findStreamData<CompoundStreamData>(asData), compound);
     EXPECT_EQ(findStreamData<ImageStreamData>(tracking), nullptr);
-    EXPECT_EQ(findStreamData<TrackingStreamData>(nullptr), nullptr);
-
-    CompoundStreamData empty(nullptr, {});
-    EXPECT_EQ(empty.stream(), nullptr);
-    EXPECT_EQ(empty.deviceTimestamp(), 0u);
 }
 
 TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
     TestSupport::LogCapture capture;
     CameraStream camera;
-    EXPECT_EQ(camera.proxyStream(), &camera); // the group's base sits apart from the stream's
     auto right = std::make_shared<Substream<ImageStream>>(camera, 1, "Camera (right)");
     auto left = std::make_shared<Substream<ImageStream>>(camera, 0, "Camera (left)");
     EXPECT_TRUE(camera.addSubstream(right));
@@ -143,11 +114,9 @@ TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
     EXPECT_FALSE(camera.addSubstream(std::make_shared<Substream<ImageStream>>(other, 2, "Foreign")));
     EXPECT_TRUE(capture->contains(Log::Error, "StreamGroup",
                                   "addSubstream: substream 'Foreign' belongs to another stream"));
-    EXPECT_FALSE(camera.addSubstream(nullptr));
 
     EXPECT_EQ(camera.children(), (std::vector<Stream*>{left.get(), right.get()})); // by index
     EXPECT_EQ(camera.substream("Camera (right)"), right);
-    EXPECT_EQ(camera.substream(5), nullptr);
 
     std::vector<std::shared_ptr<const StreamData>> onMain, onLeft, onRight;
     camera.signalStreamData.connect([&](std::shared_ptr<const StreamData> d) { onMain.push_back(d); });
@@ -162,8 +131,7 @@ TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
         camera.createTrackingStreamData(),
         std::vector<std::shared_ptr<const StreamData>>{rightImage, stray, leftImage});
     camera.emitMainAndSubSignals(compound, true);
-    ASSERT_EQ(onMain.size(), 1u);
-    EXPECT_EQ(onMain[0], compound);
+    EXPECT_EQ(onMain, (std::vector<std::shared_ptr<const StreamData>>{compound}));
     EXPECT_EQ(onLeft, (std::vector<std::shared_ptr<const StreamData>>{leftImage}));
     EXPECT_EQ(onRight, (std::vector<std::shared_ptr<const StreamData>>{rightImage}));
 
@@ -179,7 +147,4 @@ TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
     EXPECT_TRUE(weakRight.expired());
     camera.emitMainAndSubSignals(compound, true);
     EXPECT_EQ(onLeft.size(), 2u);
-    camera.removeAllSubstreams();
-    EXPECT_EQ(camera.numSubstreams(), 0u);
-    EXPECT_TRUE(camera.children().empty());
 }
