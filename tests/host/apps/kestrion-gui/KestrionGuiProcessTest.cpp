@@ -34,9 +34,7 @@ GuiRun runGui(const QString& program, const QStringList& arguments, const QStrin
     env.insert(QStringLiteral("KESTRION_PLUGIN_PATH"), PluginDir);
     env.remove(QStringLiteral("KESTRION_LICENSE"));
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), platform);
-    // In sanitizer builds: Qt's platform plugins leave allocations behind at exit (offscreen
-    // screens, D-Bus) that are not the host's. The host's own objects are checked for leaks
-    // by the in-process tests.
+    // Qt's platform plugins leave allocations at exit; the host's own are checked in-process.
     env.insert(QStringLiteral("ASAN_OPTIONS"),
                env.value(QStringLiteral("ASAN_OPTIONS")) + QStringLiteral(":detect_leaks=0"));
     process.setProcessEnvironment(env);
@@ -55,12 +53,9 @@ void expectWindowPicture(const QString& file) {
     ASSERT_FALSE(picture.isNull()) << file.toStdString();
     EXPECT_GE(picture.width(), 400);
     EXPECT_GE(picture.height(), 300);
-    const QRgb first = picture.pixel(0, 0);
-    bool varied = false;
-    for (int y = 0; y < picture.height() && !varied; y += 7)
-        for (int x = 0; x < picture.width() && !varied; x += 7)
-            varied = picture.pixel(x, y) != first;
-    EXPECT_TRUE(varied);
+    EXPECT_GT(
+        picture.convertToFormat(QImage::Format_RGB32).convertToFormat(QImage::Format_Indexed8).colorCount(),
+        1);
 }
 
 TEST(KestrionGuiProcess, TakesAScreenshotOffscreenAndUnderXvfbAndExits) {

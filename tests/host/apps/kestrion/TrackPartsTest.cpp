@@ -4,10 +4,11 @@
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/TrackingStreamData.h"
 
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
@@ -55,12 +56,9 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
 
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
         {{"--bogus"}, "unknown option '--bogus'"},
-        {{"stray"}, "unexpected argument 'stray'"},
         {{"--geometry"}, "option --geometry needs a value"},
         {{"--fiducials", "most"}, "--fiducials takes none, marker, vicinity or all, not 'most'"},
         {{"--integration-time", "0"}, "--integration-time takes microseconds from 1 to 1000000, not '0'"},
-        {{"--integration-time", "12us"},
-         "--integration-time takes microseconds from 1 to 1000000, not '12us'"},
         {{"--frames", "-3"}, "--frames takes a positive number of frames, not '-3'"},
         {{"--duration", "nan"}, "--duration takes a positive number of seconds, not 'nan'"},
         {{"--workspace", "a.kws", "--workspace", "b.kws"}, "option --workspace given twice"},
@@ -103,13 +101,8 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndRemembersTheLastTrackedPose) 
 
 class TrackCsvWriterTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "track-csv-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-    std::string m_dir;
+    QTemporaryDir m_temp;
+    const std::string m_dir = m_temp.path().toStdString();
 };
 
 TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrumentAndFrame) {

