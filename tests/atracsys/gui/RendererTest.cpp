@@ -25,24 +25,20 @@ using Kestrion::SpryTrack::AtracsysTrackingStream;
 
 namespace {
 
-std::shared_ptr<SharedImage> greyImage(int width, int height) {
-    return std::make_shared<SharedImage>(
-        std::make_shared<TypedImage<std::uint8_t>>(ImageDescriptor(PixelType::UInt8, 1, width, height)));
-}
-
 /// A camera part with n fiducials at (100 + 50 i, 200 + 10 i), of size (8 + i) x (6 + i).
-AtracsysSingleCameraUpdate cameraWith(std::size_t n, std::size_t sizes) {
+AtracsysSingleCameraUpdate cameraWith(std::size_t n) {
     AtracsysSingleCameraUpdate camera;
-    camera.image = greyImage(640, 480);
-    for (std::size_t i = 0; i < n; ++i)
+    camera.image = std::make_shared<SharedImage>(
+        std::make_shared<TypedImage<std::uint8_t>>(ImageDescriptor(PixelType::UInt8, 1, 640, 480)));
+    for (std::size_t i = 0; i < n; ++i) {
         camera.fiducials.emplace_back(100.0 + 50.0 * i, 200.0 + 10.0 * i);
-    for (std::size_t i = 0; i < sizes; ++i)
         camera.fiducialSizes.emplace_back(8.0 + i, 6.0 + i);
+    }
     return camera;
 }
 
 AtracsysUpdate updateWith(std::size_t left, std::size_t right) {
-    return {cameraWith(left, left), cameraWith(right, right)};
+    return {cameraWith(left), cameraWith(right)};
 }
 
 /// Emits the update on another thread, as the acquisition loop does, then lets the GUI thread
@@ -74,13 +70,9 @@ void expectAnnotated(const AtracsysRenderer::AtracsysView& view, const AtracsysS
         EXPECT_TRUE(vertical.from().isApprox(p - armY) && vertical.to().isApprox(p + armY)) << i;
         EXPECT_EQ(std::make_tuple(ellipse.lineWidth(), horizontal.lineWidth(), vertical.lineWidth()),
                   std::make_tuple(2.0, 1.5, 1.5));
-        EXPECT_FALSE(horizontal.isDashed() || vertical.isDashed());
         for (const GlObject* object :
-             std::initializer_list<const GlObject*>{&ellipse, &horizontal, &vertical}) {
-            EXPECT_TRUE(object->isVisible()) << i;
-            EXPECT_EQ(object->color(), Eigen::Vector4d(0.0, 1.0, 1.0, 1.0)) << i;
-            EXPECT_EQ(object->pointSize(), 0.0) << i;
-        }
+             std::initializer_list<const GlObject*>{&ellipse, &horizontal, &vertical})
+            EXPECT_TRUE(object->isVisible() && object->color() == Eigen::Vector4d(0.0, 1.0, 1.0, 1.0)) << i;
     }
 }
 
@@ -93,21 +85,17 @@ protected:
 
 } // namespace
 
-TEST_F(RendererTest, OwnsTwoViewsOfTheDisplayForItsLifetime) {
+TEST_F(RendererTest, OwnsTwoViewsOfTheDisplayForItsLifetimeWhenThereIsRoom) {
     display.addView2D(); // a view of someone else stays
     {
         AtracsysRenderer renderer(stream, display);
-        EXPECT_STREQ(renderer.metaObject()->className(), "Kestrion::AtracsysRenderer");
-        EXPECT_EQ(GuiTest::ownMethods(renderer), std::vector<std::string>{"updateAnnotations()"});
+        EXPECT_NE(renderer.metaObject()->indexOfSlot("updateAnnotations()"), -1) << "drawn from queued calls";
         ASSERT_EQ(display.viewCount(), 3);
         for (std::size_t camera = 0; camera < 2; ++camera) {
             const auto& view = renderer.cameraView(camera);
-            ASSERT_TRUE(view.view);
+            ASSERT_TRUE(view.view && view.imageSet);
             EXPECT_EQ(display.views()[camera + 1], view.view.data());
             EXPECT_TRUE(view.view->fitToView());
-            EXPECT_FALSE(view.view->isInteractive());
-            ASSERT_TRUE(view.imageSet);
-            EXPECT_TRUE(view.imageSet->empty());
             EXPECT_EQ(view.view->imageSet(), view.imageSet);
         }
         EXPECT_EQ(stream.signalAtracsysUpdate.numConnections(), 1u);
@@ -115,6 +103,17 @@ TEST_F(RendererTest, OwnsTwoViewsOfTheDisplayForItsLifetime) {
     EXPECT_EQ(display.viewCount(), 1);
     EXPECT_EQ(stream.signalAtracsysUpdate.numConnections(), 0u);
     deliver(stream, updateWith(1, 1)); // reaches nobody: the renderer went
+
+    TestSupport::LogCapture capture;
+    display.setMaxViews(1);
+    {
+        AtracsysRenderer renderer(stream, display);
+        EXPECT_TRUE(capture->contains(Log::Error, "AtracsysRenderer", "Could not create views"))
+            << capture->dump();
+        EXPECT_FALSE(renderer.cameraView(0).imageSet || renderer.cameraView(1).imageSet);
+        deliver(stream, updateWith(2, 2)); // harmless
+    }
+    EXPECT_EQ(display.viewCount(), 1);
 }
 
 TEST_F(RendererTest, AnnotationsFollowTheFiducialsOfEachFrame) {
@@ -127,9 +126,7 @@ TEST_F(RendererTest, AnnotationsFollowTheFiducialsOfEachFrame) {
     EXPECT_EQ(objectCount(renderer, 1), 3u);
     expectAnnotated(renderer.cameraView(0), three.left);
     expectAnnotated(renderer.cameraView(1), three.right);
-    EXPECT_EQ(renderer.cameraView(0).imageSet->get(0), three.left.image);
     EXPECT_EQ(renderer.cameraView(1).imageSet->get(0), three.right.image);
-    EXPECT_EQ(renderer.cameraView(0).view->image().size(), QSize(640, 480));
 
     // 3 -> 5: exactly two ellipses and four lines more; the existing ones are kept and moved.
     const GlEllipse* firstEllipse = renderer.cameraView(0).ellipses[0].get();
@@ -139,7 +136,6 @@ TEST_F(RendererTest, AnnotationsFollowTheFiducialsOfEachFrame) {
     EXPECT_EQ(objectCount(renderer, 0), 15u);
     EXPECT_EQ(renderer.cameraView(0).ellipses[0].get(), firstEllipse);
     expectAnnotated(renderer.cameraView(0), five.left);
-    EXPECT_EQ(renderer.cameraView(0).imageSet->get(0), five.left.image);
 
     // 5 -> 2 removes three triples; no fiducial removes all of them.
     deliver(stream, updateWith(2, 0));
@@ -148,7 +144,6 @@ TEST_F(RendererTest, AnnotationsFollowTheFiducialsOfEachFrame) {
     expectAnnotated(renderer.cameraView(0), updateWith(2, 0).left);
     deliver(stream, updateWith(0, 0));
     EXPECT_EQ(objectCount(renderer, 0), 0u);
-    EXPECT_TRUE(renderer.cameraView(0).ellipses.empty());
     EXPECT_EQ(capture->size(), 0u) << capture->dump();
 }
 
@@ -166,9 +161,8 @@ TEST_F(RendererTest, PositionsWithoutMatchingSizesAreNotDrawn) {
     const auto& left = renderer.cameraView(0);
     ASSERT_EQ(left.ellipses.size(), 3u);
     EXPECT_EQ(left.ellipses[0]->center(), Eigen::Vector3d(100.0, 200.0, 0.0)) << "not moved by that frame";
-    EXPECT_FALSE(left.ellipses[2]->isVisible());
-    EXPECT_FALSE(left.horizontalLines[2]->isVisible());
-    EXPECT_FALSE(left.verticalLines[2]->isVisible());
+    EXPECT_FALSE(left.ellipses[2]->isVisible() || left.horizontalLines[2]->isVisible() ||
+                 left.verticalLines[2]->isVisible());
     // The other camera is drawn as usual.
     expectAnnotated(renderer.cameraView(1), mismatch.right);
 
@@ -190,19 +184,4 @@ TEST_F(RendererTest, FramesArrivingFasterThanTheGuiDrawsAreShownOnceTheLatest) {
     QCoreApplication::processEvents();
     EXPECT_EQ(objectCount(renderer, 0), 18u);
     EXPECT_EQ(objectCount(renderer, 1), 3u);
-}
-
-TEST_F(RendererTest, ReportsADisplayWithoutRoomForTheViews) {
-    TestSupport::LogCapture capture;
-    display.setMaxViews(1);
-    {
-        AtracsysRenderer renderer(stream, display);
-        EXPECT_TRUE(capture->contains(Log::Error, "AtracsysRenderer", "Could not create views"))
-            << capture->dump();
-        EXPECT_FALSE(renderer.cameraView(0).imageSet);
-        EXPECT_FALSE(renderer.cameraView(1).imageSet);
-        deliver(stream, updateWith(2, 2)); // harmless
-        EXPECT_EQ(stream.signalAtracsysUpdate.numConnections(), 1u);
-    }
-    EXPECT_EQ(display.viewCount(), 0);
 }
