@@ -28,15 +28,12 @@ TEST(PluginDescriptor, AcceptsAnyFieldOrderAndExplainsWhatItRefuses) {
     EXPECT_EQ(other->fields.at("extra"), "a=b");
     EXPECT_EQ(other->incompatibility(), ""); // build flags are not judged
 
-    const std::string garbage(300, 'x');
     const std::vector<std::pair<std::string, std::string>> incompatible{
         {KESTRION_PLUGIN_DESCRIPTOR, ""},
         {"", "wrong magic string \"\" (expected \"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
         {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|hostversion=4.4.6.1",
          "built for host version 4.4.6.1, this host is 4.4.6"},
         {"__KESTRION_PLUGIN_V2_MAGIC_STRING__|buildflags=x", "plugin descriptor names no host version"},
-        {garbage, "wrong magic string \"" + std::string(80, 'x') +
-                      "...\" (expected \"__KESTRION_PLUGIN_V2_MAGIC_STRING__\")"},
     };
     for (const auto& [text, reason] : incompatible) {
         std::string error;
@@ -57,14 +54,6 @@ TEST(PluginDescriptor, AcceptsAnyFieldOrderAndExplainsWhatItRefuses) {
         EXPECT_FALSE(PluginDescriptor::parse(text, &error).has_value());
         EXPECT_EQ(error, message);
     }
-}
-
-TEST(PluginDependencyOrder, DependenciesComeFirstOtherwiseInputOrderIsKept) {
-    const std::vector<Order::Node> nodes{
-        {"D", {"C", "Kestrion.Stream"}}, {"A", {}}, {"C", {"B", "A"}}, {"B", {"Kestrion.Stream"}}, {"E", {}}};
-    const auto result = Order::compute(nodes, {"Kestrion.Stream"});
-    EXPECT_TRUE(result.failures.empty());
-    EXPECT_EQ(ids(nodes, result), (std::vector<std::string>{"A", "B", "C", "D", "E"}));
 }
 
 TEST(PluginDependencyOrder, MissingDependenciesAndCyclesFailOnlyThePluginsConcerned) {

@@ -8,8 +8,6 @@
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QPointer>
-#include <QTest>
-#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -71,12 +69,6 @@ TEST_F(GlViewTest, DrawsTheImageScaledToFitWithAnnotationsInImageCoordinates) {
     image = shot(200, 200);
     EXPECT_FALSE(isImage(image.pixel(100, 20)));
     EXPECT_TRUE(isCyan(image.pixel(79, 90)));
-
-    // One screen pixel per image pixel, centred.
-    view->setFitToView(false);
-    image = shot();
-    EXPECT_TRUE(isCyan(image.pixel(50 + 39, 25 + 20))); // image (39.5, 20) is on the ellipse
-    EXPECT_FALSE(isImage(image.pixel(20, 50)));         // left of the image
 }
 
 TEST_F(GlViewTest, HiddenRemovedAndDestroyedAnnotationsAreNotDrawn) {
@@ -122,32 +114,6 @@ TEST_F(GlViewTest, DisplayRefusesViewsBeyondItsMostAndArrangesThemSideBySide) {
     EXPECT_FALSE(display.removeView(&stranger));
     display.removeAllViews();
     EXPECT_TRUE(left.isNull() && right.isNull());
-}
-
-TEST_F(GlViewTest, InteractiveViewsZoomAroundTheCursorPanAndReset) {
-    view->setInteractive(true);
-    view->resize(200, 100);
-    const QPointF cursor(60, 40);
-    const QPointF underCursor = view->imageToView().inverted().map(cursor);
-
-    QWheelEvent zoomIn(cursor, view->mapToGlobal(cursor.toPoint()), QPoint(), QPoint(0, 240), Qt::NoButton,
-                       Qt::NoModifier, Qt::NoScrollPhase, false);
-    QCoreApplication::sendEvent(view.get(), &zoomIn);
-    EXPECT_NEAR(view->zoom(), 1.5625, 1e-9);
-    EXPECT_NEAR((view->imageToView().map(underCursor) - cursor).manhattanLength(), 0.0, 1e-9);
-
-    QTest::mousePress(view.get(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 50));
-    QMouseEvent move(QEvent::MouseMove, QPointF(110, 45), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-    QCoreApplication::sendEvent(view.get(), &move);
-    QTest::mouseRelease(view.get(), Qt::LeftButton, Qt::NoModifier, QPoint(110, 45));
-    EXPECT_NEAR(view->imageToView().map(underCursor).x(), cursor.x() + 10, 1e-9);
-
-    QTest::mouseDClick(view.get(), Qt::LeftButton);
-    EXPECT_EQ(view->zoom(), 1.0);
-
-    view->setInteractive(false);
-    QCoreApplication::sendEvent(view.get(), &zoomIn);
-    EXPECT_EQ(view->zoom(), 1.0);
 }
 
 std::shared_ptr<SharedImage> cameraImage(int width, int height, std::uint8_t value) {
