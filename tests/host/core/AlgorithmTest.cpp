@@ -62,9 +62,7 @@ TEST(Algorithm, ComputesReportsStatusAndUsesItsProgress) {
     EXPECT_EQ(watcher.added, 1);
     EXPECT_EQ(counter.count, 0) << "the display canceled the task before the first step";
 
-    Properties settings;
-    settings.setParam("limit", 0);
-    counter.configure(&settings);
+    counter.limit = 0;
     counter.compute();
     EXPECT_EQ(counter.status(), Algorithm::Error);
 }
