@@ -37,7 +37,7 @@ using namespace Kestrion::SimulatorTest;
 TEST(Allocation, FetchingFramesAllocatesNothingOnceWarmedUp) {
     SceneGuard scene;
     Camera camera(Camera::Capacities{true});
-    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setInt(6003, 1), ftkError::FTK_OK);
     ASSERT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}})),
               ftkError::FTK_OK);
     ASSERT_EQ(camera.setGeometry(makeGeometry(1001, {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}})),
@@ -47,7 +47,7 @@ TEST(Allocation, FetchingFramesAllocatesNothingOnceWarmedUp) {
     // the start and the end only, to keep the test quick.
     constexpr int Cycle = 84 * 54;
     const auto run = [&](int frames, bool images) {
-        ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, images ? 1 : 0), ftkError::FTK_OK);
+        ASSERT_EQ(camera.setInt(6003, images ? 1 : 0), ftkError::FTK_OK);
         for (int i = 0; i < frames; ++i) {
             ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
             ASSERT_EQ(+camera.frame->markersCount, 2u);

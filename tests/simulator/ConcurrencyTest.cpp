@@ -32,13 +32,10 @@ TEST(Concurrency, FetchingWhileGeometriesOptionsAndHandlesChangeOnOtherThreads) 
             }
         });
         std::thread options([&] {
-            int32 value = 0;
             for (int i = 0; i < 400; ++i) {
-                EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, i % 2), ftkError::FTK_OK);
-                EXPECT_EQ(ftkSetFloat32(camera.lib, camera.serial, tolerance, i % 2 ? 1.0f : 2.0f),
-                          ftkError::FTK_OK);
-                EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 60, &value, ftkOptionGetter::FTK_VALUE),
-                          ftkError::FTK_OK);
+                EXPECT_EQ(camera.setInt(6003, i % 2), ftkError::FTK_OK);
+                EXPECT_EQ(camera.setFloat(tolerance, i % 2 ? 1.0f : 2.0f), ftkError::FTK_OK);
+                EXPECT_EQ(camera.getInt(60), ftkError::FTK_OK);
             }
         });
         std::thread control([&] {
@@ -100,7 +97,7 @@ TEST(Concurrency, AFetchWaitsForANewerFrameWithoutHoldingUpOtherCalls) {
         waiting = false;
     });
     for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(ftkSetInt32(camera.lib, 9, 16, 100 + i), ftkError::FTK_OK);
+        EXPECT_EQ(camera.setInt(16, 100 + i), ftkError::FTK_OK);
     }
     EXPECT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}})),
               ftkError::FTK_OK);

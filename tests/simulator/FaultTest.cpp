@@ -11,15 +11,17 @@ namespace {
 const char* OneDevice = R"({"devices": [{"serial": 21}], "markers": [{"geometryId": 1000,
     "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]], "motion": {"type": "static", "position": [0, 0, 800]}}]})";
 
+void inject(const char* fault, uint64 serial = 21) {
+    EXPECT_TRUE(ftkSimInjectFault(serial, fault)) << controlError();
+}
+
 } // namespace
 
 TEST(Faults, FetchErrorsLastForTheirCountThenFramesComeAgain) {
     SceneGuard scene(OneDevice);
     Camera camera;
-    ASSERT_TRUE(
-        ftkSimInjectFault(21, R"({"kind": "fetchError", "code": "FTK_ERR_READ", "atFetch": 2, "count": 3})"))
-        << controlError();
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "internalError", "atFetch": 7})")) << controlError();
+    inject(R"({"kind": "fetchError", "code": "FTK_ERR_READ", "atFetch": 2, "count": 3})");
+    inject(R"({"kind": "internalError", "atFetch": 7})");
     EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
     const uint32 counter = camera.frame->imageHeader->counter;
     EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
@@ -33,8 +35,7 @@ TEST(Faults, FetchErrorsLastForTheirCountThenFramesComeAgain) {
     EXPECT_EQ(ftkSimFetchCount(21), 8u);
 
     // By device time: the stepped 54 Hz clock reaches 1 s at frame 54.
-    ASSERT_TRUE(
-        ftkSimInjectFault(21, R"({"kind": "fetchError", "code": 30, "atTimeS": 1.0, "durationS": 0.1})"));
+    inject(R"({"kind": "fetchError", "code": 30, "atTimeS": 1.0, "durationS": 0.1})");
     int failures = 0;
     for (int i = 0; i < 80; ++i) {
         const ftkError e = camera.fetch();
@@ -52,9 +53,9 @@ TEST(Faults, MarkerStatusFaultsMarkTheDeliveredFrame) {
     SceneGuard scene(OneDevice);
     Camera camera;
     ASSERT_EQ(camera.setGeometry(makeGeometry(1000, Marker1000)), ftkError::FTK_OK);
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "markerOverflow", "atFetch": 2})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "invalidReservedSize", "atFetch": 3})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "skipped", "atFetch": 4, "count": 2})"));
+    inject(R"({"kind": "markerOverflow", "atFetch": 2})");
+    inject(R"({"kind": "invalidReservedSize", "atFetch": 3})");
+    inject(R"({"kind": "skipped", "atFetch": 4, "count": 2})");
     const ftkQueryStatus expected[] = {ftkQueryStatus::QS_OK,
                                        ftkQueryStatus::QS_ERR_OVERFLOW,
                                        ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE,
@@ -71,15 +72,13 @@ TEST(Faults, MarkerStatusFaultsMarkTheDeliveredFrame) {
 TEST(Faults, ADisconnectedDeviceFailsEveryCallAndIsNoLongerEnumerated) {
     SceneGuard scene(OneDevice);
     Camera camera;
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "disconnection", "atFetch": 3})"));
+    inject(R"({"kind": "disconnection", "atFetch": 3})");
     for (ftkError e : {ftkError::FTK_OK, ftkError::FTK_OK, ftkError::FTK_ERR_DISCONNECTION,
                        ftkError::FTK_ERR_DISCONNECTION}) {
         EXPECT_EQ(camera.fetch(), e);
     }
     EXPECT_NE(camera.errorText().find("FTK_ERR_DISCONNECTION"), std::string::npos);
-    int32 value = 0;
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, 16, &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_ERR_DISCONNECTION);
+    EXPECT_EQ(camera.getInt(16), ftkError::FTK_ERR_DISCONNECTION);
     ftkError status = ftkError::FTK_OK;
     EXPECT_TRUE(enumerateOptions(camera.lib, 21, &status).empty());
     EXPECT_EQ(status, ftkError::FTK_ERR_DISCONNECTION);
@@ -102,51 +101,66 @@ TEST(Faults, EnumerationFaultsHideTheDeviceOrReturnAStatus) {
     EXPECT_EQ(ftkClearGeometry(lib, 32, 1), ftkError::FTK_ERR_INV_SN)
         << "a missing device's serial is unknown";
 
-    ASSERT_TRUE(
-        ftkSimInjectFault(31, R"({"kind": "enumerationStatus", "code": "FTK_WAR_SN_ABSENT", "count": 1})"));
+    inject(R"({"kind": "enumerationStatus", "code": "FTK_WAR_SN_ABSENT", "count": 1})", 31);
     e = enumerate(lib);
     EXPECT_EQ(e.status, ftkError::FTK_WAR_SN_ABSENT);
     EXPECT_EQ(e.devices.size(), 1u) << "a warning still reports the device";
-    ASSERT_TRUE(ftkSimInjectFault(31, R"({"kind": "enumerationStatus", "code": 4, "reportDevices": false})"));
+    inject(R"({"kind": "enumerationStatus", "code": 4, "reportDevices": false})", 31);
     e = enumerate(lib);
     EXPECT_EQ(e.status, ftkError::FTK_ERR_INTERNAL);
     EXPECT_TRUE(e.devices.empty());
     ftkClose(&lib);
 }
 
-TEST(Faults, OptionAndGeometryRefusalsAndMalformedOptionEntries) {
+TEST(Faults, OptionAndGeometryRefusals) {
     SceneGuard scene(OneDevice);
     Camera camera;
     const uint32 integration = camera.option("Image Integration Time");
-    ASSERT_TRUE(ftkSimInjectFault(
-        21, R"({"kind": "optionRefusal", "option": "Image Integration Time", "count": 1})"));
-    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_ERR_WRITE);
-    int32 value = 0;
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_VALUE), ftkError::FTK_OK);
-    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_OK) << "refused once only";
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": 6003, "operation": "both",
-                                          "code": "FTK_ERR_INV_OPT_ACC"})"));
-    EXPECT_EQ(ftkSetInt32(camera.lib, 21, 6003, 1), ftkError::FTK_ERR_INV_OPT_ACC);
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, 6003, &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_ERR_INV_OPT_ACC);
+    inject(R"({"kind": "optionRefusal", "option": "Image Integration Time", "count": 1})");
+    inject(
+        R"({"kind": "optionRefusal", "option": 6003, "operation": "both", "code": "FTK_ERR_INV_OPT_ACC"})");
+    EXPECT_EQ(camera.setInt(integration, 300), ftkError::FTK_ERR_WRITE);
+    EXPECT_EQ(camera.getInt(integration), ftkError::FTK_OK);
+    EXPECT_EQ(camera.setInt(integration, 300), ftkError::FTK_OK) << "refused once only";
+    EXPECT_EQ(camera.setInt(6003, 1), ftkError::FTK_ERR_INV_OPT_ACC);
+    EXPECT_EQ(camera.getInt(6003), ftkError::FTK_ERR_INV_OPT_ACC);
+
+    // Reads refused for one getter only, every time; "both" refuses writes too.
+    inject(
+        R"({"kind": "optionRefusal", "option": "Image Integration Time", "operation": "get", "getter": "min"})");
+    inject(R"({"kind": "optionRefusal", "option": "Distance matching tolerance", "operation": "both",
+               "getter": "max", "code": "FTK_ERR_INTERNAL"})");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(camera.getInt(integration, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_ERR_READ);
+    }
+    EXPECT_EQ(camera.getInt(integration, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_OK);
+    EXPECT_EQ(camera.setInt(integration, 300), ftkError::FTK_OK);
+    EXPECT_EQ(camera.getFloat(2003, ftkOptionGetter::FTK_MAX_VAL), ftkError::FTK_ERR_INTERNAL);
+    EXPECT_EQ(camera.getFloat(2003, ftkOptionGetter::FTK_MIN_VAL), ftkError::FTK_OK);
+    EXPECT_EQ(camera.setFloat(2003, 1.f), ftkError::FTK_ERR_INTERNAL);
 
     const ftkGeometry g = makeGeometry(1000, Marker1000);
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "geometryId": 1000, "count": 1})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "geometryRefusal", "operation": "clear", "code": 21})"));
+    inject(R"({"kind": "geometryRefusal", "geometryId": 1000, "count": 1})");
+    inject(R"({"kind": "geometryRefusal", "operation": "clear", "code": 21})");
     EXPECT_EQ(camera.setGeometry(g), ftkError::FTK_ERR_GEOM_PTS);
     EXPECT_EQ(camera.setGeometry(g), ftkError::FTK_OK);
     EXPECT_EQ(ftkClearGeometry(camera.lib, 21, 1000), ftkError::FTK_ERR_GEOM_REGISTERED);
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(+camera.frame->markersCount, 1u) << "a refused removal keeps the geometry";
+}
 
-    ASSERT_TRUE(
-        ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": 17, "malformation": "nullName"})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Enables IR strobe",
-                                          "malformation": "unknownType"})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "malformedOption", "option": "Image Integration Time",
-                                          "malformation": "duplicateName"})"));
-    ASSERT_TRUE(
-        ftkSimInjectFault(21, R"({"kind": "optionEnumerationStatus", "code": "FTK_WAR_NOT_SUPPORTED"})"));
+TEST(Faults, MalformedOptionEntries) {
+    SceneGuard scene(OneDevice);
+    Camera camera;
+    const uint32 integration = camera.option("Image Integration Time");
+    inject(R"({"kind": "malformedOption", "option": 17, "malformation": "nullName"})");
+    inject(R"({"kind": "malformedOption", "option": "Enables IR strobe", "malformation": "unknownType"})");
+    inject(
+        R"({"kind": "malformedOption", "option": "Image Integration Time", "malformation": "duplicateName"})");
+    inject(
+        R"({"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullDescription"})");
+    inject(R"({"kind": "malformedOption", "option": "User-LED frequency", "malformation": "nullUnit"})");
+    inject(R"({"kind": "optionEnumerationStatus", "code": "FTK_WAR_NOT_SUPPORTED"})");
     ftkError status = ftkError::FTK_OK;
     int nullNames = 0;
     int typeTwo = 0;
@@ -157,52 +171,15 @@ TEST(Faults, OptionAndGeometryRefusalsAndMalformedOptionEntries) {
         if (o.name == "Image Integration Time") {
             integrationIds.push_back(o.id);
         }
+        EXPECT_EQ(o.hasDescription, o.name != "User-LED frequency") << o.name;
+        EXPECT_FALSE(o.hasUnit && o.name == "User-LED frequency");
     }
     EXPECT_EQ(status, ftkError::FTK_WAR_NOT_SUPPORTED);
     EXPECT_EQ(nullNames, 1);
     EXPECT_EQ(typeTwo, 1);
     ASSERT_EQ(integrationIds.size(), 2u);
     EXPECT_EQ(integrationIds[0], integration) << "the real id comes first";
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integrationIds[1], &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_ERR_INV_OPT);
-}
-
-TEST(Faults, ReadsRefusedForOneGetterAndTextsReportedNull) {
-    SceneGuard scene(OneDevice);
-    Camera camera;
-    const uint32 integration = camera.option("Image Integration Time");
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Image Integration Time",
-                                          "operation": "get", "getter": "min"})"));
-    ASSERT_TRUE(ftkSimInjectFault(21, R"({"kind": "optionRefusal", "option": "Distance matching tolerance",
-                                          "operation": "both", "getter": "max", "code": "FTK_ERR_INTERNAL"})"));
-    // Only the named getter of that option is refused, every time; "both" refuses writes too.
-    int32 value = 0;
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MIN_VAL),
-                  ftkError::FTK_ERR_READ);
-    }
-    EXPECT_EQ(ftkGetInt32(camera.lib, 21, integration, &value, ftkOptionGetter::FTK_MAX_VAL),
-              ftkError::FTK_OK);
-    EXPECT_EQ(ftkSetInt32(camera.lib, 21, integration, 300), ftkError::FTK_OK);
-    float tolerance = 0.f;
-    EXPECT_EQ(ftkGetFloat32(camera.lib, 21, 2003, &tolerance, ftkOptionGetter::FTK_MAX_VAL),
-              ftkError::FTK_ERR_INTERNAL);
-    EXPECT_EQ(ftkGetFloat32(camera.lib, 21, 2003, &tolerance, ftkOptionGetter::FTK_MIN_VAL),
-              ftkError::FTK_OK);
-    EXPECT_EQ(ftkSetFloat32(camera.lib, 21, 2003, 1.f), ftkError::FTK_ERR_INTERNAL);
-
-    for (const char* malformation : {"nullDescription", "nullUnit"}) {
-        ASSERT_TRUE(ftkSimInjectFault(21, (R"({"kind": "malformedOption", "option": "User-LED frequency",
-                                          "malformation": ")" +
-                                           std::string(malformation) + "\"}")
-                                              .c_str()));
-    }
-    for (const OptionInfo& o : enumerateOptions(camera.lib, 21)) {
-        EXPECT_EQ(o.hasDescription, o.name != "User-LED frequency") << o.name;
-        if (o.name == "User-LED frequency") {
-            EXPECT_FALSE(o.hasUnit);
-        }
-    }
+    EXPECT_EQ(camera.getInt(integrationIds[1]), ftkError::FTK_ERR_INV_OPT);
 }
 
 TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {

@@ -31,8 +31,9 @@ TEST(FrameContent, ContainersAreFilledToCapacityAndReportOverflow) {
     // The default scene's first frame: 11 detections per camera, 11 fiducials, 2 markers.
     Fetched full(Camera::Capacities{false, 20, 11, 11, 11, 2});
     const ftkFrameQuery& f = *full.camera.frame;
-    ASSERT_EQ(std::make_tuple(+f.rawDataLeftCount, +f.rawDataRightCount, +f.threeDFiducialsCount, +f.markersCount),
-              std::make_tuple(11u, 11u, 11u, 2u));
+    ASSERT_EQ(
+        std::make_tuple(+f.rawDataLeftCount, +f.rawDataRightCount, +f.threeDFiducialsCount, +f.markersCount),
+        std::make_tuple(11u, 11u, 11u, 2u));
     for (ftkQueryStatus s : {f.rawDataLeftStat, f.rawDataRightStat, f.threeDFiducialsStat, f.markersStat,
                              f.imageHeaderStat, f.eventsStat}) {
         EXPECT_EQ(s, ftkQueryStatus::QS_OK) << "exactly full is no overflow";
@@ -41,9 +42,11 @@ TEST(FrameContent, ContainersAreFilledToCapacityAndReportOverflow) {
 
     Fetched small(Camera::Capacities{false, 0, 3, 2, 4, 1});
     const ftkFrameQuery& s = *small.camera.frame;
-    EXPECT_EQ(std::make_tuple(+s.rawDataLeftCount, +s.rawDataRightCount, +s.threeDFiducialsCount, +s.markersCount),
-              std::make_tuple(3u, 2u, 4u, 1u));
-    for (ftkQueryStatus status : {s.rawDataLeftStat, s.rawDataRightStat, s.threeDFiducialsStat, s.markersStat}) {
+    EXPECT_EQ(
+        std::make_tuple(+s.rawDataLeftCount, +s.rawDataRightCount, +s.threeDFiducialsCount, +s.markersCount),
+        std::make_tuple(3u, 2u, 4u, 1u));
+    for (ftkQueryStatus status :
+         {s.rawDataLeftStat, s.rawDataRightStat, s.threeDFiducialsStat, s.markersStat}) {
         EXPECT_EQ(status, ftkQueryStatus::QS_ERR_OVERFLOW);
     }
     // The same frame (same scene and seed): the small record holds the first entries.
@@ -61,7 +64,7 @@ TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
     EXPECT_EQ(f.imageLeftStat, ftkQueryStatus::QS_WAR_SKIPPED);
     EXPECT_EQ(f.imageRightStat, ftkQueryStatus::QS_WAR_SKIPPED);
 
-    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setInt(6003, 1), ftkError::FTK_OK);
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     ASSERT_EQ(f.imageLeftStat, ftkQueryStatus::QS_OK);
     ASSERT_EQ(f.imageRightStat, ftkQueryStatus::QS_OK);
@@ -89,8 +92,7 @@ TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
     }
 
     // A short integration time gives dim blobs.
-    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, camera.option("Image Integration Time"), 50),
-              ftkError::FTK_OK);
+    ASSERT_EQ(camera.setInt(camera.option("Image Integration Time"), 50), ftkError::FTK_OK);
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     const uint8 dim =
         pixel(f.imageLeftPixels, f.rawDataLeft[0].centerXPixels, f.rawDataLeft[0].centerYPixels);
@@ -98,8 +100,7 @@ TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
     EXPECT_LT(dim, 110);
 
     // Without the infrared strobe passive fiducials are not seen at all.
-    ASSERT_EQ(ftkSetInt32(camera.lib, camera.serial, camera.option("Enables IR strobe"), 0),
-              ftkError::FTK_OK);
+    ASSERT_EQ(camera.setInt(camera.option("Enables IR strobe"), 0), ftkError::FTK_OK);
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(f.rawDataLeftCount + f.threeDFiducialsCount + f.markersCount, 0u);
 
@@ -119,8 +120,6 @@ TEST(FrameContent, FusionTrackModelsAlwaysSendImagesAndHaveNoUsbOptions) {
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(camera.frame->imageLeftStat, ftkQueryStatus::QS_OK);
     EXPECT_EQ(+camera.frame->threeDFiducialsCount, 2u);
-    int32 value = 0;
-    EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_ERR_INV_OPT);
-    EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 6000, &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(camera.setInt(6003, 1), ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(camera.getInt(6000), ftkError::FTK_ERR_INV_OPT);
 }

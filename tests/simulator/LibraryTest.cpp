@@ -42,9 +42,7 @@ TEST(Library, TheErrorTextDescribesTheLastErrorAndWarningAsXml) {
     EXPECT_EQ(camera.errorText(),
               "<ftkError>\n<errors></errors>\n<warnings></warnings>\n<messages>No error reported</messages>\n"
               "</ftkError>");
-    int32 value = 0;
-    EXPECT_EQ(ftkGetInt32(camera.lib, camera.serial, 999, &value, ftkOptionGetter::FTK_VALUE),
-              ftkError::FTK_ERR_INV_OPT);
+    EXPECT_EQ(camera.getInt(999), ftkError::FTK_ERR_INV_OPT);
     EXPECT_EQ(ftkClearGeometry(camera.lib, camera.serial, 77), ftkError::FTK_WAR_GEOM_ID);
     EXPECT_EQ(camera.fetch(), ftkError::FTK_OK) << "success leaves the last failure in place";
     EXPECT_EQ(camera.errorText(),

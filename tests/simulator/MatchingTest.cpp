@@ -81,7 +81,7 @@ TEST(Matching, TheDistanceToleranceOptionDecidesWhetherAWornMarkerStillMatches) 
     ASSERT_EQ(camera.setGeometry(makeGeometry(1300, Asymmetric)), ftkError::FTK_OK);
     const uint32 tolerance = camera.option("Distance matching tolerance");
     const auto masks = [&](float value) {
-        EXPECT_EQ(ftkSetFloat32(camera.lib, camera.serial, tolerance, value), ftkError::FTK_OK);
+        EXPECT_EQ(camera.setFloat(tolerance, value), ftkError::FTK_OK);
         std::map<uint32, int> count;
         for (int frame = 0; frame < 100; ++frame) {
             EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);

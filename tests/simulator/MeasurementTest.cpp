@@ -188,7 +188,7 @@ TEST(Measurement, TheSameSeedGivesTheSameFramesAndAnotherSeedOthers) {
         json.replace(json.find("SEED"), 4, std::to_string(seed));
         SceneGuard scene(json);
         Camera camera(Camera::Capacities{true});
-        EXPECT_EQ(ftkSetInt32(camera.lib, camera.serial, 6003, 1), ftkError::FTK_OK);
+        EXPECT_EQ(camera.setInt(6003, 1), ftkError::FTK_OK);
         std::vector<char> bytes;
         const auto append = [&bytes](const void* data, std::size_t size) {
             bytes.insert(bytes.end(), static_cast<const char*>(data), static_cast<const char*>(data) + size);

@@ -56,6 +56,19 @@ public:
         return ftkSetGeometry(lib, serial, const_cast<ftkGeometry*>(&geometry));
     }
     std::string errorText() const;
+    /// Option calls on this camera; a read without an output pointer goes to a scratch value.
+    ftkError setInt(uint32 id, int32 value) { return ftkSetInt32(lib, serial, id, value); }
+    ftkError setFloat(uint32 id, float value) { return ftkSetFloat32(lib, serial, id, value); }
+    ftkError getInt(uint32 id, ftkOptionGetter what = ftkOptionGetter::FTK_VALUE,
+                    int32* out = nullptr) const {
+        int32 scratch = 0;
+        return ftkGetInt32(lib, serial, id, out ? out : &scratch, what);
+    }
+    ftkError getFloat(uint32 id, ftkOptionGetter what = ftkOptionGetter::FTK_VALUE,
+                      float* out = nullptr) const {
+        float scratch = 0;
+        return ftkGetFloat32(lib, serial, id, out ? out : &scratch, what);
+    }
     /// Registers the default scene's markers 1000 and 1001.
     void registerDefaultMarkers();
 
