@@ -153,10 +153,3 @@ TEST_F(KestrionCommand, BadArgumentsAreExplainedWithExitCodeTwo) {
     EXPECT_EQ(r.exitCode, 1) << r;
     EXPECT_EQ(r.err, "kestrion: plugin folder " + missingFolder + " does not exist\n") << r;
 }
-
-TEST_F(KestrionCommand, HelpDescribesTheCommands) {
-    const Result r = kestrion({"--help"});
-    EXPECT_EQ(r.exitCode, 0) << r;
-    EXPECT_TRUE(r.has("Usage: kestrion [OPTIONS] COMMAND [ARGS...]")) << r;
-    EXPECT_EQ(kestrion({"run", "--help"}).out.rfind("Usage: kestrion run WORKSPACE\n", 0), 0u);
-}

@@ -1,9 +1,5 @@
-// A plugin for the host's own tests, compiled once per variant (see CMakeLists.txt) with:
-// TEST_PLUGIN_ID, TEST_PLUGIN_PREFIX (of its factories), TEST_PLUGIN_DEPENDENCIES (initialiser list
-// of ids), TEST_PLUGIN_DESCRIPTOR or TEST_PLUGIN_NO_DESCRIPTOR, TEST_PLUGIN_NO_CREATE (no entry
-// point), TEST_PLUGIN_INIT_RESULT (returned without registering), TEST_PLUGIN_LICENSE (feature needed,
-// else init() returns 1), TEST_PLUGIN_REQUIRES (algorithm that must be registered before init()),
-// TEST_PLUGIN_CONVERSION (a workspace conversion renaming that name to "<prefix>.Recorder").
+// A plugin for the host's own tests, compiled once per variant with the TEST_PLUGIN_* definitions
+// of CMakeLists.txt (id, factory prefix, dependencies, descriptor, init() result, licence, ...).
 #include "host/core/Algorithm.h"
 #include "host/core/Log.h"
 #include "host/core/Parameter.h"

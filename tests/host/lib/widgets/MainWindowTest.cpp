@@ -2,14 +2,17 @@
 #include "host/core/Log.h"
 #include "host/lib/widgets/LogWidget.h"
 #include "host/lib/widgets/ProgressWidget.h"
+#include "host/lib/widgets/QtHelpers.h"
 #include "host/lib/widgets/QueuedLogSink.h"
 #include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
+#include <QDir>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -29,14 +32,9 @@ protected:
 TEST_F(MainWindowTest, ProgressRowsFollowWorkerTasksAndCancelThem) {
     ProgressWidget widget;
     EXPECT_TRUE(widget.isHidden());
-    std::atomic<int> stage{0};
     std::atomic<bool> sawCancel{false};
     std::thread worker([&]() {
         ProgressTask task = widget.addTask(10, "Record geometry");
-        task.setProgress(3);
-        stage = 1;
-        while (stage.load() < 2)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ProgressTask busy = widget.addTask(0, "Waiting for the camera");
         task.setProgress(7);
         task.setDescription("Record geometry: 7 frames");
@@ -47,13 +45,10 @@ TEST_F(MainWindowTest, ProgressRowsFollowWorkerTasksAndCancelThem) {
     });
 
     ASSERT_TRUE(waitFor([&]() {
-        return stage.load() == 1 && widget.rowCount() == 1 && widget.progressBar(0)->value() == 3;
+        return widget.rowCount() == 2 && widget.progressBar(0)->value() == 7 &&
+               widget.descriptionLabel(0)->text() == "Record geometry: 7 frames";
     }));
     EXPECT_EQ(widget.progressBar(0)->maximum(), 10);
-
-    stage = 2;
-    ASSERT_TRUE(waitFor([&]() { return widget.rowCount() == 2 && widget.progressBar(0)->value() == 7; }));
-    EXPECT_EQ(widget.descriptionLabel(0)->text(), "Record geometry: 7 frames");
     EXPECT_EQ(widget.descriptionLabel(1)->text(), "Waiting for the camera");
     EXPECT_EQ(widget.progressBar(1)->maximum(), 0); // busy bar
 
@@ -109,6 +104,43 @@ TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
     EXPECT_EQ(batch.records.front().message, "2");
     EXPECT_EQ(batch.dropped, 2u);
     EXPECT_EQ(sink.take().dropped, 0u);
+}
+
+TEST_F(MainWindowTest, FileDialogsProposeADefaultAndRememberTheFolderPerKey) {
+    QTemporaryDir temp;
+    const std::string folder = temp.path().toStdString();
+    std::vector<QtHelpers::FileDialogRequest> requests;
+    std::string answer = folder + "/marker1";
+    QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest& request) {
+        requests.push_back(request);
+        return answer;
+    });
+    const std::string type = "ini-" + std::to_string(QCoreApplication::applicationPid()); // fresh key
+
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save marker geometry", type, "newmarker"),
+              folder + "/marker1." + type);
+    EXPECT_EQ(requests[0].kind, QtHelpers::FileDialogRequest::Kind::Save);
+    EXPECT_EQ(requests[0].filter, type + " files (*." + type + ");;All files (*)");
+    EXPECT_EQ(requests[0].startPath,
+              QDir::home().filePath(QString::fromStdString("newmarker." + type)).toStdString());
+
+    // The next dialog starts where the last file went; a chosen extension is kept.
+    answer = folder + "/other.txt";
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), folder + "/other.txt");
+    EXPECT_EQ(requests[1].startPath, folder + "/newmarker." + type);
+
+    // Open dialogs remember their own folder; cancelling gives nothing and forgets nothing.
+    answer = folder + "/geometry1000.ini";
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", type + "-open"),
+              folder + "/geometry1000.ini");
+    EXPECT_EQ(requests[2].kind, QtHelpers::FileDialogRequest::Kind::Open);
+    EXPECT_EQ(requests[2].startPath, QDir::homePath().toStdString());
+    answer.clear();
+    EXPECT_EQ(QtHelpers::getOpenFilename("Select Geometry file", "Geometry files (*.ini)", type + "-open"),
+              "");
+    EXPECT_EQ(requests[3].startPath, folder);
+    EXPECT_EQ(QtHelpers::getSaveFilename("Save", type, "newmarker"), "");
+    EXPECT_EQ(QtHelpers::lastSaveFolder(type), folder);
 }
 
 } // namespace
