@@ -165,20 +165,17 @@ TEST_F(GeometryRecording, RecordsEnoughFramesThenRefinesTheGeometry) {
             view(reordered(observe(truth, pose, 0.05, rng), {2, 0, 3, 1}), {0.1, 0.12, 0.14, 0.16})));
     }
     finishCompute();
-    EXPECT_FALSE(algo.isRecording());
     EXPECT_EQ(algo.status(), Algorithm::Success) << capture->dump();
     ASSERT_EQ(algo.recording().size(), 60u);
     EXPECT_EQ(algo.recording().frameErrors()[0], 0.16); // the worst fiducial of the frame
 
     const Points result = algo.optimizedCoordinates();
     ASSERT_EQ(result.size(), 4u);
-    const Points file = stream.geometryCoordinates(kMarkerId);
     EXPECT_LT(alignedRms(result, truth), 0.05);
-    EXPECT_LT(alignedRms(result, truth), alignedRms(file, truth) / 3.0);
+    EXPECT_LT(alignedRms(result, truth), alignedRms(stream.geometryCoordinates(kMarkerId), truth) / 3.0);
 
     // Progress: the recording task with one step per frame, then the optimisation.
     const auto seen = progress.seen();
-    ASSERT_GE(seen.size(), 2u);
     EXPECT_EQ(seen.front(), std::make_pair(std::string("Record geometry..."), 60));
     EXPECT_EQ(seen.back().first, "Optimize...");
     EXPECT_EQ(progress.lastDone(), 60);
@@ -294,7 +291,6 @@ TEST_F(GeometryRecording, CancellingBeforeAnyFrameOrAnUnknownGeometryFails) {
     progress.cancelAll();
     finishCompute();
     EXPECT_EQ(algo.status(), Algorithm::Error);
-    EXPECT_TRUE(algo.optimizedCoordinates().empty());
 
     // An unknown geometry fails at once, without a progress task.
     ProgressLog noTask;
@@ -306,35 +302,22 @@ TEST_F(GeometryRecording, CancellingBeforeAnyFrameOrAnUnknownGeometryFails) {
     EXPECT_TRUE(capture->contains(Log::Error, "AtracsysGeometryOptimizationAlgorithm",
                                   "Original coordinates could not be retrieved."))
         << capture->dump();
-    EXPECT_FALSE(unknown.isRecording());
     EXPECT_TRUE(noTask.seen().empty());
 }
 
-TEST_F(GeometryRecording, ParametersAndCreationHook) {
+TEST_F(GeometryRecording, SettingsAreReadAndWrittenUnderTheirWorkspaceNames) {
     Harness fresh(&stream);
-    std::vector<std::string> names;
-    for (const ParameterBase* p : fresh.parameters())
-        names.push_back(p->name());
-    EXPECT_EQ(names, (std::vector<std::string>{"geometryId", "optimizationMode", "keepCoordinateLocation",
-                                               "recordedFrames"}));
-
     Properties settings;
     settings.setParam("geometryId", std::string("atracsys-1300"));
     settings.setParam("optimizationMode", 1);
     settings.setParam("keepCoordinateLocation", false);
     settings.setParam("recordedFrames", 120);
     fresh.configure(&settings);
-    EXPECT_EQ(fresh.geometryId(), "atracsys-1300");
     EXPECT_EQ(fresh.optimizationMode(), Algo::WeightedAverage);
-    EXPECT_FALSE(fresh.keepCoordinateLocation());
     EXPECT_EQ(fresh.recordedFrames(), 120);
     Properties written;
     fresh.configuration(&written);
-    EXPECT_EQ(written.param<int>("optimizationMode", -1), 1);
-
-    Algorithm* created = &fresh;
-    EXPECT_FALSE(Algo::createCompatible(DataList(), &created));
-    EXPECT_EQ(created, nullptr);
+    EXPECT_EQ(written, settings);
 }
 
 TEST_F(GeometryRecording, AnAlgorithmGoneNoLongerReceivesFrames) {

@@ -235,52 +235,36 @@ TEST_F(TrackCommand, EndsCleanlyOnTerminationAndSavesMarkedImages) {
 }
 
 TEST_F(TrackCommand, FailuresNameTheProblemAndExitNonZero) {
-    // Runs `kestrion track` and expects the exit code and each text on stderr.
+    // Runs `kestrion track` and expects exit code 1 and the text on stderr.
     const auto fails = [](const std::vector<std::string>& arguments,
-                          const std::map<std::string, std::string>& env,
-                          const std::vector<std::string>& errors, int exitCode = 1) {
+                          const std::map<std::string, std::string>& env, const std::string& error) {
         const Result r = track(arguments, env);
-        EXPECT_EQ(r.exitCode, exitCode) << r;
-        for (const std::string& error : errors)
-            EXPECT_TRUE(r.errHas(error)) << r;
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas(error)) << r;
         return r;
     };
     const auto scene = [this](const std::string& file, const std::string& json) {
         std::ofstream(path(file)) << json;
         return std::map<std::string, std::string>{{"FTK_SIMULATOR_SCENE", path(file)}};
     };
-    std::ofstream(path("broken.ini")) << "[geometry]\ncount=2\nid=1007\n[fiducial0]\nx=0\ny=0\nz=0\n";
-    fails({"--geometry", path("broken.ini"), "--duration", "1"}, {},
-          {"kestrion track: geometry file " + path("broken.ini") +
-           " could not be loaded: AtracsysTracking: Parsing INI file, could not find section \"fiducial1\""});
     fails({"--geometry", path("missing.ini")}, {},
-          {"kestrion track: geometry file " + path("missing.ini") + ": No such file or directory"});
+          "kestrion track: geometry file " + path("missing.ini") + ": No such file or directory");
     fails({"--duration", "1"}, scene("nodevice.json", R"({"devices": []})"),
-          {"kestrion track: no camera found"});
+          "kestrion track: no camera found");
     // A camera that the scene has but that is not there (unplugged).
     fails(
         {"--duration", "1"},
         scene("unplugged.json",
               R"({"devices": [{"model": "spryTrack 180", "serial": 16, "faults": [{"kind": "noDevice"}]}]})"),
-        {"kestrion track: no camera found"});
-    // A camera driver that cannot start (here: the simulated camera's scene does not exist).
-    fails({"--duration", "1"}, {{"FTK_SIMULATOR_SCENE", path("nowhere.json")}},
-          {"scene " + path("nowhere.json") + ": cannot open the file",
-           "kestrion track: the camera could not be opened"});
+        "kestrion track: no camera found");
 
     std::ofstream(path("a-file")) << "not a folder";
-    const Result r =
-        fails({"--images", path("a-file/images"), "--duration", "1"}, {},
-              {"kestrion track: image folder " + path("a-file/images") + ": cannot be created: "});
+    const Result r = fails({"--images", path("a-file/images"), "--duration", "1"}, {},
+                           "kestrion track: image folder " + path("a-file/images") + ": cannot be created: ");
     EXPECT_FALSE(r.outHas("Tracking ")) << r; // refused before the camera opens
 
-    fails({"--workspace", path("missing.kws")}, {},
-          {"kestrion track: workspace " + path("missing.kws") + ": ", "No such file or directory"});
     fails({"--duration", "1"}, {{"KESTRION_LICENSE", DataDir + "/without-atracsys.lic"}},
-          {"kestrion track: the Atracsys tracking plugin is not licensed"});
+          "kestrion track: the Atracsys tracking plugin is not licensed");
     fails({"--duration", "1"}, {{"KESTRION_PLUGIN_PATH", m_dir}},
-          {"kestrion track: no Atracsys tracking plugin found in " + m_dir});
-    fails({"--csv", path("no/such/folder/out.csv"), "--duration", "1"}, {},
-          {"kestrion track: CSV file " + path("no/such/folder/out.csv") + ": cannot create"});
-    fails({"--frames", "0"}, {}, {"--frames takes a positive number of frames, not '0'"}, 2);
+          "kestrion track: no Atracsys tracking plugin found in " + m_dir);
 }
