@@ -23,6 +23,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
@@ -114,14 +115,28 @@ TEST_F(HostWindowTest, ListsCreatesSavesAndOpensThePluginsAlgorithms) {
     EXPECT_EQ(window.panelArea()->count(), 0);
 }
 
-/// A panel controller registered by the host itself (owner "test"): it records what it was
-/// given before init() and in which order things end.
-std::vector<std::string> g_events;
+/// An algorithm whose computation lasts until the test releases it.
+struct SlowGate {
+    std::mutex mutex; // the pool thread computes, the test releases and reads
+    std::condition_variable changed;
+    bool released = false;
+    int started = 0;
+    int ended = 0;
+    std::thread::id thread;
+} g_slow;
+std::vector<std::string> g_events; // GUI thread only: what panels were given, what ended when
 
-class ProbeAlgorithm : public Algorithm {
+class SlowAlgorithm : public Algorithm {
 public:
-    ~ProbeAlgorithm() override { g_events.push_back("algorithm destroyed"); }
-    void compute() override { g_events.push_back("computed"); }
+    ~SlowAlgorithm() override { g_events.push_back("algorithm destroyed"); }
+    void compute() override {
+        std::unique_lock<std::mutex> lock(g_slow.mutex);
+        ++g_slow.started;
+        g_slow.thread = std::this_thread::get_id();
+        g_slow.changed.notify_all();
+        g_slow.changed.wait(lock, [] { return g_slow.released; });
+        ++g_slow.ended;
+    }
 };
 
 class ProbePanel : public AlgorithmControllerWidget {
@@ -133,8 +148,6 @@ public:
         g_events.push_back(std::string("init: display ") + (displayWidget() ? "set" : "null") + ", window " +
                            (mainWindow() ? "set" : "null") + ", shown in " +
                            (parentWidget() ? "window" : "nothing"));
-        if (displayWidget())
-            displayWidget()->addView2D(true, false);
     }
 };
 
@@ -143,48 +156,7 @@ public:
     ProbeControllerFactory()
         : AlgorithmControllerFactory("Probe", true) {}
     AlgorithmController* create(Algorithm* algorithm) override {
-        return dynamic_cast<ProbeAlgorithm*>(algorithm) ? new ProbePanel(algorithm) : nullptr;
-    }
-};
-
-TEST_F(HostWindowTest, PanelsGetTheDisplayAndWindowBeforeInitAndEndBeforeTheirAlgorithm) {
-    g_events.clear();
-    auto factory = std::make_unique<AlgorithmFactory>("Probe", true);
-    factory->registerAlgorithm<ProbeAlgorithm>("Probe", "Tools;Probe");
-    FactoryRegistry::instance().addAlgorithmFactory(std::move(factory), "test");
-    FactoryRegistry::instance().addControllerFactory(std::make_unique<ProbeControllerFactory>(), "test");
-    {
-        HostWindow window(FactoryRegistry::instance());
-        ASSERT_NE(window.session().createAlgorithm("Probe.Probe"), nullptr);
-        window.session().waitForComputations();
-        EXPECT_EQ(window.displayWidget()->viewCount(), 1);
-        EXPECT_EQ(window.panelArea()->count(), 1);
-    }
-    FactoryRegistry::instance().removeOwnedBy("test");
-    EXPECT_EQ(g_events,
-              (std::vector<std::string>{"computed", "init: display set, window set, shown in window",
-                                        "panel destroyed", "algorithm destroyed"}));
-}
-
-/// An algorithm whose computation lasts until the test releases it.
-struct SlowGate {
-    std::mutex mutex; // the pool thread computes, the test releases and reads
-    std::condition_variable changed;
-    bool released = false;
-    int started = 0;
-    int ended = 0;
-    std::thread::id thread;
-} g_slow;
-
-class SlowAlgorithm : public Algorithm {
-public:
-    void compute() override {
-        std::unique_lock<std::mutex> lock(g_slow.mutex);
-        ++g_slow.started;
-        g_slow.thread = std::this_thread::get_id();
-        g_slow.changed.notify_all();
-        g_slow.changed.wait(lock, [] { return g_slow.released; });
-        ++g_slow.ended;
+        return dynamic_cast<SlowAlgorithm*>(algorithm) ? new ProbePanel(algorithm) : nullptr;
     }
 };
 
@@ -192,6 +164,7 @@ TEST_F(HostWindowTest, ComputesAlgorithmsOffTheGuiThreadOneAtATimeWithProgress) 
     auto factory = std::make_unique<AlgorithmFactory>("Slow", true);
     factory->registerAlgorithm<SlowAlgorithm>("Slow", "Tools;Slow");
     FactoryRegistry::instance().addAlgorithmFactory(std::move(factory), "test");
+    FactoryRegistry::instance().addControllerFactory(std::make_unique<ProbeControllerFactory>(), "test");
     auto release = [] {
         std::lock_guard<std::mutex> lock(g_slow.mutex);
         g_slow.released = true;
@@ -214,6 +187,8 @@ TEST_F(HostWindowTest, ComputesAlgorithmsOffTheGuiThreadOneAtATimeWithProgress) 
         }
         release();
         ASSERT_TRUE(TestSupport::waitFor([&] { return window.panelArea()->count() == 2; }));
+        const std::string init = "init: display set, window set, shown in window";
+        EXPECT_EQ(g_events, (std::vector<std::string>{init, init}));
         EXPECT_FALSE(window.session().isComputing());
         EXPECT_TRUE(window.progress()->tasks().empty());
 
@@ -233,6 +208,11 @@ TEST_F(HostWindowTest, ComputesAlgorithmsOffTheGuiThreadOneAtATimeWithProgress) 
         window.session().closeAll();
         user.join();
         EXPECT_EQ(g_slow.ended, 3);
+        // Panels end before their algorithms (the queued one never had a panel).
+        const auto algorithmGone = std::find(g_events.begin(), g_events.end(), "algorithm destroyed");
+        EXPECT_TRUE(std::find(algorithmGone, g_events.end(), "panel destroyed") == g_events.end() &&
+                    std::count(algorithmGone, g_events.end(), "algorithm destroyed") == 4)
+            << ::testing::PrintToString(g_events);
         EXPECT_EQ(window.panelArea()->count(), 0);
         EXPECT_FALSE(window.session().isComputing());
     }

@@ -176,27 +176,6 @@ TEST_F(PropertiesWidgetTest, AppliesOnlyTheEditedParameterToAConfigurable) {
     EXPECT_EQ(settings.integrationTime.value(), 300);
 }
 
-TEST_F(PropertiesWidgetTest, NestedParametersAreAppliedInTheirBlocks) {
-    Properties tree;
-    Properties* camera = tree.addSubProperties("Camera");
-    camera->setParam("gain", 2);
-    camera->addSubProperties("Left")->setParam("exposure", 10);
-    PropertiesWidget widget(&tree);
-    auto* exposure = qobject_cast<QSpinBox*>(widget.editor("Camera/Left/exposure"));
-    ASSERT_NE(exposure, nullptr);
-    exposure->setValue(12);
-
-    class Receiver : public Configurable {
-    public:
-        Properties received;
-        void configure(const Properties* properties) override { received = *properties; }
-    } receiver;
-    ASSERT_TRUE(widget.applyLastChange(&receiver));
-    Properties expected;
-    expected.addSubProperties("Camera")->addSubProperties("Left")->setParam("exposure", 12);
-    EXPECT_EQ(receiver.received, expected);
-}
-
 TEST_F(PropertiesWidgetTest, ReloadingANewShapeFromAnEditHandlerRebuildsSafely) {
     // A receiver that reloads from the object while the edit is announced, as panels do, and
     // the object that gains a parameter on that edit: the announcing editor must survive.
