@@ -128,15 +128,6 @@ ftkGeometry makeGeometry(uint32 id, const Points& points) {
     return g;
 }
 
-std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame) {
-    std::vector<Eigen::Vector3d> out;
-    for (uint32 i = 0; i < frame.threeDFiducialsCount; ++i) {
-        const ftk3DPoint& p = frame.threeDFiducials[i].positionMM;
-        out.emplace_back(p.x, p.y, p.z);
-    }
-    return out;
-}
-
 const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId) {
     for (uint32 i = 0; i < frame.markersCount; ++i) {
         if (frame.markers[i].geometryId == geometryId) {

@@ -107,8 +107,6 @@ inline const Points Marker1001 = {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 11
 /// A geometry record from points.
 ftkGeometry makeGeometry(uint32 id, const Points& points);
 
-/// Positions of the frame's 3D fiducials.
-std::vector<Eigen::Vector3d> fiducialPositions(const ftkFrameQuery& frame);
 /// The marker of that geometry in the frame, or null.
 const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId);
 /// The scene marker of that geometry in the truth, or null.
