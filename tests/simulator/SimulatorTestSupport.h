@@ -88,15 +88,12 @@ Enumeration enumerate(ftkLibrary lib);
 /// Options reported by ftkEnumerateOptions (copied), and its status.
 struct OptionInfo {
     uint32 id = 0;
-    uint32 read = 0;
-    uint32 write = 0;
     uint32 global = 0;
     uint8 type = 0;
     bool hasName = false;
     bool hasDescription = false;
     bool hasUnit = false;
     std::string name;
-    std::string unit;
 };
 std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status = nullptr);
 
