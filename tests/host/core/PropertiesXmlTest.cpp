@@ -11,11 +11,8 @@ namespace {
 
 Properties sampleTree() {
     Properties root("Workspace");
-    root.setAttribute("version", "3");
-    root.setParam("imageIntegrationTime", 300);
     root.setParam("fiducialQueryMode", 2);
     root.setParamAttribute("fiducialQueryMode", "hidden", "true");
-    root.setParam("maxFiducialMarkerDistance", 100.25);
     root.setParam("special", std::string("<tag attr=\"v\"> & 'quotes' \u00e9\u4e2d\u263a"));
     root.setParam("whitespace", std::string("  leading\ttab\nnew line\r\ncrlf trailing  "));
     root.setParam("empty", std::string());
@@ -24,7 +21,6 @@ Properties sampleTree() {
     root.setParam("position", Eigen::Vector3d(1.0 / 3.0, -2, 1e-17));
     Properties* targets = root.addSubProperties("TrackingTargets");
     targets->setAttribute("hidden", "true");
-    targets->addSubProperties("marker <1000>")->setParam("Path", std::string("geometry1000.ini"));
     targets->addSubProperties("")->setParam("", std::string("nameless"));
     root.addSubProperties("Empty block");
     return root;
