@@ -198,7 +198,7 @@ TEST(TrackingStreamAcquisition, FiducialModesSelectExactlyTheirFiducials) {
     const TrackingInstrumentFiducialsData* owned =
         fiducialsOf(select(AtracsysTrackingStream::MarkerFiducials));
     ASSERT_TRUE(owned);
-    EXPECT_EQ(owned->instrumentIndices(), (std::vector<std::uint32_t>{0, 0, 0, 0, 1, 1, 1, 1}));
+    EXPECT_EQ(owned->instrumentIndices(), (std::vector<std::uint32_t>{1, 1, 1, 1, 0, 0, 0, 0}));
 
     // In the vicinity of 100 mm: the tool's four fiducials (0 to 96.5 mm from its origin), the
     // stray 60 mm from it, three of the reference's (0, 62.2 and 83 mm); not the reference's

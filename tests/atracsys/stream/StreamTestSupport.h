@@ -1,7 +1,6 @@
 #pragma once
 
-// Helpers of the tracking stream's tests: scenes of the simulated camera, a stream whose
-// acquisition round the test can run itself, and recorders of what the stream emits.
+// Helpers of the tracking stream's tests: simulated scenes, a stream the test steps, a recorder.
 
 #include "atracsys/stream/AtracsysDeviceContext.h"
 #include "atracsys/stream/AtracsysTrackingStream.h"
@@ -21,23 +20,20 @@
 
 namespace Kestrion::TrackingStreamTest {
 
-/// Log category of the stream's messages.
 constexpr const char* StreamCategory = "AtracsysTrackingStream";
 
 /// A file of tests/data/trackingstream.
 std::string dataFile(const std::string& name);
 
-/// Library handles and frame records of the simulated camera alive at construction, to check
-/// that a test gives back everything it made.
+/// Library handles and frame records of the simulated camera alive at construction.
 struct HeldResources {
     std::size_t libraries = ftkSimLiveLibraries();
     std::size_t frames = ftkSimLiveFrames();
-    /// Fails the test (naming the step) when the counts differ from the ones at construction.
     void expectBaseline(const char* step) const;
 };
 
-/// Loads a scene file (of tests/data/trackingstream unless given as an absolute path) with the
-/// stepped clock; restores the default scene and the free-running clock when it goes.
+/// Loads a scene file (of tests/data/trackingstream unless absolute) with the stepped clock; restores
+/// the default scene and the free-running clock when it goes.
 class SceneGuard {
 public:
     explicit SceneGuard(const std::string& sceneFile);
@@ -46,30 +42,24 @@ public:
     SceneGuard& operator=(const SceneGuard&) = delete;
 };
 
-/// The tracking stream with its acquisition round callable from the test, which then plays the
-/// worker thread (the stream is opened but not started) and steps frame by frame.
+/// The stream with its acquisition round callable from the test, which plays the worker thread.
 class ProbedStream : public SpryTrack::AtracsysTrackingStream {
 public:
     explicit ProbedStream(const std::string& name = "Atracsys Tracking Stream")
         : AtracsysTrackingStream(name) {}
 
-    /// Opens the stream and adds the two markers of the scenes, "tool" (atracsys-1000) and
-    /// "reference" (atracsys-1001); false (with the failure added to the test) when that fails.
+    /// Opens and adds "tool" (atracsys-1000) and "reference" (atracsys-1001); false on failure.
     bool openWithMarkers();
-    /// Adds a fault (the JSON keys after its trigger) to the camera, triggered `fromNow` fetches
-    /// after the last one.
+    /// Adds a fault (the JSON keys after its trigger) `fromNow` fetches after the last one.
     bool injectFaultAt(std::uint64_t fromNow, const std::string& faultKeys);
-    /// One acquisition round; returns how long until the next one.
+    /// One acquisition round; returns the wait until the next one.
     std::chrono::milliseconds round();
-    /// The two halves of a round, for frames altered by the test between them.
     using AtracsysTrackingStream::fetchFrame;
     using AtracsysTrackingStream::processFrame;
-    /// The simulator's truth of the last frame the stream fetched (null when there is none).
+    /// The simulator's truth of the last frame fetched (null when there is none).
     std::unique_ptr<ftkSimFrameTruth> truth();
     std::uint64_t serialNumber();
-    /// Current value of a float device option (read through the stream's connection).
     std::optional<float> floatOption(const std::string& name);
-    /// Current value of an int device option, by id.
     std::optional<int> intOption(std::uint32_t id);
 };
 
@@ -93,11 +83,9 @@ public:
     std::shared_ptr<const CompoundStreamData> lastData() const {
         return locked([this] { return m_data.empty() ? nullptr : m_data.back(); });
     }
-    /// Copy of the last camera update.
     AtracsysUpdate lastUpdate() const {
         return locked([this] { return m_lastUpdate; });
     }
-    /// Waits until at least `count` data items came (false after the timeout).
     bool waitForData(std::size_t count, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
 
 private:
@@ -116,9 +104,7 @@ private:
     std::vector<SignalConnection> m_connections;
 };
 
-/// The tracking part of a compound data item.
 std::shared_ptr<const TrackingStreamData> trackingOf(const std::shared_ptr<const CompoundStreamData>& data);
-/// Its fiducials component, or null.
 const TrackingInstrumentFiducialsData* fiducialsOf(const std::shared_ptr<const CompoundStreamData>& data);
 
 /// Waits until the condition holds (checked every 5 ms); false after the timeout.
