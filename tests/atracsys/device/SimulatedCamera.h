@@ -26,8 +26,7 @@ struct ReportedOption {
     std::string name, description, unit;
 };
 
-/// A library handle on the simulated camera with a given scene; closes the handle and restores
-/// the default scene when it goes.
+/// A library handle on the simulated camera with a given scene, restored to the default when it goes.
 class SimulatedCamera {
 public:
     explicit SimulatedCamera(const std::string& sceneJson) {
@@ -46,14 +45,13 @@ public:
 
     ftkLibrary lib() const { return m_lib; }
 
-    /// The SDK's last error text on this handle, as checkErrorAndLog must log it.
     std::string lastErrorText() const {
         char buffer[1024] = {};
         EXPECT_EQ(ftkGetLastErrorString(m_lib, sizeof buffer, buffer), ftkError::FTK_OK);
         return buffer;
     }
 
-    /// Every option the SDK reports for `sn`, in its order, straight from ftkEnumerateOptions.
+    /// Every option the SDK reports for `sn`, in its order.
     std::vector<ReportedOption> reportedOptions(std::uint64_t sn) const {
         std::vector<ReportedOption> options;
         ftkEnumerateOptions(

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Kestrion::SpryTrack::AtracsysFiducialSelection;
@@ -21,19 +22,16 @@ struct HandFrame {
     ftkFrameQuery query{};
 
     void addFiducial(float x, float y, float z) {
-        ftk3DFiducial f{};
-        f.positionMM = ftk3DPoint{x, y, z};
-        fiducials.push_back(f);
+        fiducials.emplace_back();
+        fiducials.back().positionMM = ftk3DPoint{x, y, z};
     }
-    void addMarker(std::uint32_t geometryId, std::vector<std::uint32_t> correspondences, float x, float y,
-                   float z) {
+    void addMarker(std::uint32_t geometryId, std::vector<std::uint32_t> correspondences, float x = 0,
+                   float y = 0, float z = 0) {
         ftkMarker m{};
         m.geometryId = geometryId;
         for (std::uint32_t k = 0; k < FTK_MAX_FIDUCIALS; ++k)
             m.fiducialCorresp[k] = k < correspondences.size() ? correspondences[k] : INVALID_ID;
-        m.translationMM[0] = x;
-        m.translationMM[1] = y;
-        m.translationMM[2] = z;
+        std::tie(m.translationMM[0], m.translationMM[1], m.translationMM[2]) = std::tie(x, y, z);
         markers.push_back(m);
     }
     const ftkFrameQuery& frame() {
@@ -51,17 +49,15 @@ TEST(FiducialSelection, OwnedFiducialsFollowMarkerOrderAndLaterMarkersOwnSharedF
     HandFrame h;
     for (int i = 0; i < 6; ++i)
         h.addFiducial(static_cast<float>(i), 0, 500);
-    h.addMarker(1004, {3, 1, 5}, 0, 0, 500);
-    h.addMarker(1002, {0, 5}, 0, 0, 500);
+    h.addMarker(1004, {3, 1, 5});
+    h.addMarker(1002, {0, 5});
     AtracsysFiducialSelection s(256, 16);
 
     s.assignOwners(h.frame(), true);
     EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{3, 1, 5, 0, 5}));
-    EXPECT_EQ(s.owner(3), 1004u);
-    EXPECT_EQ(s.owner(5), 1002u); // claimed by both, the later marker wins
-    EXPECT_EQ(s.ownerMarker(5), 1u);
-    EXPECT_EQ(s.owner(2), none);
-    EXPECT_EQ(s.ownerMarker(4), none);
+    // Fiducial 5 is claimed by both: the later marker wins.
+    EXPECT_EQ(std::make_tuple(s.owner(3), s.owner(5), s.ownerMarker(5), s.owner(2), s.ownerMarker(4)),
+              std::make_tuple(1004u, 1002u, 1u, none, none));
 
     // Owners are assigned in every mode, selection only with selectOwned.
     s.assignOwners(h.frame(), false);
@@ -98,9 +94,9 @@ TEST(FiducialSelection, FiducialsDataNamesOwnersInsideTheFrameAndCountsPixelsAtT
     HandFrame h;
     for (int i = 0; i < 4; ++i)
         h.addFiducial(0, 0, static_cast<float>(500 + i));
-    h.addMarker(1, {0}, 0, 0, 0);    // id 1 is a valid marker position: names marker 1
-    h.addMarker(1200, {1}, 0, 0, 0); // id 1200 is not: names itself
-    h.addMarker(0, {2}, 0, 0, 0);    // id 0: names marker 0
+    h.addMarker(1, {0});    // id 1 is a valid marker position: names marker 1
+    h.addMarker(1200, {1}); // id 1200 is not: names itself
+    h.addMarker(0, {2});    // id 0: names marker 0
     // Left and right indices differ: both pixel counts are taken at the left index.
     const std::uint32_t indices[4][2] = {{2, 0}, {0, 1}, {1, 2}, {7, 0}};
     for (int i = 0; i < 4; ++i) {
@@ -140,7 +136,7 @@ TEST(FiducialSelection, CorrespondencesBeyondTheFrameAreIgnored) {
     HandFrame h;
     h.addFiducial(0, 0, 500);
     h.addFiducial(10, 0, 500);
-    h.addMarker(1000, {1, 2, 300, INVALID_ID, 0}, 0, 0, 500);
+    h.addMarker(1000, {1, 2, 300, INVALID_ID, 0});
     AtracsysFiducialSelection s(256, 16);
     s.assignOwners(h.frame(), true);
     EXPECT_EQ(s.selected(), (std::vector<std::uint32_t>{1, 0}));
@@ -148,7 +144,7 @@ TEST(FiducialSelection, CorrespondencesBeyondTheFrameAreIgnored) {
 
     // A frame without fiducial storage selects nothing.
     HandFrame empty;
-    empty.addMarker(1000, {0, 1, 2}, 0, 0, 500);
+    empty.addMarker(1000, {0, 1, 2});
     s.assignOwners(empty.frame(), true);
     s.selectAll(empty.frame());
     EXPECT_TRUE(s.selected().empty());
@@ -158,7 +154,7 @@ TEST(FiducialSelection, CountsBeyondTheReservedSizesAreCut) {
     HandFrame h;
     for (int i = 0; i < 3; ++i)
         h.addFiducial(0, 0, static_cast<float>(500 + i));
-    h.addMarker(1000, {0, 1, 2}, 0, 0, 500);
+    h.addMarker(1000, {0, 1, 2});
     ftkFrameQuery claimed = h.frame();
     claimed.threeDFiducialsCount = 200; // more than the record holds
     claimed.threeDFiducialsVersionSize.ReservedSize = 3 * sizeof(ftk3DFiducial);
@@ -167,10 +163,8 @@ TEST(FiducialSelection, CountsBeyondTheReservedSizesAreCut) {
     claimed.rawDataLeftCount = 9; // no reserved size given: kept
 
     const ftkFrameQuery frame = Kestrion::SpryTrack::AtracsysFrameConverter::bounded(claimed);
-    EXPECT_EQ(frame.threeDFiducialsCount, 3u);
-    EXPECT_EQ(frame.markersCount, 1u);
-    EXPECT_EQ(frame.rawDataLeftCount, 9u);
-    EXPECT_EQ(frame.threeDFiducials, claimed.threeDFiducials);
+    EXPECT_EQ(std::make_tuple(frame.threeDFiducialsCount, frame.markersCount, frame.rawDataLeftCount),
+              std::make_tuple(3u, 1u, 9u));
 
     Kestrion::SpryTrack::AtracsysFrameConverter converter(256, 16);
     converter.selectFiducials(frame, Kestrion::AtracsysTrackingStreamBase::AllFiducials, 100.0);
