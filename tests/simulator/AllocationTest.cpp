@@ -10,11 +10,7 @@
 #include <cstdlib>
 #include <new>
 
-namespace {
-
-std::atomic<long> allocations{0};
-
-} // namespace
+static std::atomic<long> allocations{0};
 
 void* operator new(std::size_t size) {
     ++allocations;
@@ -37,14 +33,10 @@ using namespace Kestrion::SimulatorTest;
 TEST(Allocation, FetchingFramesAllocatesNothingOnceWarmedUp) {
     SceneGuard scene;
     Camera camera(Camera::Capacities{true});
-    ASSERT_EQ(camera.setInt(6003, 1), ftkError::FTK_OK);
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1000, {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}})),
-              ftkError::FTK_OK);
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1001, {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}})),
-              ftkError::FTK_OK);
+    camera.registerDefaultMarkers();
     // The default scene repeats every 84 s (markers of 12 s and 7 s periods): after one cycle
-    // every buffer has met the busiest frame of the scene. Images (fixed in size) are sent at
-    // the start and the end only, to keep the test quick.
+    // every buffer has met the busiest frame of the scene, and both markers are seen all along.
+    // Images (fixed in size) are sent at the start and the end only, to keep the test quick.
     constexpr int Cycle = 84 * 54;
     const auto run = [&](int frames, bool images) {
         ASSERT_EQ(camera.setInt(6003, images ? 1 : 0), ftkError::FTK_OK);

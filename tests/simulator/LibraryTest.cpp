@@ -1,5 +1,4 @@
-// Library handles: opening and closing, the error text, scenes replacing devices for later
-// handles only, and the leak counters.
+// Library handles: opening and closing, the leak counters and the error text.
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
@@ -63,25 +62,4 @@ TEST(Library, TheErrorTextDescribesTheLastErrorAndWarningAsXml) {
     EXPECT_EQ(ftkGetLastFrame(camera.lib, camera.serial, nullptr, 0), ftkError::FTK_ERR_INV_PTR);
     EXPECT_EQ(ftkGetLastFrame(camera.lib, 12, camera.frame, 0), ftkError::FTK_ERR_INV_SN);
     EXPECT_NE(camera.errorText().find("No device with serial 0x000000000000000c"), std::string::npos);
-}
-
-TEST(Library, ANewSceneServesHandlesOpenedAfterItWhileOpenHandlesKeepTheirDevices) {
-    SceneGuard scene(R"({"devices": [{"serial": 71}]})");
-    Camera before;
-    ASSERT_EQ(before.serial, 71u);
-    ASSERT_TRUE(ftkSimLoadScene(R"({"devices": [{"serial": 72, "model": "fusionTrack 250"}]})"));
-    Camera after;
-    EXPECT_EQ(std::make_pair(after.serial, after.type),
-              std::make_pair(uint64(72), ftkDeviceType::DEV_FUSIONTRACK_250));
-    EXPECT_EQ(before.fetch(), ftkError::FTK_OK) << "the old device is still connected";
-    EXPECT_EQ(enumerate(before.lib).devices.front().first, 71u);
-    EXPECT_FALSE(ftkSimInjectFault(71, R"({"kind": "noDevice"})"))
-        << "control reaches the current scene only";
-
-    // Devices live on between handles: settings made through one handle stay for the next.
-    ASSERT_EQ(after.setInt(16, 321), ftkError::FTK_OK);
-    Camera again;
-    int32 value = 0;
-    ASSERT_EQ(again.getInt(16, ftkOptionGetter::FTK_VALUE, &value), ftkError::FTK_OK);
-    EXPECT_EQ(value, 321);
 }

@@ -157,29 +157,22 @@ TEST(Measurement, EstimatedPosesOfTheShippedMarkersStayWithinAFewSigmasOfTheTrut
 
 TEST(Measurement, TheSameSeedGivesTheSameFramesAndAnotherSeedOthers) {
     // The bytes of 20 frames' fiducials and left detections, and of the last left image.
-    const auto record = [](int seed) {
-        std::string json = R"({"seed": SEED, "markers": [{"geometryId": 1500,
-            "fiducials": [[0,0,0],[50,0,0],[0,70,0],[40,60,10]],
-            "motion": {"type": "sinusoid", "position": [0, 0, 800], "amplitudeMM": [50, 20, 80], "periodS": 3}}],
-            "strays": [[100, 100, 700]]})";
-        json.replace(json.find("SEED"), 4, std::to_string(seed));
-        SceneGuard scene(json);
+    const auto record = [](const std::string& seed) {
+        std::string json = StrayScene;
+        SceneGuard scene(json.replace(json.find("3,"), 1, seed));
         Camera camera(Camera::Capacities{true});
         EXPECT_EQ(camera.setInt(6003, 1), ftkError::FTK_OK);
-        std::vector<char> bytes;
-        const auto append = [&bytes](const void* data, std::size_t size) {
-            bytes.insert(bytes.end(), static_cast<const char*>(data), static_cast<const char*>(data) + size);
-        };
+        std::string bytes;
         for (int i = 0; i < 20; ++i) {
             EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);
-            EXPECT_EQ(+camera.frame->threeDFiducialsCount, 5u);
-            append(camera.frame->threeDFiducials, camera.frame->threeDFiducialsCount * sizeof(ftk3DFiducial));
-            append(camera.frame->rawDataLeft, camera.frame->rawDataLeftCount * sizeof(ftkRawData));
+            EXPECT_EQ(+camera.frame->threeDFiducialsCount, 6u);
+            bytes.append(reinterpret_cast<const char*>(camera.frame->threeDFiducials),
+                         6 * sizeof(ftk3DFiducial));
+            bytes.append(reinterpret_cast<const char*>(camera.frame->rawDataLeft), 6 * sizeof(ftkRawData));
         }
-        append(camera.frame->imageLeftPixels, 2048 * 1088);
-        return bytes;
+        return bytes.append(reinterpret_cast<const char*>(camera.frame->imageLeftPixels), 2048 * 1088);
     };
-    const std::vector<char> first = record(11);
-    EXPECT_TRUE(first == record(11)) << "the same seed";
-    EXPECT_TRUE(first != record(12)) << "another seed";
+    const std::string first = record("11");
+    EXPECT_TRUE(first == record("11")) << "the same seed";
+    EXPECT_TRUE(first != record("12")) << "another seed";
 }
