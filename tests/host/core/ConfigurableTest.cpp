@@ -36,8 +36,6 @@ public:
     Parameter<float> tolerance{"Distance matching tolerance", 1.0f, this};
     Parameter<OptimizationMode> mode{"optimizationMode", OptimizationMode::Nonlinear, this};
     Parameter<unsigned> budget{"budget", 7u, this};
-    Parameter<std::string> geometryId{"geometryId", "", this};
-    Parameter<Eigen::Vector3d> offset{"offset", Eigen::Vector3d(1, 2, 3), this};
     double maxDistance = 100.0;
 };
 
@@ -50,20 +48,14 @@ TEST(Configurable, ParametersAndDerivedSettingsAreWrittenInOrderReadBackByNameAn
     p.setParam("Distance matching tolerance", 2.5f);
     p.setParam("maxFiducialMarkerDistance", 80.0);
     p.setParam("optimizationMode", 1);
-    p.setParam("geometryId", std::string("atracsys-1004"));
     p.setParam("budget", -3);
-    p.setParam("offset", std::string("1 2"));
     tracker.configure(&p);
     EXPECT_EQ(tracker.maxDistance, 80.0);
     EXPECT_EQ(tracker.mode, OptimizationMode::WeightedAverage);
-    EXPECT_EQ(tracker.geometryId.value(), "atracsys-1004");
     EXPECT_EQ(tracker.budget.value(), 7u);
-    EXPECT_EQ(tracker.offset.value(), Eigen::Vector3d(1, 2, 3));
     EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
                                   "Invalid value '-3' for parameter 'budget' (unsigned), keeping 7"))
         << capture->dump();
-    EXPECT_TRUE(capture->contains(Log::Warning, "Configurable",
-                                  "Invalid value '1 2' for parameter 'offset' (vector), keeping 1 2 3"));
 
     Properties text;
     text.setParam("Distance matching tolerance", std::string("0.25"));
@@ -73,9 +65,8 @@ TEST(Configurable, ParametersAndDerivedSettingsAreWrittenInOrderReadBackByNameAn
 
     Properties out;
     tracker.configuration(&out);
-    EXPECT_EQ(out.paramNames(),
-              (std::vector<std::string>{"Distance matching tolerance", "optimizationMode", "budget",
-                                        "geometryId", "offset", "maxFiducialMarkerDistance"}));
+    EXPECT_EQ(out.paramNames(), (std::vector<std::string>{"Distance matching tolerance", "optimizationMode",
+                                                          "budget", "maxFiducialMarkerDistance"}));
     EXPECT_EQ(out.paramText("optimizationMode"), std::optional<std::string>("1"));
     EXPECT_EQ(out.paramAttribute("Distance matching tolerance", "unit"), std::optional<std::string>("mm"));
 
@@ -89,7 +80,7 @@ TEST(Configurable, ParametersLeaveTheRegistryWhenDestroyed) {
     TestSupport::LogCapture capture;
     Tracker tracker;
     { Parameter<int> temporary("temporary", 1, &tracker); }
-    EXPECT_EQ(tracker.parameters().size(), 5u);
+    EXPECT_EQ(tracker.parameters().size(), 3u);
     EXPECT_EQ(tracker.parameter("temporary"), nullptr);
 
     // A parameter that outlives its owner no longer refers to it.
