@@ -47,7 +47,7 @@ bool waitFor(const std::function<bool()>& condition) {
     return true;
 }
 
-// Keeps what a progress display would show of the tasks.
+// Keeps what a progress display would show of the tasks: description and steps, and the last count.
 class ProgressLog : public Progress {
 public:
     ~ProgressLog() override { detachTasks(); }
@@ -55,23 +55,20 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_seen;
     }
-    int lastDone() const { return m_lastDone.load(); }
+    std::atomic<int> lastDone{0};
 
 protected:
-    void taskAdded(const std::shared_ptr<ProgressTaskState>& task) override { note(task); }
-    void taskChanged(const std::shared_ptr<ProgressTaskState>& task) override { note(task); }
+    void taskAdded(const std::shared_ptr<ProgressTaskState>& task) override { taskChanged(task); }
+    void taskChanged(const std::shared_ptr<ProgressTaskState>& task) override {
+        lastDone = task->done();
+        std::lock_guard<std::mutex> lock(m_mutex); // notifications come from the computing thread
+        if (m_seen.empty() || m_seen.back().first != task->description())
+            m_seen.emplace_back(task->description(), task->steps());
+    }
 
 private:
-    void note(const std::shared_ptr<ProgressTaskState>& task) {
-        m_lastDone.store(task->done());
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const std::pair<std::string, int> entry{task->description(), task->steps()};
-        if (m_seen.empty() || m_seen.back() != entry)
-            m_seen.push_back(entry);
-    }
-    mutable std::mutex m_mutex; // notifications come from the computing thread
+    mutable std::mutex m_mutex;
     std::vector<std::pair<std::string, int>> m_seen;
-    std::atomic<int> m_lastDone{0};
 };
 
 struct FrameSpec {
@@ -178,7 +175,7 @@ TEST_F(GeometryRecording, RecordsEnoughFramesThenRefinesTheGeometry) {
     const auto seen = progress.seen();
     EXPECT_EQ(seen.front(), std::make_pair(std::string("Record geometry..."), 60));
     EXPECT_EQ(seen.back().first, "Optimize...");
-    EXPECT_EQ(progress.lastDone(), 60);
+    EXPECT_EQ(progress.lastDone.load(), 60);
 
     // Frames after the recording change nothing.
     const std::size_t logged = capture->size();
@@ -275,7 +272,7 @@ TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded)
         emit(makeFrame(view(observe(truth, pose, 0.05, rng), {0.1, 0.1, 0.1, 0.1})));
     EXPECT_TRUE(algo.isRecording());
     // The progress shows the frames recorded so far.
-    EXPECT_TRUE(waitFor([this] { return progress.lastDone() == 120; }));
+    EXPECT_TRUE(waitFor([this] { return progress.lastDone.load() == 120; }));
     progress.cancelAll();
     finishCompute();
     EXPECT_EQ(algo.recording().size(), 120u);

@@ -133,6 +133,7 @@ TEST(GeometrySolve, EachModeRecoversTheTrueGeometryAndPlacesIt) {
                 EXPECT_LT(rms(result, scenario.file), fileError + 0.1);
             else // centred on its centroid, far from where the file lies
                 EXPECT_LT(centroid(result).norm(), 1e-9);
+            EXPECT_TRUE(mode != Algo::NonlinearOptimization || algo.optimizer()->evaluations() <= 1000);
         }
     }
     EXPECT_GT(centroid(scenario.file).norm(), 10.0);
@@ -180,20 +181,15 @@ TEST(GeometrySolve, AllFramesAboveTheErrorLimit) {
                 4.5 + 0.5 * i, {0.1, 0.1, 0.1, 0.1});
     };
 
-    {
-        // Average: the total weight is 0, the points are not finite and matching fails; the
-        // empty final geometry is still logged.
+    { // Average: the total weight is 0, the points are not finite and matching fails.
         TestSupport::LogCapture capture;
         SolveHarness algo;
         algo.setOptimizationMode(Algo::WeightedAverage);
         recordOnlyBad(algo);
         EXPECT_TRUE(algo.runGeometryOptimization().empty());
         EXPECT_TRUE(capture->contains(Log::Error, "AtracsysTrackingController", "Distance not found"));
-        EXPECT_TRUE(capture->contains(Log::Debug, kSolve, "Final geometry after optimization"))
-            << capture->dump();
     }
-    {
-        // Optimisation: the cost is 0 everywhere, so the best frame comes back unchanged.
+    { // Optimisation: the cost is 0 everywhere, so the best frame comes back unchanged.
         TestSupport::LogCapture capture;
         SolveHarness algo;
         algo.setOptimizationMode(Algo::NonlinearOptimization);
@@ -202,7 +198,6 @@ TEST(GeometrySolve, AllFramesAboveTheErrorLimit) {
         algo.setKeepCoordinateLocation(false);
         const Points result = algo.runGeometryOptimization();
         EXPECT_TRUE(capture->contains(Log::Debug, kSolve, "Number of used frames for optimization : 0"));
-        EXPECT_DOUBLE_EQ(algo.evaluate(12, std::vector<double>(12, 3.0).data(), nullptr), 0.0);
         expectCentred(result, Algo::rearrangeCoordinates(scenario.file, best), 1e-6);
     }
 }
@@ -279,24 +274,6 @@ TEST(GeometrySolve, OptimizationScalesTheRecordingAndLogsItsSteps) {
     std::ostringstream start;
     start << (algo.recording().frames()[best][0] / 100.0).transpose();
     EXPECT_TRUE(capture->contains(Log::Debug, kSolve, start.str())) << capture->dump();
-}
-
-TEST(GeometrySolve, AnOptimizerOfTheWrongDimensionIsReplacedAndEveryOneIsLimited) {
-    const Scenario scenario;
-    for (const int dimension : {6, 12}) {
-        SCOPED_TRACE(dimension);
-        SolveHarness algo;
-        scenario.record(algo, 10, 0.05);
-        auto given = std::make_shared<OptimizerNL>(dimension, OptimizerNL::LnNelderMead);
-        algo.setOptimizer(given);
-        ASSERT_EQ(algo.runGeometryOptimization().size(), 4u);
-        const auto used = algo.optimizer();
-        EXPECT_EQ(used == given, dimension == 12); // one that fits is kept, whatever its settings
-        EXPECT_EQ(used->dimension(), 12);
-        EXPECT_EQ(used->maxEvaluations(), 1000);
-        EXPECT_GT(used->evaluations(), 0);
-        EXPECT_LE(used->evaluations(), 1000);
-    }
 }
 
 TEST(GeometrySolve, AFailedOptimizationStillYieldsAPlacedResult) {

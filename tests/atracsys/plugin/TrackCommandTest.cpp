@@ -5,11 +5,12 @@
 #include <QProcessEnvironment>
 #include <QStringList>
 
+#include "tests/hardening/ProcessRun.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -21,47 +22,20 @@ namespace {
 
 const std::string DataDir = std::string(KESTRION_TEST_DATA_DIR) + "/plugin";
 
-struct Result {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-    bool outHas(const std::string& text) const { return out.find(text) != std::string::npos; }
-    bool errHas(const std::string& text) const { return err.find(text) != std::string::npos; }
-};
-
-std::ostream& operator<<(std::ostream& s, const Result& r) {
-    return s << "exit " << r.exitCode << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
-}
+using namespace Kestrion::HardeningTest;
+using Result = ProcessResult;
 
 // Starts `kestrion track` with the arguments, the plugin folder and these environment variables.
-void start(QProcess& process, const std::vector<std::string>& arguments,
-           const std::map<std::string, std::string>& variables = {}) {
+void start(QProcess& process, const std::vector<std::string>& arguments) {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove("KESTRION_LICENSE");
     env.remove("FTK_SIMULATOR_SCENE");
     env.insert("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER);
-    for (const auto& [name, value] : variables)
-        env.insert(QString::fromStdString(name), QString::fromStdString(value));
     QStringList list{"track"};
     for (const auto& a : arguments)
         list << QString::fromStdString(a);
     process.setProcessEnvironment(env);
     process.start(QString(KESTRION_APP), list);
-}
-
-Result finish(QProcess& process) {
-    Result result;
-    if (process.waitForFinished(180000) && process.exitStatus() == QProcess::NormalExit)
-        result = {process.exitCode(), process.readAllStandardOutput().toStdString(),
-                  process.readAllStandardError().toStdString()};
-    return result;
-}
-
-Result track(const std::vector<std::string>& arguments,
-             const std::map<std::string, std::string>& variables = {}) {
-    QProcess process;
-    start(process, arguments, variables);
-    return finish(process);
 }
 
 std::vector<std::vector<std::string>> readCsv(const std::string& file) {
@@ -81,15 +55,15 @@ std::vector<std::vector<std::string>> readCsv(const std::string& file) {
 
 class TrackCommand : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kestrion-track-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
+    Result track(std::vector<std::string> arguments,
+                 std::map<std::string, std::string> variables = {}) const {
+        arguments.insert(arguments.begin(), "track");
+        variables.emplace("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER); // unless the test chose one
+        return runProcess(KESTRION_APP, arguments, variables, folder.path());
     }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    std::string path(const std::string& name) const { return folder.path(name); }
 
-    std::string m_dir;
+    TemporaryFolder folder;
 };
 
 /// True pose of a marker of the scenes in tests/data/plugin: a sinusoid whose rotation turns about
@@ -219,7 +193,9 @@ TEST_F(TrackCommand, EndsCleanlyOnTerminationAndSavesMarkedImages) {
     }
     ASSERT_TRUE(saved) << process.readAllStandardError().toStdString();
     process.terminate(); // SIGTERM, like Ctrl-C's SIGINT
-    const Result r = finish(process);
+    ASSERT_TRUE(process.waitForFinished(180000));
+    Result r{process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+             process.readAllStandardOutput().toStdString(), process.readAllStandardError().toStdString()};
     ASSERT_EQ(r.exitCode, 0) << r;
     EXPECT_TRUE(r.outHas("ended by signal")) << r;
     EXPECT_TRUE(std::filesystem::exists(csv)) << r;
@@ -236,8 +212,8 @@ TEST_F(TrackCommand, EndsCleanlyOnTerminationAndSavesMarkedImages) {
 
 TEST_F(TrackCommand, FailuresNameTheProblemAndExitNonZero) {
     // Runs `kestrion track` and expects exit code 1 and the text on stderr.
-    const auto fails = [](const std::vector<std::string>& arguments,
-                          const std::map<std::string, std::string>& env, const std::string& error) {
+    const auto fails = [this](const std::vector<std::string>& arguments,
+                              const std::map<std::string, std::string>& env, const std::string& error) {
         const Result r = track(arguments, env);
         EXPECT_EQ(r.exitCode, 1) << r;
         EXPECT_TRUE(r.errHas(error)) << r;
@@ -265,6 +241,6 @@ TEST_F(TrackCommand, FailuresNameTheProblemAndExitNonZero) {
 
     fails({"--duration", "1"}, {{"KESTRION_LICENSE", DataDir + "/without-atracsys.lic"}},
           "kestrion track: the Atracsys tracking plugin is not licensed");
-    fails({"--duration", "1"}, {{"KESTRION_PLUGIN_PATH", m_dir}},
-          "kestrion track: no Atracsys tracking plugin found in " + m_dir);
+    fails({"--duration", "1"}, {{"KESTRION_PLUGIN_PATH", folder.path()}},
+          "kestrion track: no Atracsys tracking plugin found in " + folder.path());
 }

