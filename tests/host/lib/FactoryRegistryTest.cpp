@@ -1,6 +1,5 @@
 #include "host/lib/FactoryRegistry.h"
 #include "host/core/Parameter.h"
-#include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "tests/support/LogCapture.h"
 
@@ -16,11 +15,6 @@ public:
     Parameter<int> start{"start", 0, this};
 };
 
-class Other : public Algorithm {
-public:
-    void compute() override {}
-};
-
 struct ImageData : Data {};
 
 class TestFactory : public AlgorithmFactory {
@@ -32,34 +26,6 @@ public:
         registerAlgorithm<Counter>("Counter", "Test;Counting;Counter", {}, defaults);
     }
 };
-
-class NamedController : public AlgorithmController {
-public:
-    NamedController(Algorithm* algorithm, std::string from)
-        : AlgorithmController(algorithm)
-        , madeBy(std::move(from)) {}
-    std::string madeBy;
-};
-
-/// Makes controllers for algorithms of type A (any algorithm when A is Algorithm).
-template <class A>
-class ControllerFactory : public AlgorithmControllerFactory {
-public:
-    ControllerFactory(std::string name, bool preferred)
-        : AlgorithmControllerFactory("Test", preferred)
-        , m_name(std::move(name)) {}
-    AlgorithmController* create(Algorithm* algorithm) override {
-        return dynamic_cast<A*>(algorithm) ? new NamedController(algorithm, m_name) : nullptr;
-    }
-
-private:
-    std::string m_name;
-};
-
-std::string madeBy(const std::unique_ptr<AlgorithmController>& controller) {
-    auto* named = dynamic_cast<NamedController*>(controller.get());
-    return named ? named->madeBy : "(none)";
-}
 
 } // namespace
 
@@ -108,19 +74,4 @@ TEST(FactoryRegistry, FindsAlgorithmsByIdentifierAcrossFactoriesAndOwners) {
     EXPECT_EQ(registry.removeOwnedBy("Plugin.A"), 1u);
     EXPECT_TRUE(registry.hasAlgorithm("Alpha.Counter"));
     EXPECT_EQ(registry.algorithms()[1].owner, "Plugin.C");
-}
-
-TEST(FactoryRegistry, ControllersComeFromPreferredFactoriesFirst) {
-    FactoryRegistry registry;
-    // A generic fallback registered first, a specific one after it.
-    registry.addControllerFactory(std::make_unique<ControllerFactory<Algorithm>>("generic", false), "");
-    registry.addControllerFactory(std::make_unique<ControllerFactory<Counter>>("counter", true), "Plugin.A");
-    Counter counter;
-    Other other;
-    EXPECT_EQ(madeBy(registry.createController(&counter)), "counter");
-    EXPECT_EQ(madeBy(registry.createController(&other)), "generic");
-    EXPECT_EQ(registry.createController(nullptr), nullptr);
-
-    EXPECT_EQ(registry.removeOwnedBy(""), 1u);
-    EXPECT_EQ(registry.createController(&other), nullptr);
 }

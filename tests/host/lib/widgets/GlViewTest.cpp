@@ -3,7 +3,6 @@
 #include "host/lib/widgets/DisplayWidgetMulti.h"
 #include "host/lib/widgets/GlEllipse.h"
 #include "host/lib/widgets/GlLine.h"
-#include "host/lib/widgets/ImageConversion.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
@@ -105,7 +104,6 @@ TEST_F(GlViewTest, DisplayRefusesViewsBeyondItsMostAndArrangesThemSideBySide) {
     EXPECT_TRUE(capture->contains(Log::Error, "DisplayWidgetMulti",
                                   "Cannot add a view: the display already holds 2 views, the most it shows"))
         << capture->dump();
-
     display.show();
     QCoreApplication::processEvents();
     EXPECT_LT(left->geometry().right(), right->geometry().left());
@@ -146,16 +144,6 @@ TEST_F(GlViewTest, ShowsTheFirstImageOfAnImageSetAndFollowsItsChanges) {
     const QImage image = shot();
     EXPECT_FALSE(isImage(image.pixel(10, 50))); // band beside a square image
     EXPECT_TRUE(isImage(image.pixel(100, 50)));
-}
-
-TEST(ImageConversion, ConvertsHostImagesToQImages) {
-    TypedImage<std::uint16_t> deep(ImageDescriptor(PixelType::UInt16, 1, 5, 3)); // odd width: padded rows
-    deep.at(4, 2) = 65535;
-    const QImage converted = toQImage(deep);
-    EXPECT_EQ(converted.format(), QImage::Format_Grayscale16);
-    EXPECT_EQ(qRed(converted.pixel(4, 2)), 255);
-    EXPECT_EQ(qRed(converted.pixel(3, 2)), 0);
-    EXPECT_TRUE(toQImage(TypedImage<std::uint8_t>(ImageDescriptor(PixelType::UInt8, 1, 0, 0))).isNull());
 }
 
 } // namespace

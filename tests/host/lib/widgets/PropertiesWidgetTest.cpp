@@ -139,7 +139,6 @@ TEST_F(PropertiesWidgetTest, LabelsFollowCamelCaseSplitting) {
         {"SDKPath", "SDK Path"},
         {"point3D", "Point 3D"},
         {"max_distance", "Max distance"},
-        {"Distance matching tolerance", "Distance matching tolerance"},
         {"_open_", "Open"},
     };
     for (const auto& [name, label] : rows)
