@@ -1,7 +1,5 @@
 #include "host/core/Algorithm.h"
 #include "host/core/Parameter.h"
-#include "host/core/Signal.h"
-#include "host/lib/widgets/DisplayWidgetMulti.h"
 #include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/PropertiesController.h"
@@ -79,26 +77,6 @@ TEST_F(ControllerTest, StreamPanelsApplyEditsAndShowWhatTheStreamKept) {
     panel.setPropertiesWidget(panel.properties);
     panel.onParameterChanged();
     EXPECT_EQ(algorithm.configured.size(), 1u);
-}
-
-TEST_F(ControllerTest, StreamPanelsEndTheirSignalConnectionsAndForgetDeletedWindows) {
-    StreamAlgorithm algorithm;
-    Signal<int> stateChanged;
-    int calls = 0;
-    auto panel = std::make_unique<StreamPanel>(&algorithm);
-    stateChanged.connect(panel.get(), [&](int) { ++calls; });
-    stateChanged.emitSignal(4);
-
-    auto window = std::make_unique<MainWindow>();
-    panel->setMainWindow(window.get());
-    panel->setDisplayWidget(window->displayWidget());
-    window.reset();
-    EXPECT_EQ(panel->mainWindow(), nullptr);
-    EXPECT_EQ(panel->displayWidget(), nullptr);
-
-    panel.reset();
-    stateChanged.emitSignal(0);
-    EXPECT_EQ(calls, 1);
 }
 
 class SlowAlgorithm : public Algorithm {

@@ -2,7 +2,6 @@
 #include "host/core/Configurable.h"
 #include "host/core/Parameter.h"
 #include "host/core/Properties.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QCheckBox>
@@ -106,31 +105,6 @@ TEST_F(PropertiesWidgetTest, OneEditorPerVisibleParameterByTypeWhoseEditsChangeT
     EXPECT_EQ(spy.count(), 0);
     EXPECT_EQ(qobject_cast<QSpinBox*>(widget.editor("imageIntegrationTime"))->value(), 90);
     EXPECT_EQ(qobject_cast<QComboBox*>(widget.editor("fiducialQueryMode"))->currentIndex(), 1);
-}
-
-TEST_F(PropertiesWidgetTest, RefusesTextThatDoesNotFitTheParameterType) {
-    TestSupport::LogCapture capture;
-    Properties tree;
-    tree.setParam("offset", Eigen::Vector3d(1.0, 2.0, 3.0));
-    PropertiesWidget widget(&tree);
-    QSignalSpy spy(&widget, &PropertiesWidget::parameterChanged);
-    auto* line = qobject_cast<QLineEdit*>(widget.editor("offset"));
-    ASSERT_NE(line, nullptr);
-    EXPECT_EQ(line->text(), "1 2 3");
-
-    line->setText("1 2");
-    emit line->editingFinished();
-    EXPECT_EQ(spy.count(), 0);
-    EXPECT_EQ(tree.paramText("offset"), "1 2 3");
-    EXPECT_EQ(line->text(), "1 2 3");
-    EXPECT_TRUE(capture->contains(Log::Warning, "PropertiesWidget",
-                                  "\"1 2\" is not a valid value for parameter \"offset\" of type vector"))
-        << capture->dump();
-
-    line->setText("4 5 6");
-    emit line->editingFinished();
-    EXPECT_EQ(spy.count(), 1);
-    EXPECT_EQ(tree.paramText("offset"), "4 5 6");
 }
 
 TEST_F(PropertiesWidgetTest, LabelsFollowCamelCaseSplitting) {
