@@ -52,12 +52,16 @@ TEST(Algorithm, ComputeOnAWorkerWhileTheHostReadsStatusAndCancels) {
     counter.limit = 0;
     counter.setProgress(&progress);
     std::thread worker([&] { counter.compute(); });
-    while (progress.tasks().empty())
+    // The display thread reads the task while the worker moves it, then cancels.
+    std::vector<std::shared_ptr<ProgressTaskState>> tasks;
+    while ((tasks = progress.tasks()).empty() || tasks[0]->done() < 10)
         std::this_thread::yield();
+    EXPECT_EQ(tasks[0]->description(), "Counting");
     EXPECT_EQ(counter.status(), Algorithm::Error);
     progress.cancelAll();
     worker.join();
     EXPECT_EQ(counter.status(), Algorithm::Success);
+    EXPECT_TRUE(tasks[0]->isCanceled());
     EXPECT_TRUE(progress.tasks().empty());
 }
 

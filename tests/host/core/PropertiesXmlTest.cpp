@@ -151,10 +151,4 @@ TEST(PropertiesXml, TextThatXmlCannotCarryIsRefusedBeforeTouchingTheFile) {
         << capture->dump();
     EXPECT_FALSE(PropertiesXml::writeFile(p, file));
     EXPECT_EQ(Filesystem::File::readText(file), std::optional<std::string>("previous"));
-
-    Properties latin("root");
-    latin.addSubProperties("child")->setParam("name", std::string("caf\xe9"));
-    EXPECT_FALSE(PropertiesXml::toString(latin).has_value());
-    EXPECT_TRUE(capture->contains(Log::Error, "Properties",
-                                  "Cannot write properties: the value of 'name' is not valid UTF-8"));
 }

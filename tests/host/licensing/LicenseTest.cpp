@@ -140,13 +140,3 @@ TEST_F(LicenseFileTest, TheFileIsReadOnceUntilReloaded) {
     LicenseService::instance().reload();
     EXPECT_TRUE(isLicensed("B"));
 }
-
-TEST(LicenseService, TheDefaultLicenceBesideTheAppsCoversTheBundledPlugins) {
-    ::unsetenv("KESTRION_LICENSE");
-    LicenseService::instance().reload();
-    // Test executables are built into the apps' folder, where the build copies the default licence.
-    EXPECT_EQ(LicenseService::licensePath(), std::string(KESTRION_BINARY_DIR) + "/bin/kestrion.lic");
-    EXPECT_TRUE(isLicensed("Atracsys"));
-    EXPECT_FALSE(isLicensed("NotBundled"));
-    LicenseService::instance().reload();
-}
