@@ -28,8 +28,7 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
     ASSERT_TRUE(stream.openWithMarkers());
     for (int i = 0; i < 3; ++i)
         stream.round();
-    ASSERT_EQ(recorder.dataCount(), 3u);
-    ASSERT_TRUE(tracked(stream, "atracsys-1000"));
+    ASSERT_TRUE(recorder.dataCount() == 3u && tracked(stream, "atracsys-1000"));
 
     // "No new frame yet" inside the run neither counts, ends it, nor joins its codes.
     stream.injectFaultAt(1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 30)");
@@ -39,8 +38,8 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
     for (int round = 1; round <= 55; ++round)
         EXPECT_LT(stream.round().count(), 400) << round;
     EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 0u) << "fifty failures in a row are silent";
-    EXPECT_EQ(recorder.dataCount(), 3u);
-    EXPECT_EQ(recorder.modificationCount(), modifications);
+    EXPECT_EQ(std::make_pair(recorder.dataCount(), recorder.modificationCount()),
+              std::make_pair(3ul, modifications));
     EXPECT_TRUE(tracked(stream, "atracsys-1000")) << "the last poses stay until the run is reported";
 
     for (int failure = 51; failure <= 55; ++failure) {
@@ -53,48 +52,21 @@ TEST(TrackingStreamFaults, RunsOfFailedFetchesAreReportedAfterFiftyAndEndWithAGo
             << capture->dump();
     }
     EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u);
-    EXPECT_FALSE(tracked(stream, "atracsys-1000")) << "reported runs show the instruments untracked";
-    EXPECT_FALSE(tracked(stream, "atracsys-1001"));
+    EXPECT_FALSE(tracked(stream, "atracsys-1000") || tracked(stream, "atracsys-1001"))
+        << "reported runs show the instruments untracked";
     EXPECT_EQ(stream.registry().find("atracsys-1000")->matrix, Eigen::Matrix4d::Identity());
     EXPECT_GT(recorder.modificationCount(), modifications);
     EXPECT_EQ(recorder.dataCount(), 3u);
 
     // A good frame ends the run: tracking resumes and a new failure starts counting from one.
     EXPECT_LT(stream.round().count(), 400);
-    EXPECT_EQ(recorder.dataCount(), 4u);
-    EXPECT_TRUE(tracked(stream, "atracsys-1000"));
+    EXPECT_TRUE(recorder.dataCount() == 4u && tracked(stream, "atracsys-1000"));
     stream.injectFaultAt(1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 50)");
     for (int i = 0; i < 50; ++i)
         stream.round();
     EXPECT_EQ(capture->countContaining("ftkGetLastFrame"), 5u) << "a new run of fifty is silent again";
     stream.round();
-    EXPECT_EQ(recorder.dataCount(), 5u);
-    EXPECT_EQ(stream.currentState(), Stream::State::Open);
-}
-
-TEST(TrackingStreamFaults, AnInternalErrorIsReportedAndTheNextFrameIsFetchedIntoANewRecord) {
-    SceneGuard scene("tracking.json");
-    TestSupport::LogCapture capture;
-    ProbedStream stream;
-    Recorder recorder(stream);
-    ASSERT_TRUE(stream.openWithMarkers());
-    stream.round();
-    const std::size_t frames = ftkSimLiveFrames();
-
-    stream.injectFaultAt(1, R"("kind": "internalError")");
-    stream.round();
-    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
-                                  "AtracsysTrackingStream: Internal system error, report to Atracsys."));
-    EXPECT_EQ(capture->countContaining("AtracsysTracking: <ftkError>"), 1u)
-        << "with the SDK's own text" << capture->dump();
-    EXPECT_EQ(recorder.dataCount(), 1u);
-    EXPECT_EQ(ftkSimLiveFrames(), frames - 1) << "the frame record was released";
-    stream.round();
-    EXPECT_EQ(ftkSimLiveFrames(), frames) << "one new record";
-    EXPECT_EQ(recorder.dataCount(), 2u);
-    EXPECT_EQ(stream.currentState(), Stream::State::Open);
-    ASSERT_TRUE(stream.close());
-    EXPECT_EQ(ftkSimLiveFrames(), frames - 1);
+    EXPECT_TRUE(recorder.dataCount() == 5u && stream.currentState() == Stream::State::Open);
 }
 
 TEST(TrackingStreamFaults, AnUnknownMarkerStatusClosesTheStreamAfterItsFrame) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 using Kestrion::SharedImage;
 using Kestrion::SpryTrack::AtracsysImagePool;
@@ -26,9 +27,8 @@ TEST(ImagePool, CopiesDropRowPaddingAndOutliveTheCameraBuffer) {
     std::shared_ptr<SharedImage> image = pool->copy(header(3, 2, 4), camera.data());
     auto typed = image->typed<std::uint8_t>();
     ASSERT_TRUE(typed);
-    EXPECT_EQ(typed->width(), 3);
-    EXPECT_EQ(typed->height(), 2);
-    EXPECT_EQ(typed->descriptor().spacing, Eigen::Vector3d::Ones());
+    EXPECT_EQ(std::make_tuple(typed->width(), typed->height(), typed->descriptor().spacing),
+              std::make_tuple(3, 2, Eigen::Vector3d(Eigen::Vector3d::Ones())));
     camera.assign(camera.size(), 0);
     EXPECT_EQ(std::vector<std::uint8_t>(typed->data(), typed->data() + 6),
               (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6}));
