@@ -60,28 +60,6 @@ TEST(OptionTable, AFailedEnumerationIsLoggedByEnumerateOptionsAndNullForGetOptio
     }
 }
 
-TEST(OptionAccess, ReadsAndWritesIntegerFloatAndDataOptionsByName) {
-    SimulatedCamera camera(sceneWithFaults(""));
-    const ftkLibrary lib = camera.lib();
-    LogCapture capture;
-    const OptionTable options = enumerateOptions(lib, serial);
-
-    EXPECT_TRUE(setOption<int>(lib, serial, options, "Image Integration Time", 350));
-    EXPECT_EQ(getOption<int>(lib, serial, options, "Image Integration Time"), 350);
-    EXPECT_TRUE(setOption<float>(lib, serial, options, "Distance matching tolerance", 3.5f));
-    EXPECT_EQ(getOption<float>(lib, serial, options, "Distance matching tolerance"), 3.5f);
-
-    // Data options are the library's global ones (serial 0).
-    const OptionTable globals = enumerateOptions(lib, 0);
-    EXPECT_TRUE(setOption<ftkBuffer>(lib, 0, globals, "Data Directory", bufferOf("/opt/calibration")));
-    const std::optional<ftkBuffer> changed = getOption<ftkBuffer>(lib, 0, globals, "Data Directory");
-    ASSERT_TRUE(changed.has_value());
-    EXPECT_EQ(changed->size, 17u);
-    EXPECT_STREQ(changed->data, "/opt/calibration");
-
-    EXPECT_EQ(capture->size(), 0u) << capture->dump();
-}
-
 TEST(OptionAccess, UnknownNamesAreLoggedWhileSdkRefusalsAreSilent) {
     SimulatedCamera camera(sceneWithFaults(R"({"kind": "optionRefusal", "option": "Image Integration Time",
                                                "operation": "both", "code": "FTK_ERR_INV_OPT_ACC"})"));

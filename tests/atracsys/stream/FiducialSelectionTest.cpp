@@ -165,9 +165,4 @@ TEST(FiducialSelection, CountsBeyondTheReservedSizesAreCut) {
     const ftkFrameQuery frame = Kestrion::SpryTrack::AtracsysFrameConverter::bounded(claimed);
     EXPECT_EQ(std::make_tuple(frame.threeDFiducialsCount, frame.markersCount, frame.rawDataLeftCount),
               std::make_tuple(3u, 1u, 9u));
-
-    Kestrion::SpryTrack::AtracsysFrameConverter converter(256, 16);
-    converter.selectFiducials(frame, Kestrion::AtracsysTrackingStreamBase::AllFiducials, 100.0);
-    EXPECT_EQ(converter.selection().selected(), (std::vector<std::uint32_t>{0, 1, 2}));
-    EXPECT_EQ(converter.selection().owner(2), 1000u);
 }

@@ -34,27 +34,15 @@ TEST(ImagePool, CopiesDropRowPaddingAndOutliveTheCameraBuffer) {
               (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6}));
 }
 
-TEST(ImagePool, ReleasedBuffersAreUsedAgainUpToTheLimit) {
+TEST(ImagePool, ImagesOutliveTheirPoolAndMayBeReleasedOnAnotherThread) {
     auto pool = AtracsysImagePool::create(2);
     std::vector<std::uint8_t> camera(16 * 8, 7);
-    std::vector<std::shared_ptr<SharedImage>> images;
-    for (int i = 0; i < 4; ++i)
-        images.push_back(pool->copy(header(16, 8, 16), camera.data()));
-    EXPECT_EQ(pool->available(), 0u);
-    images.clear();
-    EXPECT_EQ(pool->available(), 2u) << "two kept, two freed";
-
-    auto again = pool->copy(header(16, 8, 16), camera.data());
-    EXPECT_EQ(pool->available(), 1u);
-    auto other = pool->copy(header(8, 8, 8), camera.data()); // another size takes a new buffer
-    EXPECT_EQ(pool->available(), 1u);
-    EXPECT_NE(again->image()->rawData(), other->image()->rawData());
-
-    // An image may outlive its pool's owner and be released on another thread.
+    auto image = pool->copy(header(16, 8, 16), camera.data());
+    auto other = pool->copy(header(8, 8, 8), camera.data());
     std::weak_ptr<AtracsysImagePool> weak = pool;
     pool.reset();
     EXPECT_FALSE(weak.expired()) << "kept alive by its images";
-    std::thread([image = std::move(again)]() mutable { image.reset(); }).join();
+    std::thread([image = std::move(image)]() mutable { image.reset(); }).join();
     other.reset();
     EXPECT_TRUE(weak.expired());
 }
