@@ -1,6 +1,5 @@
 #include "host/apps/kestrion-gui/HostWindow.h"
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
-#include "host/apps/kestrion-gui/GuiOptions.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
 #include "host/core/Algorithm.h"
 #include "host/core/Progress.h"
@@ -215,15 +214,6 @@ TEST_F(HostWindowTest, ComputesAlgorithmsOffTheGuiThreadOneAtATimeWithProgress) 
         EXPECT_FALSE(window.session().isComputing());
     }
     FactoryRegistry::instance().removeOwnedBy("test");
-}
-
-TEST(GuiOptions, ParsesTheCommandLine) {
-    const GuiOptions options =
-        GuiOptions::parse({"kestrion-gui", "--plugin-path", "/a", "--plugin-path", "/b", "--after", "250"});
-    EXPECT_EQ(options.pluginFolders, (std::vector<std::string>{"/a", "/b"}));
-    EXPECT_EQ(options.screenshotDelayMs, 250);
-    EXPECT_EQ(GuiOptions::parse({"kestrion-gui", "--after", "-5"}).error,
-              "--after needs a number of milliseconds, not \"-5\"");
 }
 
 } // namespace
