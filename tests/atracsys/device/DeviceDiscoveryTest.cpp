@@ -44,10 +44,7 @@ TEST(DeviceDiscovery, NoneOneOrSeveralDevices) {
         EXPECT_EQ(describe(retrieveLastDevice(camera.lib(), true, false)), "2882400018/4/sTk 180");
         EXPECT_TRUE(
             capture->contains(Log::Info, "", "AtracsysTracking: Detected sTk 180, SN 0x00000000abcdef12"));
-        ASSERT_EQ(capture->size(), 1u) << capture->dump();
-        // Device lines have no source position.
-        EXPECT_EQ(std::make_pair(capture->records()[0].file, capture->records()[0].line),
-                  std::make_pair(std::string(), -1));
+        EXPECT_EQ(capture->size(), 1u) << capture->dump();
     }
     {
         // The last device reported wins; newer models have no name of their own.

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 using namespace Kestrion;
 using namespace Kestrion::SpryTrack::AtracsysHelpers;
 using namespace Kestrion::TestSupport;
@@ -13,13 +11,6 @@ using namespace Kestrion::TestSupport;
 namespace {
 
 constexpr std::uint64_t serial = simulatedSerial;
-
-ftkBuffer bufferOf(const std::string& text) {
-    ftkBuffer buffer{};
-    std::memcpy(buffer.data, text.c_str(), text.size() + 1);
-    buffer.size = static_cast<std::uint32_t>(text.size() + 1);
-    return buffer;
-}
 
 } // namespace
 
@@ -68,20 +59,15 @@ TEST(OptionAccess, UnknownNamesAreLoggedWhileSdkRefusalsAreSilent) {
     LogCapture capture;
 
     EXPECT_FALSE(getOption<int>(lib, serial, options, "Foo").has_value());
-    EXPECT_FALSE(getOption<float>(lib, serial, options, "Foo").has_value());
     EXPECT_FALSE(getOption<ftkBuffer>(lib, serial, options, "image integration time").has_value());
-    EXPECT_FALSE(setOption<int>(lib, serial, options, "Foo", 1));
     EXPECT_FALSE(setOption<float>(lib, serial, options, "Foo", 1.0f));
-    EXPECT_FALSE(setOption<ftkBuffer>(lib, serial, options, "Foo", bufferOf("x")));
-    EXPECT_EQ(
-        capture->count(Log::Error, "AtracsysHelpers", "Failed to get value - option < Foo > not available"),
-        2u);
+    EXPECT_TRUE(capture->contains(Log::Error, "AtracsysHelpers",
+                                  "Failed to get value - option < Foo > not available"));
     EXPECT_TRUE(capture->contains(Log::Error, "AtracsysHelpers",
                                   "Failed to get value - option < image integration time > not available"));
-    EXPECT_EQ(
-        capture->count(Log::Error, "AtracsysHelpers", "Failed to set value - option < Foo > not available"),
-        3u);
-    EXPECT_EQ(capture->size(), 6u) << capture->dump();
+    EXPECT_TRUE(capture->contains(Log::Error, "AtracsysHelpers",
+                                  "Failed to set value - option < Foo > not available"));
+    EXPECT_EQ(capture->size(), 3u) << capture->dump();
 
     // Refused by the device, read-only, of another type, or an unknown device: no line here.
     capture->clear();
