@@ -91,15 +91,9 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
     const ftkError s = ftkEnumerateOptions(
         lib, serial,
         [](uint64, void* user, ftkOptionsInfo* info) {
-            OptionInfo o;
-            o.id = info->id;
-            o.global = info->status.globalOption;
-            o.type = static_cast<uint8>(info->type);
-            o.hasName = info->name != nullptr;
-            o.hasDescription = info->description != nullptr;
-            o.hasUnit = info->unit != nullptr;
-            o.name = info->name ? info->name : "";
-            static_cast<std::vector<OptionInfo>*>(user)->push_back(o);
+            static_cast<std::vector<OptionInfo>*>(user)->push_back(
+                {info->id, info->status.globalOption, static_cast<uint8>(info->type), info->name != nullptr,
+                 info->description != nullptr, info->unit != nullptr, info->name ? info->name : ""});
         },
         &options);
     if (status != nullptr) {

@@ -87,12 +87,10 @@ Enumeration enumerate(ftkLibrary lib);
 
 /// Options reported by ftkEnumerateOptions (copied), and its status.
 struct OptionInfo {
-    uint32 id = 0;
-    uint32 global = 0;
-    uint8 type = 0;
-    bool hasName = false;
-    bool hasDescription = false;
-    bool hasUnit = false;
+    uint32 id;
+    uint32 global;
+    uint8 type;
+    bool hasName, hasDescription, hasUnit;
     std::string name;
 };
 std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status = nullptr);
