@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <map>
 
 namespace {
 
@@ -24,16 +23,12 @@ std::ostream& operator<<(std::ostream& s, const Result& r) {
     return s << "exit " << r.exitCode << "\n--- stdout\n" << r.out << "--- stderr\n" << r.err;
 }
 
-/// Runs kestrion with the arguments; the plugin path and licence variables are cleared unless
-/// given in `environment`.
-Result kestrion(const std::vector<std::string>& arguments,
-                const std::map<std::string, std::string>& environment = {}) {
+/// Runs kestrion with the arguments, without plugin path and licence variables.
+Result kestrion(const std::vector<std::string>& arguments) {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove("KESTRION_PLUGIN_PATH");
     env.remove("KESTRION_LICENSE");
-    for (const auto& [name, value] : environment)
-        env.insert(QString::fromStdString(name), QString::fromStdString(value));
     process.setProcessEnvironment(env);
     QStringList args;
     for (const auto& a : arguments)

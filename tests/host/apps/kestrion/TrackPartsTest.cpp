@@ -18,11 +18,6 @@ using namespace Kestrion::Cli;
 
 namespace {
 
-std::optional<TrackOptions> parse(const std::vector<std::string>& arguments, std::string* error = nullptr) {
-    std::string ignored;
-    return TrackOptions::parse(arguments, error ? error : &ignored);
-}
-
 TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
     TrackingInstrument instrument(TrackerID("atracsys-1000", "pointer"));
     if (tracked) {
@@ -34,18 +29,15 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
     return TrackingStreamData(nullptr, {instrument}, arrivalMs, arrivalMs);
 }
 
-std::string readAll(const std::string& file) {
-    std::ifstream in(file);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 } // namespace
 
 TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
-    const auto options =
-        parse({"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials", "vicinity", "--images", "dir",
-               "--integration-time", "350", "--duration", "2.5", "--frames", "10", "--csv", "x.csv"});
-    ASSERT_TRUE(options);
+    std::string error;
+    const auto options = TrackOptions::parse({"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials",
+                                              "vicinity", "--images", "dir", "--integration-time", "350",
+                                              "--duration", "2.5", "--frames", "10", "--csv", "x.csv"},
+                                             &error);
+    ASSERT_TRUE(options) << error;
     EXPECT_EQ(options->geometries, (std::vector<std::string>{"a.ini", ":/b.ini"}));
     EXPECT_EQ(options->fiducialMode, 2);
     EXPECT_EQ(options->imagesFolder, "dir");
@@ -64,8 +56,7 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
         {{"--workspace", "a.kws", "--workspace", "b.kws"}, "option --workspace given twice"},
     };
     for (const auto& [arguments, message] : bad) {
-        std::string error;
-        EXPECT_FALSE(parse(arguments, &error));
+        EXPECT_FALSE(TrackOptions::parse(arguments, &error));
         EXPECT_EQ(error, message);
     }
 }
@@ -116,7 +107,8 @@ TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrument
     ASSERT_TRUE(writer.close()) << writer.error();
     EXPECT_FALSE(std::filesystem::exists(file + ".part"));
     EXPECT_EQ(writer.rowsWritten(), 2u);
-    EXPECT_EQ(readAll(file),
+    std::ifstream in(file);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
               "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
               "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33\n"
               "0,41,1000,1000,123456789,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"

@@ -3,7 +3,6 @@
 #include "host/lib/widgets/LogWidget.h"
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/QtHelpers.h"
-#include "host/lib/widgets/QueuedLogSink.h"
 #include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
@@ -90,20 +89,6 @@ TEST_F(MainWindowTest, LogLinesFromAnyThreadReachTheLogWidget) {
     widget.flush();
     EXPECT_EQ(widget.lineCount(), 3);
     EXPECT_TRUE(widget.text().endsWith("[Test] line 4"));
-}
-
-TEST_F(MainWindowTest, QueuedLogSinkDropsTheOldestBeyondItsCapacity) {
-    QueuedLogSink sink(3);
-    for (int i = 0; i < 5; ++i) {
-        LogRecord record;
-        record.message = std::to_string(i);
-        sink.write(record);
-    }
-    QueuedLogSink::Batch batch = sink.take();
-    ASSERT_EQ(batch.records.size(), 3u);
-    EXPECT_EQ(batch.records.front().message, "2");
-    EXPECT_EQ(batch.dropped, 2u);
-    EXPECT_EQ(sink.take().dropped, 0u);
 }
 
 TEST_F(MainWindowTest, FileDialogsProposeADefaultAndRememberTheFolderPerKey) {
