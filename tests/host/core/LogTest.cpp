@@ -4,9 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
 using namespace Kestrion;
 
 namespace {
@@ -44,21 +41,6 @@ TEST(Log, LevelsFilterGloballyAndPerCategoryAndRejectedMessagesAreNeverBuilt) {
     EXPECT_EQ(Log::parseLevel("WARNING"), Log::Warning);
     EXPECT_EQ(Log::parseLevel("4"), Log::Error);
     EXPECT_EQ(Log::parseLevel("9"), -1);
-}
-
-TEST(Log, CaptureRecordsExactLevelCategoryAndMessageFromManyThreads) {
-    TestSupport::LogCapture capture;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([t] {
-            for (int i = 0; i < 100; ++i)
-                KESTRION_LOG_ERROR("T" + std::to_string(t), "message " << i);
-        });
-    for (auto& th : threads)
-        th.join();
-    EXPECT_EQ(capture->size(), 400u);
-    EXPECT_EQ(capture->count(Log::Error, "T2", "message 99"), 1u);
-    EXPECT_EQ(capture->count(Log::Warning, "T2", "message 99"), 0u);
 }
 
 TEST(Flags, AZeroFlagIsSetOnlyInAnEmptySetAndACombinedFlagNeedsEveryBit) {

@@ -129,7 +129,6 @@ TEST(FitRigidTransform, DegenerateInputsFailWithAMessageAndLeaveRmsAlone) {
     TestSupport::LogCapture capture;
     const Points shape = markerShape();
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double inf = std::numeric_limits<double>::infinity();
     double rms = -7.0;
 
     struct Case {
@@ -138,7 +137,6 @@ TEST(FitRigidTransform, DegenerateInputsFailWithAMessageAndLeaveRmsAlone) {
         std::string message; // after "fitRigidTransform: "
     };
     const Points line = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {-5, -5, -5}};
-    const Points same = {{3, 4, 5}, {3, 4, 5}, {3, 4, 5}};
     const Points two(shape.begin(), shape.begin() + 2), four(shape.begin(), shape.begin() + 4);
     Points withNan = shape;
     withNan[2].y() = nan;
@@ -152,12 +150,9 @@ TEST(FitRigidTransform, DegenerateInputsFailWithAMessageAndLeaveRmsAlone) {
         {shape, shape, std::vector<double>(6, 0.0), "all weights are zero"},
         {shape, shape, {1, 1, -0.5, 1, 1, 1}, "weight 2 is -0.5" + badWeight},
         {shape, shape, {1, 1, 1, nan, 1, 1}, "weight 3 is nan" + badWeight},
-        {shape, shape, {1, 1, 1, 1, inf, 1}, "weight 4 is inf" + badWeight},
         {withNan, shape, ones, "point 2 has a non-finite coordinate"},
-        {line, shape, {1, 1, 1, 1}, "point counts differ (4 source, 6 target)"},
         {line, four, {1, 1, 1, 1}, "the source " + notSpread},
         {four, line, {1, 1, 1, 1}, "the target " + notSpread},
-        {same, same, {1, 1, 1}, "the source " + notSpread},
         // Only two points carry weight: as good as two points, so the rotation about them is free.
         {shape, shape, {1, 0, 0, 0, 1, 0}, "the source " + notSpread},
     };

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <mutex>
 #include <sstream>
 
 using namespace Kestrion;
@@ -16,11 +15,7 @@ namespace {
 class RecordingProgress : public Progress {
 public:
     ~RecordingProgress() override { detachTasks(); }
-
-    std::vector<std::string> events() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_events;
-    }
+    std::vector<std::string> events;
 
 protected:
     void taskAdded(const std::shared_ptr<ProgressTaskState>& task) override { record("added", *task); }
@@ -31,13 +26,9 @@ protected:
 
 private:
     void record(const std::string& event, const ProgressTaskState& task) {
-        std::lock_guard<std::mutex> lock(m_mutex); // the test thread reads what the worker records
-        m_events.push_back(event + " " + task.description() + " " + std::to_string(task.done()) + "/" +
-                           std::to_string(task.steps()));
+        events.push_back(event + " " + task.description() + " " + std::to_string(task.done()) + "/" +
+                         std::to_string(task.steps()));
     }
-
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_events;
 };
 
 } // namespace
@@ -58,10 +49,10 @@ TEST(Progress, TasksReportChangesAndFinishExactlyOnce) {
         EXPECT_EQ(progress.tasks(), (std::vector<std::shared_ptr<ProgressTaskState>>{task.state()}));
     }
     EXPECT_TRUE(progress.tasks().empty());
-    EXPECT_EQ(progress.events(), (std::vector<std::string>{
-                                     "added Record geometry... 0/500", "changed Record geometry... 120/500",
-                                     "changed Optimize... 120/500", "added Waiting 0/0",
-                                     "finished Waiting 0/0", "finished Optimize... 120/500"}));
+    EXPECT_EQ(progress.events, (std::vector<std::string>{
+                                   "added Record geometry... 0/500", "changed Record geometry... 120/500",
+                                   "changed Optimize... 120/500", "added Waiting 0/0", "finished Waiting 0/0",
+                                   "finished Optimize... 120/500"}));
 
     // A task that outlives its Progress.
     auto display = std::make_unique<RecordingProgress>();

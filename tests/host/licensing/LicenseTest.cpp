@@ -119,17 +119,6 @@ TEST_F(LicenseFileTest, MissingMalformedOrExpiredFilesAreReportedOnceAndLicenseN
                   1u)
             << capture->dump();
     }
-
-    // A folder in place of the file.
-    std::filesystem::create_directories(m_dir / "folder.lic");
-    ::setenv("KESTRION_LICENSE", (m_dir / "folder.lic").c_str(), 1);
-    LicenseService::instance().reload();
-    TestSupport::LogCapture capture;
-    EXPECT_FALSE(isLicensed("Atracsys"));
-    EXPECT_TRUE(capture->contains(Log::Error, "Licensing",
-                                  "Licence file " + (m_dir / "folder.lic").string() +
-                                      ": is a directory; no feature is licensed"))
-        << capture->dump();
 }
 
 TEST_F(LicenseFileTest, TheFileIsReadOnceUntilReloaded) {
