@@ -39,14 +39,7 @@ protected:
         TestSupport::guiApplication();
         ::unsetenv("KESTRION_LICENSE");
         LicenseService::instance().reload();
-        ASSERT_TRUE(m_dir.isValid());
     }
-    std::string path(const std::string& name) const {
-        return m_dir.filePath(QString::fromStdString(name)).toStdString();
-    }
-
-private:
-    QTemporaryDir m_dir;
 };
 
 TEST_F(HostWindowTest, ListsCreatesSavesAndOpensThePluginsAlgorithms) {
@@ -81,6 +74,8 @@ TEST_F(HostWindowTest, ListsCreatesSavesAndOpensThePluginsAlgorithms) {
     EXPECT_EQ(window.session().createAlgorithm("Nobody.Offers"), nullptr);
     EXPECT_TRUE(capture->contains(Log::Error, "kestrion-gui", "Cannot create algorithm \"Nobody.Offers\""));
 
+    QTemporaryDir dir;
+    const auto path = [&dir](const char* name) { return dir.filePath(name).toStdString(); };
     // An old workspace is converted when opened; an algorithm nobody offers is kept without a panel.
     std::ofstream(path("old.kws")) << "<properties name=\"Workspace\"><properties name=\"Algorithms\">"
                                       "<properties name=\"TestOld.Recorder\"><param name=\"label\" "
