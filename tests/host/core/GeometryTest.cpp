@@ -28,14 +28,13 @@ Points anisotropicCloud(const Eigen::Matrix3d& rotation, const Eigen::Vector3d& 
             for (int k = -1; k <= 1; ++k)
                 local.emplace_back(40.0 * i, 12.0 * j, 3.0 * k);
     // Skew towards +x and +y without moving the centroid or correlating the coordinates.
-    for (const Eigen::Vector3d& p :
-         {Eigen::Vector3d(60, 0, 0), Eigen::Vector3d(-30, 0, 0), Eigen::Vector3d(-30, 0, 0),
-          Eigen::Vector3d(0, 20, 0), Eigen::Vector3d(0, -10, 0), Eigen::Vector3d(0, -10, 0)})
-        local.push_back(p);
-    Points out;
-    for (const auto& p : local)
-        out.push_back(rotation * p + centre);
-    return out;
+    for (double s : {60.0, -30.0, -30.0}) {
+        local.emplace_back(s, 0, 0);
+        local.emplace_back(0, s / 3.0, 0);
+    }
+    for (auto& p : local)
+        p = rotation * p + centre;
+    return local;
 }
 
 } // namespace

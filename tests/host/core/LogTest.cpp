@@ -1,5 +1,4 @@
 #include "host/core/Log.h"
-#include "host/core/Flags.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -16,9 +15,6 @@ std::ostream& operator<<(std::ostream& out, const Counted& c) {
     ++*c.builds;
     return out << "built";
 }
-
-enum class Bits : unsigned { None = 0, A = 1, B = 2, C = 4, AC = 5 };
-KESTRION_FLAG_OPERATORS(Bits)
 
 } // namespace
 
@@ -41,16 +37,4 @@ TEST(Log, LevelsFilterGloballyAndPerCategoryAndRejectedMessagesAreNeverBuilt) {
     EXPECT_EQ(Log::parseLevel("WARNING"), Log::Warning);
     EXPECT_EQ(Log::parseLevel("4"), Log::Error);
     EXPECT_EQ(Log::parseLevel("9"), -1);
-}
-
-TEST(Flags, AZeroFlagIsSetOnlyInAnEmptySetAndACombinedFlagNeedsEveryBit) {
-    Flags<Bits> f;
-    EXPECT_TRUE(f.testFlag(Bits::None));
-    f |= Bits::A;
-    EXPECT_FALSE(f.testFlag(Bits::None));
-    EXPECT_FALSE(f.testFlag(Bits::AC));
-    f = f | Bits::C;
-    EXPECT_TRUE(f.testFlag(Bits::AC));
-    f.setFlag(Bits::A, false);
-    EXPECT_EQ(f, Flags<Bits>::fromInt(4));
 }

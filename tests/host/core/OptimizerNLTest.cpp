@@ -87,20 +87,15 @@ TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithAndWithoutGradients) {
     }
 }
 
-TEST(OptimizerNL, SolvesRosenbrockAndRespectsTheEvaluationLimitOnlyWhenEnabled) {
+TEST(OptimizerNL, SolvesRosenbrockAndStopsAtTheEvaluationLimit) {
     Function f(rosenbrock);
     OptimizerNL optimizer(2, OptimizerNL::LnBobyqa, &f, {"a", "b"}, 1e-10, true, 0.5, 0, 1);
     std::vector<double> x = {-1.2, 1.0};
     ASSERT_EQ(optimizer.optimize(x), 1);
     EXPECT_LT(std::hypot(x[0] - 1, x[1] - 1), 1e-4);
-    const int unlimited = optimizer.evaluations();
 
-    // The limit only counts once switched on; reaching it is a success with the best point so far.
+    // Reaching the limit is a success with the best point so far.
     optimizer.setMaxEvaluations(40);
-    x = {-1.2, 1.0};
-    ASSERT_EQ(optimizer.optimize(x), 1);
-    EXPECT_EQ(optimizer.evaluations(), unlimited);
-
     optimizer.setMaxEvaluationsEnabled(true);
     f.calls = 0;
     x = {-1.2, 1.0};
