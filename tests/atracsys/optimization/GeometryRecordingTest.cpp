@@ -263,14 +263,13 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
     EXPECT_EQ(algo.recording().frameErrors()[1], 0.4);
 }
 
-TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded) {
+TEST_F(GeometryRecording, CancellingOptimisesWhatWasRecordedAndFailsWithoutFrames) {
     TestSupport::LogCapture capture(Log::Info);
     startCompute(); // 500 frames by default
     EXPECT_EQ(progress.seen().front(), std::make_pair(std::string("Record geometry..."), 500));
     const Eigen::Matrix4d pose = randomPose(rng);
     for (int i = 0; i < 120; ++i)
         emit(makeFrame(view(observe(truth, pose, 0.05, rng), {0.1, 0.1, 0.1, 0.1})));
-    EXPECT_TRUE(algo.isRecording());
     // The progress shows the frames recorded so far.
     EXPECT_TRUE(waitFor([this] { return progress.lastDone.load() == 120; }));
     progress.cancelAll();
@@ -278,21 +277,23 @@ TEST_F(GeometryRecording, CancellingEndsTheRecordingAndOptimisesWhatWasRecorded)
     EXPECT_EQ(algo.recording().size(), 120u);
     EXPECT_EQ(algo.status(), Algorithm::Success) << capture->dump();
     EXPECT_LT(alignedRms(algo.optimizedCoordinates(), truth), 0.05);
-}
 
-TEST_F(GeometryRecording, CancellingBeforeAnyFrameOrAnUnknownGeometryFails) {
-    TestSupport::LogCapture capture;
-    // Far more frames than will ever come, to record until cancelled.
-    algo.setRecordedFrames(std::numeric_limits<int>::max());
-    startCompute();
+    // Cancelled before any frame: nothing to optimise.
+    Harness empty(&stream);
+    empty.setGeometryId(kMarkerId);
+    empty.setProgress(&progress);
+    worker = std::thread([&] { empty.compute(); });
+    ASSERT_TRUE(waitFor([&] { return empty.isRecording(); }));
     progress.cancelAll();
     finishCompute();
-    EXPECT_EQ(algo.status(), Algorithm::Error);
+    EXPECT_EQ(empty.status(), Algorithm::Error);
+}
 
-    // An unknown geometry fails at once, without a progress task.
+TEST_F(GeometryRecording, AnUnknownGeometryFailsAtOnce) {
+    TestSupport::LogCapture capture;
     ProgressLog noTask;
     Harness unknown(&stream);
-    unknown.setProgress(&noTask);
+    unknown.setProgress(&noTask); // no progress task either
     unknown.setGeometryId("atracsys-4242");
     unknown.compute();
     EXPECT_EQ(unknown.status(), Algorithm::Error);

@@ -19,11 +19,10 @@ const std::string kDataDir = KESTRION_TEST_DATA_DIR "/optimization";
 // The true fiducials of marker 1300 in the scene: the file's positions plus the errors the scene
 // gives them.
 Points trueFiducials() {
-    const Points file = asymmetricMarker();
+    Points truth = asymmetricMarker();
     const Points errors{{0.25, -0.3, 0.2}, {-0.3, 0.2, 0.35}, {0.3, 0.25, -0.3}, {-0.2, -0.35, 0.3}};
-    Points truth;
-    for (std::size_t i = 0; i < file.size(); ++i)
-        truth.push_back(file[i] + errors[i]);
+    for (std::size_t i = 0; i < truth.size(); ++i)
+        truth[i] += errors[i];
     return truth;
 }
 

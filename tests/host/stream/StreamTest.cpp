@@ -123,6 +123,7 @@ void bringTo(ScriptedStream& s, State state) {
 struct Transition {
     State from;
     Op op;
+    std::atomic<bool> ScriptedStream::*fails; // the impl made to fail, or null
     bool result;
     State to;
     int opens, starts, stops, closes;
@@ -131,22 +132,48 @@ struct Transition {
 
 } // namespace
 
-TEST(Stream, LegalAndIllegalTransitions) {
+TEST(Stream, TransitionsRefusalsAndFailures) {
     TestSupport::LogCapture capture;
     using S = State;
+    using SS = ScriptedStream;
     const std::vector<Transition> table = {
-        {S::Closed, Op::Open, true, S::Open, 1, 0, 0, 0, {S::Opening, S::Open}},
-        {S::Closed, Op::Start, false, S::Closed, 0, 0, 0, 0, {}},
-        {S::Closed, Op::Stop, false, S::Closed, 0, 0, 0, 0, {}},
-        {S::Closed, Op::Close, true, S::Closed, 0, 0, 0, 0, {}},
-        {S::Open, Op::Open, true, S::Open, 0, 0, 0, 0, {}},
-        {S::Open, Op::Start, true, S::Running, 0, 1, 0, 0, {S::Starting, S::Running}},
-        {S::Open, Op::Stop, true, S::Open, 0, 0, 0, 0, {}},
-        {S::Open, Op::Close, true, S::Closed, 0, 0, 0, 1, {S::Closing, S::Closed}},
-        {S::Running, Op::Open, true, S::Running, 0, 0, 0, 0, {}},
-        {S::Running, Op::Start, true, S::Running, 0, 0, 0, 0, {}},
-        {S::Running, Op::Stop, true, S::Open, 0, 0, 1, 0, {S::Stopping, S::Open}},
-        {S::Running, Op::Close, true, S::Closed, 0, 0, 1, 1, {S::Stopping, S::Open, S::Closing, S::Closed}},
+        {S::Closed, Op::Open, nullptr, true, S::Open, 1, 0, 0, 0, {S::Opening, S::Open}},
+        {S::Closed, Op::Start, nullptr, false, S::Closed, 0, 0, 0, 0, {}},
+        {S::Closed, Op::Stop, nullptr, false, S::Closed, 0, 0, 0, 0, {}},
+        {S::Closed, Op::Close, nullptr, true, S::Closed, 0, 0, 0, 0, {}},
+        {S::Open, Op::Open, nullptr, true, S::Open, 0, 0, 0, 0, {}},
+        {S::Open, Op::Start, nullptr, true, S::Running, 0, 1, 0, 0, {S::Starting, S::Running}},
+        {S::Open, Op::Stop, nullptr, true, S::Open, 0, 0, 0, 0, {}},
+        {S::Open, Op::Close, nullptr, true, S::Closed, 0, 0, 0, 1, {S::Closing, S::Closed}},
+        {S::Running, Op::Open, nullptr, true, S::Running, 0, 0, 0, 0, {}},
+        {S::Running, Op::Start, nullptr, true, S::Running, 0, 0, 0, 0, {}},
+        {S::Running, Op::Stop, nullptr, true, S::Open, 0, 0, 1, 0, {S::Stopping, S::Open}},
+        {S::Running,
+         Op::Close,
+         nullptr,
+         true,
+         S::Closed,
+         0,
+         0,
+         1,
+         1,
+         {S::Stopping, S::Open, S::Closing, S::Closed}},
+        // A failed transition returns to the state before it.
+        {S::Closed, Op::Open, &SS::openResult, false, S::Closed, 1, 0, 0, 0, {S::Opening, S::Closed}},
+        {S::Open, Op::Start, &SS::startResult, false, S::Open, 0, 1, 0, 0, {S::Starting, S::Open}},
+        {S::Running, Op::Stop, &SS::stopResult, false, S::Running, 0, 0, 1, 0, {S::Stopping, S::Running}},
+        {S::Open, Op::Close, &SS::closeResult, false, S::Open, 0, 0, 0, 1, {S::Closing, S::Open}},
+        {S::Running,
+         Op::Close,
+         &SS::closeResult,
+         false,
+         S::Open,
+         0,
+         0,
+         1,
+         1,
+         {S::Stopping, S::Open, S::Closing, S::Open}},
+        {S::Running, Op::Close, &SS::stopResult, false, S::Running, 0, 0, 1, 0, {S::Stopping, S::Running}},
     };
     for (int mode : {Stream::NoThreadMode, Stream::WorkerThreadMode}) {
         for (std::size_t i = 0; i < table.size(); ++i) {
@@ -154,55 +181,24 @@ TEST(Stream, LegalAndIllegalTransitions) {
             SCOPED_TRACE("mode " + std::to_string(mode) + ", row " + std::to_string(i));
             ScriptedStream s(mode);
             bringTo(s, t.from);
+            if (t.fails)
+                (s.*t.fails) = false;
             EXPECT_EQ(run(s, t.op), t.result);
             EXPECT_EQ(s.currentState(), t.to);
             EXPECT_EQ((std::vector<int>{s.opens, s.starts, s.stops, s.closes}),
                       (std::vector<int>{t.opens, t.starts, t.stops, t.closes}));
             EXPECT_EQ(s.takeStates(), t.announced);
+            if (mode == Stream::WorkerThreadMode && t.fails && t.to == S::Running) { // works again
+                const int before = s.works.load();
+                EXPECT_TRUE(s.states.waitFor([&] { return s.works.load() > before + 2; }));
+            }
+            s.openResult = s.startResult = s.stopResult = s.closeResult = true;
         }
     }
     EXPECT_EQ(capture->count(Log::Warning, "Stream", "Stream 'Test stream': cannot start a closed stream"),
               2u);
     EXPECT_EQ(capture->count(Log::Warning, "Stream", "Stream 'Test stream': cannot stop a closed stream"),
               2u);
-}
-
-TEST(Stream, FailedTransitionsReturnToThePreviousState) {
-    using S = State;
-    struct Failure {
-        State from;
-        Op op;
-        std::atomic<bool> ScriptedStream::*result;
-        State to;
-        std::vector<State> announced;
-    };
-    const std::vector<Failure> table = {
-        {S::Closed, Op::Open, &ScriptedStream::openResult, S::Closed, {S::Opening, S::Closed}},
-        {S::Open, Op::Start, &ScriptedStream::startResult, S::Open, {S::Starting, S::Open}},
-        {S::Running, Op::Stop, &ScriptedStream::stopResult, S::Running, {S::Stopping, S::Running}},
-        {S::Open, Op::Close, &ScriptedStream::closeResult, S::Open, {S::Closing, S::Open}},
-        {S::Running,
-         Op::Close,
-         &ScriptedStream::closeResult,
-         S::Open,
-         {S::Stopping, S::Open, S::Closing, S::Open}},
-        {S::Running, Op::Close, &ScriptedStream::stopResult, S::Running, {S::Stopping, S::Running}},
-    };
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        SCOPED_TRACE("row " + std::to_string(i));
-        const auto& f = table[i];
-        ScriptedStream s(Stream::WorkerThreadMode);
-        bringTo(s, f.from);
-        (s.*f.result) = false;
-        EXPECT_FALSE(run(s, f.op));
-        EXPECT_EQ(s.currentState(), f.to);
-        EXPECT_EQ(s.takeStates(), f.announced);
-        if (f.to == S::Running) { // the worker runs again after a failed stop
-            const int before = s.works.load();
-            EXPECT_TRUE(s.states.waitFor([&] { return s.works.load() > before + 2; }));
-        }
-        s.openResult = s.startResult = s.stopResult = s.closeResult = true;
-    }
 }
 
 TEST(Stream, WorkerSleepsUntilTheReturnedTimeAndWakesAtOnceOnStop) {
