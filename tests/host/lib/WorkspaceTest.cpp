@@ -57,38 +57,7 @@ protected:
     FactoryRegistry m_registry;
 };
 
-WorkspaceConversion rename(const std::string& from, const std::string& to, int order) {
-    return {from + " to " + to, order, [from, to](Properties& workspace, const Filesystem::Path&) {
-                bool changed = false;
-                for (Properties* block : workspace.subProperty("Algorithms")->subProperties())
-                    if (block->name() == from) {
-                        block->setName(to);
-                        changed = true;
-                    }
-                return changed;
-            }};
-}
-
 } // namespace
-
-TEST(WorkspaceConversionRegistry, ConversionsRunInTheirOrderAndReportWhatChanged) {
-    TestSupport::LogCapture capture;
-    WorkspaceConversionRegistry registry;
-    registry.addConversion(rename("B", "C", 34));
-    registry.addConversion(rename("A", "B", 5));
-    registry.addConversion({"no function", 1, nullptr});
-    ASSERT_EQ(registry.size(), 2u);
-
-    Properties workspace("Workspace");
-    Properties* algorithms = workspace.addSubProperties("Algorithms");
-    for (const char* name : {"X", "A", "a"})
-        algorithms->addSubProperties(name);
-    // A becomes B, which the later conversion turns into C.
-    EXPECT_EQ(registry.convert(workspace, "/data/case.kws"), (std::vector<std::string>{"A to B", "B to C"}));
-    EXPECT_EQ(algorithms->subProperties()[1]->name(), "C");
-    EXPECT_TRUE(capture->contains(Log::Info, "Workspace", "Workspace /data/case.kws: A to B"));
-    EXPECT_EQ(registry.convert(workspace, "/data/case.kws"), std::vector<std::string>{});
-}
 
 TEST_F(WorkspaceTest, SavingWritesBackWhatWasReadIncludingBlocksNobodyCreates) {
     const std::string file = write(

@@ -70,10 +70,7 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndRemembersTheLastTrackedPose) 
     statistics.add(frame(1020, false), &f2);
     statistics.add(frame(1040, false), &f3);
     statistics.add(frame(1060, false), nullptr); // a frame without device information counts, no gap
-    EXPECT_EQ(statistics.framesReceived(), 4u);
-    EXPECT_EQ(statistics.framesDropped(), 2u);
     EXPECT_EQ(statistics.framesWithPose(), 1u);
-
     const std::string table = statistics.table(3500, 2.0, 50.0);
     EXPECT_NE(table.find("Device: sTk 180, serial 0x000000000000abcd"), std::string::npos) << table;
     EXPECT_NE(table.find("Frames: 4 received, 2 dropped, 50.0 Hz"), std::string::npos) << table;
@@ -106,7 +103,6 @@ TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrument
     EXPECT_FALSE(std::filesystem::exists(file)); // still being written
     ASSERT_TRUE(writer.close()) << writer.error();
     EXPECT_FALSE(std::filesystem::exists(file + ".part"));
-    EXPECT_EQ(writer.rowsWritten(), 2u);
     std::ifstream in(file);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
               "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
