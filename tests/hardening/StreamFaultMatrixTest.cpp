@@ -18,25 +18,6 @@ constexpr const char* Category = "AtracsysTrackingStream";
 constexpr std::uint64_t TrackingSerial = 0x53544b3138307701ull;
 const std::string NoDevice = "AtracsysTracking: No SpryTrack device connected";
 
-struct Expected {
-    int level;
-    std::string category;
-    std::string text;
-};
-
-/// What the simulator holds: handles and frame records not given back yet.
-struct LiveCounts {
-    std::size_t libraries = ftkSimLiveLibraries();
-    std::size_t frames = ftkSimLiveFrames();
-    bool operator==(const LiveCounts& other) const {
-        return libraries == other.libraries && frames == other.frames;
-    }
-};
-
-std::ostream& operator<<(std::ostream& s, const LiveCounts& c) {
-    return s << c.libraries << " libraries, " << c.frames << " frames";
-}
-
 bool tracked(AtracsysTrackingStream& stream, const std::string& id) {
     auto instrument = stream.registry().find(id);
     return instrument && instrument->quality > 0.0;
@@ -64,50 +45,37 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
     struct Row {
         const char* name;
         const char* fault;
-        Expected line;
+        int level;
+        std::string text;
         After after;
     };
+    const std::string fetchFailures = "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but ";
     const Row rows[] = {
-        {"run of failed fetches",
-         R"({"kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 53})",
-         {Log::Error, Category,
-          "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [30 ] for 53 times in a row!"},
+        {"run of failed fetches", R"({"kind": "fetchError", "code": "FTK_ERR_SYNC", "count": 53})",
+         Log::Error, fetchFailures + "[30 ] for 53 times in a row!", After::Resumes},
+        {"internal error", R"({"kind": "internalError"})", Log::Error,
+         "AtracsysTrackingStream: Internal system error, report to Atracsys.", After::Resumes},
+        {"skipped marker data", R"({"kind": "skipped", "count": 3})", Log::Debug, "QS WAR SKIPPED",
          After::Resumes},
-        {"internal error",
-         R"({"kind": "internalError"})",
-         {Log::Error, Category, "AtracsysTrackingStream: Internal system error, report to Atracsys."},
-         After::Resumes},
-        {"skipped marker data",
-         R"({"kind": "skipped", "count": 3})",
-         {Log::Debug, Category, "QS WAR SKIPPED"},
-         After::Resumes},
-        {"marker overflow",
-         R"({"kind": "markerOverflow", "count": 1})",
-         {Log::Error, Category, "AtracsysTrackingStream: Marker overflow!"},
-         After::Closes},
-        {"invalid reserved size",
-         R"({"kind": "invalidReservedSize", "count": 1})",
-         {Log::Error, Category, "AtracsysTrackingStream: Invalid reserved marker size."},
-         After::Closes},
-        {"disconnection",
-         R"({"kind": "disconnection"})",
-         {Log::Error, Category,
-          "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [50 ] for 51 times in a row!"},
-         After::WaitsForCamera},
+        {"marker overflow", R"({"kind": "markerOverflow", "count": 1})", Log::Error,
+         "AtracsysTrackingStream: Marker overflow!", After::Closes},
+        {"invalid reserved size", R"({"kind": "invalidReservedSize", "count": 1})", Log::Error,
+         "AtracsysTrackingStream: Invalid reserved marker size.", After::Closes},
+        {"disconnection", R"({"kind": "disconnection"})", Log::Error,
+         fetchFailures + "[50 ] for 51 times in a row!", After::WaitsForCamera},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         SceneGuard scene("tracking.json");
         TestSupport::LogCapture capture;
-        const LiveCounts baseline;
+        const HeldResources baseline;
         {
             ProbedStream stream;
             Recorder recorder(stream);
             startTracking(stream, recorder);
             ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, row.fault));
-            ASSERT_TRUE(waitUntil([&] {
-                return capture->count(row.line.level, row.line.category, row.line.text) > 0;
-            })) << capture->dump();
+            ASSERT_TRUE(waitUntil([&] { return capture->count(row.level, Category, row.text) > 0; }))
+                << capture->dump();
 
             switch (row.after) {
             case After::Resumes: {
@@ -120,7 +88,7 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
             }
             case After::Closes:
                 EXPECT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
-                EXPECT_EQ(LiveCounts(), baseline) << "the stream closed itself and gave everything back";
+                baseline.expectBaseline("closed by the stream");
                 break;
             case After::WaitsForCamera:
                 EXPECT_EQ(stream.currentState(), Stream::State::Running);
@@ -128,12 +96,12 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
                 break;
             }
             ASSERT_TRUE(stream.close());
-            EXPECT_EQ(LiveCounts(), baseline);
+            baseline.expectBaseline("closed");
 
             if (row.after == After::WaitsForCamera) {
                 EXPECT_FALSE(stream.open());
                 EXPECT_TRUE(capture->contains(Log::Error, "", NoDevice));
-                EXPECT_EQ(LiveCounts(), baseline) << "a failed open keeps nothing";
+                baseline.expectBaseline("failed open");
                 ASSERT_TRUE(ftkSimLoadSceneFile(dataFile("tracking.json").c_str())) << "plugged back in";
             }
             // A new open tracks again, with the instruments that were loaded.
@@ -144,139 +112,46 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
                 [&] { return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1001"); }));
             ASSERT_TRUE(stream.close());
         }
-        EXPECT_EQ(LiveCounts(), baseline);
+        baseline.expectBaseline("closed");
     }
 }
 
-// Refusals of the device while tracking: the one operation fails with its line, everything else
-// keeps running and the refused operation works once the device accepts it again.
-TEST(StreamFaultMatrix, DeviceRefusalsWhileRunning) {
-    SceneGuard scene("tracking.json");
-    TestSupport::LogCapture capture;
-    const LiveCounts baseline;
-    {
-        ProbedStream stream;
-        Recorder recorder(stream);
-        startTracking(stream, recorder);
-
-        // A geometry the device rejects: the instrument exists but is never tracked.
-        ASSERT_TRUE(stream.removeGeometry("atracsys-1001"));
-        ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "geometryId": 1001})"));
-        EXPECT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
-        EXPECT_EQ(capture->count(Log::Error, Category,
-                                 "Cannot set geometry loaded from " + dataFile("geometry1001.ini") +
-                                     " to tracking system"),
-                  1u)
-            << capture->dump();
-        std::size_t seen = recorder.dataCount();
-        ASSERT_TRUE(recorder.waitForData(seen + 5));
-        EXPECT_FALSE(tracked(stream, "atracsys-1001"));
-        EXPECT_TRUE(tracked(stream, "atracsys-1000")) << "the other marker goes on";
-        EXPECT_EQ(stream.currentState(), Stream::State::Running);
-
-        // A removal the device refuses keeps the instrument.
-        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
-        ASSERT_TRUE(
-            ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "operation": "clear"})"));
-        EXPECT_FALSE(stream.removeGeometry("atracsys-1000"));
-        EXPECT_TRUE(capture->contains(
-            Log::Warning, Category,
-            "AtracsysTracking: Cannot remove geometry with id atracsys-1000 from tracking system"));
-        EXPECT_TRUE(stream.registry().find("atracsys-1000"));
-        seen = recorder.dataCount();
-        EXPECT_TRUE(
-            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
-
-        // A refused integration time keeps the device's value.
-        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
-        const int before = stream.imageIntegrationTime();
-        ASSERT_GT(before, 0);
-        ASSERT_TRUE(ftkSimInjectFault(TrackingSerial,
-                                      R"({"kind": "optionRefusal", "option": "Image Integration Time"})"));
-        stream.setImageIntegrationTime(before + 100);
-        EXPECT_EQ(stream.imageIntegrationTime(), before);
-        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
-        stream.setImageIntegrationTime(before + 100);
-        EXPECT_EQ(stream.imageIntegrationTime(), before + 100);
-
-        // Once accepted again, the stopped and restarted stream puts the refused geometry on the device.
-        ASSERT_TRUE(stream.stop());
-        ASSERT_TRUE(stream.start());
-        seen = recorder.dataCount();
-        EXPECT_TRUE(
-            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1001"); }));
-        EXPECT_EQ(stream.currentState(), Stream::State::Running);
-        ASSERT_TRUE(stream.close());
-        EXPECT_EQ(LiveCounts(), baseline);
-    }
-    EXPECT_EQ(LiveCounts(), baseline);
-}
-
-// Faults met when the stream opens (again): the open fails or goes on with its line, and neither
-// way keeps a handle or a frame record it does not use.
+// Faults met when the stream opens again: the open fails or goes on with its line, neither way
+// keeps a handle or a frame record, and tracking comes back.
 TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
-    struct Row {
-        const char* name;
-        const char* fault;
-        bool opens;
-        Expected line;
+    const std::pair<const char*, std::string> rows[] = {
+        {R"({"kind": "enumerationStatus", "reportDevices": false})", NoDevice},
+        {R"({"kind": "enumerationStatus", "code": "FTK_ERR_INTERNAL"})",
+         "AtracsysTracking: <ftkError>\n<errors><error code=\"4\" name=\"FTK_ERR_INTERNAL\">Device "
+         "enumeration "
+         "reported a problem (simulated fault)</error></errors>\n<warnings></warnings>\n<messages>1 failures "
+         "and warnings reported</messages>\n</ftkError>"},
     };
-    const Row rows[] = {
-        {"failed enumeration",
-         R"({"kind": "enumerationStatus", "reportDevices": false})",
-         false,
-         {Log::Error, "", NoDevice}},
-        {"enumeration error with the device reported",
-         R"({"kind": "enumerationStatus", "code": "FTK_ERR_INTERNAL"})",
-         true,
-         {Log::Error, "",
-          "AtracsysTracking: <ftkError>\n<errors><error code=\"4\" name=\"FTK_ERR_INTERNAL\">Device "
-          "enumeration "
-          "reported a problem (simulated fault)</error></errors>\n<warnings></warnings>\n<messages>1 "
-          "failures and "
-          "warnings reported</messages>\n</ftkError>"}},
-        {"option table not read",
-         R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})",
-         true,
-         {Log::Error, "", "Enumerating option failed"}},
-        {"options refused",
-         R"({"kind": "optionRefusal"})",
-         true,
-         {Log::Error, Category, "Onboard processing could not be disabled."}},
-        {"nameless option",
-         R"({"kind": "malformedOption", "option": "Distance matching tolerance", "malformation": "nullName"})",
-         true,
-         {Log::Error, "AtracsysHelpers",
-          "Failed to set value - option < Distance matching tolerance > not available"}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [fault, line] : rows) {
+        SCOPED_TRACE(fault);
         SceneGuard scene("tracking.json");
         TestSupport::LogCapture capture;
-        const LiveCounts baseline;
+        const HeldResources baseline;
         {
             ProbedStream stream;
             Recorder recorder(stream);
             startTracking(stream, recorder);
             ASSERT_TRUE(stream.close());
-            ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, row.fault));
-            EXPECT_EQ(stream.open(), row.opens);
-            EXPECT_TRUE(capture->contains(row.line.level, row.line.category, row.line.text))
-                << capture->dump();
-            if (row.opens) {
-                const std::size_t seen = recorder.dataCount();
-                ASSERT_TRUE(stream.start());
-                EXPECT_TRUE(waitUntil(
-                    [&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
-                ASSERT_TRUE(stream.close());
-            } else {
-                EXPECT_EQ(stream.currentState(), Stream::State::Closed);
-                EXPECT_EQ(LiveCounts(), baseline);
+            ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, fault));
+            const bool opened = stream.open();
+            EXPECT_EQ(opened, line != NoDevice);
+            EXPECT_TRUE(capture->contains(Log::Error, "", line)) << capture->dump();
+            if (!opened) {
+                baseline.expectBaseline("failed open");
                 ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
                 ASSERT_TRUE(stream.open()) << "the camera answers again";
-                ASSERT_TRUE(stream.close());
             }
+            const std::size_t seen = recorder.dataCount();
+            ASSERT_TRUE(stream.start());
+            EXPECT_TRUE(waitUntil(
+                [&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
+            ASSERT_TRUE(stream.close());
         }
-        EXPECT_EQ(LiveCounts(), baseline);
+        baseline.expectBaseline("closed");
     }
 }

@@ -29,21 +29,9 @@ namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool AddressSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool AddressSanitizer = true;
 #else
 constexpr bool AddressSanitizer = false;
 #endif
-#else
-constexpr bool AddressSanitizer = false;
-#endif
-
-double soakSeconds() {
-    const char* text = std::getenv("KESTRION_SOAK_SECONDS");
-    const double seconds = text ? std::atof(text) : 0.0;
-    return seconds > 0.0 ? seconds : 60.0;
-}
 
 /// Resident memory of this process, in bytes.
 std::size_t residentBytes() {
@@ -53,10 +41,10 @@ std::size_t residentBytes() {
     return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-/// Counts errors from every thread and keeps the first few (a capture of every record would grow
-/// for the whole run and hide the stream's own memory use). A removal while the stream is closed
-/// is refused (the camera is not connected), so the next add of that marker finds it still there:
-/// those two lines are the expected outcome of the race between the threads, not problems.
+/// Keeps the first warnings and errors from every thread and counts them all (a capture of every
+/// record would grow for the whole run). A removal while the stream is closed is refused (no
+/// camera connected), so the next add finds the marker still there: those two lines are the
+/// expected outcome of the race between the threads, not problems.
 class ProblemSink : public LogSink {
 public:
     void write(const LogRecord& record) override {
@@ -65,28 +53,13 @@ public:
                 "AtracsysTracking: Cannot remove geometry with id atracsys-1000 from tracking system" ||
             record.message == "create: Instrument with ID atracsys-1000 already exists")
             return;
-        std::lock_guard<std::mutex> lock(m_mutex); // records come from the test's three threads
-        ++m_problems;
-        if (m_first.size() < 20)
-            m_first.push_back(std::string(Log::levelName(record.level)) + " " + record.category + ": " +
-                              record.message);
+        std::lock_guard<std::mutex> lock(mutex); // records come from the test's three threads
+        if (++problems <= 20)
+            first += record.category + ": " + record.message + "\n";
     }
-    std::size_t problems() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_problems;
-    }
-    std::string first() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        std::string text;
-        for (const auto& line : m_first)
-            text += line + "\n";
-        return text;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::size_t m_problems = 0;
-    std::vector<std::string> m_first;
+    std::mutex mutex;
+    std::size_t problems = 0;
+    std::string first;
 };
 
 } // namespace
@@ -100,9 +73,9 @@ TEST(StreamSoak, CyclesWithGeometryAndSettingChangesKeepMemoryFlat) {
     Log::setGlobalLevel(Log::Warning);
     Log::addSink(problems);
 
-    const std::size_t libraries = ftkSimLiveLibraries();
-    const std::size_t frameRecords = ftkSimLiveFrames();
-    const double seconds = soakSeconds();
+    const HeldResources baseline;
+    const char* soakSeconds = std::getenv("KESTRION_SOAK_SECONDS");
+    const double seconds = soakSeconds && std::atof(soakSeconds) > 0 ? std::atof(soakSeconds) : 60.0;
     std::size_t rssStart = 0;
     std::size_t cycles = 0;
     std::atomic<std::size_t> frames{0};
@@ -165,7 +138,7 @@ TEST(StreamSoak, CyclesWithGeometryAndSettingChangesKeepMemoryFlat) {
         geometries.join();
         settings.join();
         counter.disconnect();
-        EXPECT_TRUE(ok) << "cycle " << cycles << " failed\n" << problems->first();
+        EXPECT_TRUE(ok) << "cycle " << cycles << " failed";
         EXPECT_TRUE(stream.close());
     }
     const std::size_t rssEnd = residentBytes();
@@ -178,12 +151,9 @@ TEST(StreamSoak, CyclesWithGeometryAndSettingChangesKeepMemoryFlat) {
         "at start, %.1f MB at end\n",
         seconds, cycles, frames.load(), withImages.load(), geometryChanges.load(), rssStart / 1048576.0,
         rssEnd / 1048576.0);
-    EXPECT_GT(cycles, 2u);
-    EXPECT_GT(withImages.load(), 0u);
-    EXPECT_GT(geometryChanges.load(), 10u);
-    EXPECT_EQ(problems->problems(), 0u) << problems->first();
-    EXPECT_EQ(ftkSimLiveLibraries(), libraries);
-    EXPECT_EQ(ftkSimLiveFrames(), frameRecords);
+    EXPECT_TRUE(cycles > 2 && withImages.load() > 0 && geometryChanges.load() > 10);
+    EXPECT_EQ(problems->problems, 0u) << problems->first;
+    baseline.expectBaseline("after the soak");
     // Generous: noise of the allocator and of the images in flight stays well below this. Under
     // AddressSanitizer freed memory sits in its quarantine (up to 256 MB) before it is reused.
     const std::size_t bound = 48u * 1048576u + (AddressSanitizer ? 300u * 1048576u : 0u);

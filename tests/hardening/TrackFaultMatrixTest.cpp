@@ -1,6 +1,5 @@
-// `kestrion track` against a camera that fails: the default scene with one scripted fault on its
-// camera, run through the real host, the plugin library and the simulated camera. What the user
-// sees on stderr, the exit status, and what was recorded.
+// `kestrion track` against a camera with one scripted fault: what the user sees on stderr, the
+// exit status, and what was recorded.
 
 #include "tests/hardening/ProcessRun.h"
 
@@ -43,9 +42,8 @@ std::size_t lines(const std::string& text) {
 
 } // namespace
 
-// Faults of the frame fetch while tracking and recording: the fault's own line on stderr, a run
-// that ends by itself keeps the command going to its end, frames the stream cannot use end it
-// with status 1, and the rows recorded up to then are kept in the CSV file.
+// Frame faults while recording: a run that ends by itself keeps the command going, frames the
+// stream cannot use end it with status 1; the rows recorded up to then are kept.
 TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
     struct Row {
         const char* name;
@@ -73,10 +71,6 @@ TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
          "[ERROR] AtracsysTrackingStream: AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but "
          "[50 ] for 51 times in a row!",
          1},
-        {"disconnection at a time", R"([{"kind": "disconnection", "atTimeS": 1.0}])",
-         "[ERROR] AtracsysTrackingStream: AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but "
-         "[50 ] for 51 times in a row!",
-         1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -90,7 +84,6 @@ TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
         else
             EXPECT_EQ(r.err, "") << "nothing to report";
         EXPECT_EQ(r.errHas(CameraLost), row.exitCode != 0) << r;
-        EXPECT_TRUE(r.outHas("Summary: ")) << r;
         // The rows recorded are kept either way, under the name asked for.
         EXPECT_EQ(folderEntries(folder.path()), (std::vector<std::string>{"poses.csv", "scene.json"}));
         const std::string csv = readFile(folder.path("poses.csv"));
@@ -101,8 +94,7 @@ TEST(TrackFaultMatrix, FrameFaultsWhileRecording) {
     }
 }
 
-// Faults that keep the camera from being used, from tracking a marker or from taking a setting:
-// a refused enumeration, refused options, a refused geometry.
+// Faults that keep the camera, a marker or a setting from being used.
 TEST(TrackFaultMatrix, DeviceFaultsAtStart) {
     struct Row {
         const char* name;
