@@ -163,8 +163,8 @@ TEST(BadInput, BrokenScenesAreNamedWithThePlace) {
     }
 }
 
-// Wrong command lines of `kestrion track`: status 2, option and value named, no file made.
-TEST(BadInput, TrackCommandLinesAreExplained) {
+// Wrong command lines of `kestrion track` and the desktop host: status 2, option and value named.
+TEST(BadInput, CommandLinesAreExplained) {
     TemporaryFolder folder;
     const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
         {{"--duration", "nan"}, "--duration takes a positive number of seconds, not 'nan'"},
@@ -188,25 +188,18 @@ TEST(BadInput, TrackCommandLinesAreExplained) {
         EXPECT_EQ(r.err, "kestrion track: " + message + " (see kestrion track --help)\n") << r;
         EXPECT_EQ(r.out, "") << r;
     }
-    EXPECT_TRUE(folderEntries(folder.path()).empty());
-}
-
-// Wrong command lines of the desktop host: status 2 and the usage, no window.
-TEST(BadInput, DesktopCommandLinesAreExplained) {
-    TemporaryFolder folder;
-    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
-        {{"--after", "soon", "--screenshot", "shot.png"},
-         "kestrion-gui: --after needs a number of milliseconds, not \"soon\""},
-        {{"--workspace"}, "kestrion-gui: --workspace needs a value"},
-        {{"--fullscreen"}, "kestrion-gui: unknown argument \"--fullscreen\""},
-    };
-    for (const auto& [arguments, message] : rows) {
+    // The desktop host gives its usage, before any window.
+    for (const auto& [arguments, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--after", "soon", "--screenshot", "shot.png"},
+              "--after needs a number of milliseconds, not \"soon\""},
+             {{"--workspace"}, "--workspace needs a value"},
+             {{"--fullscreen"}, "unknown argument \"--fullscreen\""}}) {
         const ProcessResult r = runProcess(KESTRION_GUI_APP, arguments, guiEnvironment(), folder.path());
         EXPECT_EQ(r.exitCode, 2) << r;
-        EXPECT_TRUE(r.errHas(message)) << message << "\n" << r;
+        EXPECT_TRUE(r.errHas("kestrion-gui: " + message)) << message << "\n" << r;
         EXPECT_TRUE(r.errHas("Usage: kestrion-gui")) << r;
     }
-    EXPECT_TRUE(folderEntries(folder.path()).empty()) << "no screenshot taken";
+    EXPECT_TRUE(folderEntries(folder.path()).empty()) << "no file made, no screenshot taken";
 }
 
 // Foreign files in the plugin folder are reported with their reason and skipped; the tracking

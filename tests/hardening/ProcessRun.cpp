@@ -32,7 +32,6 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     QStringList list;
     for (const auto& argument : arguments)
         list << QString::fromStdString(argument);
-
     QProcess process;
     process.setProcessEnvironment(env);
     process.setWorkingDirectory(QString::fromStdString(workingFolder));

