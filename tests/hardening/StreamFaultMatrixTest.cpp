@@ -116,6 +116,50 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
     }
 }
 
+// Geometry refusals while tracking: the refused marker is reported and stays untracked while the
+// other goes on, a refused removal keeps the instrument, and once the device accepts again a
+// restart puts the refused geometry on it.
+TEST(StreamFaultMatrix, GeometryRefusalsWhileRunning) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    const HeldResources baseline;
+    {
+        ProbedStream stream;
+        Recorder recorder(stream);
+        startTracking(stream, recorder);
+        ASSERT_TRUE(stream.removeGeometry("atracsys-1001"));
+        ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "geometryId": 1001})"));
+        EXPECT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+        EXPECT_EQ(capture->count(Log::Error, Category,
+                                 "Cannot set geometry loaded from " + dataFile("geometry1001.ini") +
+                                     " to tracking system"),
+                  1u)
+            << capture->dump();
+        std::size_t seen = recorder.dataCount();
+        ASSERT_TRUE(recorder.waitForData(seen + 5));
+        EXPECT_FALSE(tracked(stream, "atracsys-1001"));
+        EXPECT_TRUE(tracked(stream, "atracsys-1000")) << "the other marker goes on";
+
+        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+        ASSERT_TRUE(
+            ftkSimInjectFault(TrackingSerial, R"({"kind": "geometryRefusal", "operation": "clear"})"));
+        EXPECT_FALSE(stream.removeGeometry("atracsys-1000"));
+        EXPECT_TRUE(capture->contains(
+            Log::Warning, Category,
+            "AtracsysTracking: Cannot remove geometry with id atracsys-1000 from tracking system"));
+        EXPECT_TRUE(stream.registry().find("atracsys-1000"));
+
+        ASSERT_TRUE(ftkSimClearFaults(TrackingSerial));
+        ASSERT_TRUE(stream.stop());
+        ASSERT_TRUE(stream.start());
+        seen = recorder.dataCount();
+        EXPECT_TRUE(
+            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1001"); }));
+        ASSERT_TRUE(stream.close());
+    }
+    baseline.expectBaseline("end");
+}
+
 // Faults met when the stream opens again: the open fails or goes on with its line, neither way
 // keeps a handle or a frame record, and tracking comes back.
 TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
