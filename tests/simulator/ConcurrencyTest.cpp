@@ -93,9 +93,7 @@ TEST(Concurrency, AFetchWaitsForANewerFrameWithoutHoldingUpOtherCalls) {
         waited = std::chrono::steady_clock::now() - before;
         waiting = false;
     });
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(camera.setInt(16, 100 + i), ftkError::FTK_OK);
-    }
+    EXPECT_EQ(camera.setInt(16, 100), ftkError::FTK_OK);
     EXPECT_EQ(camera.setGeometry(makeGeometry(1000, Marker1000)), ftkError::FTK_OK);
     Camera other; // a record that has not seen the current frame yet gets it at once
     EXPECT_EQ(other.fetch(0), ftkError::FTK_OK);

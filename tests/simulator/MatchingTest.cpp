@@ -143,8 +143,7 @@ TEST(Matching, GeometriesBelongToTheLibraryHandleTheyWereRegisteredThrough) {
     ASSERT_EQ(first.fetch(), ftkError::FTK_OK);
     ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(+first.frame->markersCount, 1u);
-    EXPECT_EQ(+second.frame->markersCount, 0u);
-    EXPECT_EQ(+second.frame->threeDFiducialsCount, 4u);
+    EXPECT_EQ(+second.frame->markersCount, 0u) << "the second handle has no geometry";
 
     // Registering the same id on the second handle is not a duplicate.
     EXPECT_EQ(second.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);

@@ -19,10 +19,9 @@ TEST(Scenes, SceneFilesNameGeometryAndTrajectoryFilesBesideThem) {
     SceneGuard scene;
     ASSERT_TRUE(ftkSimLoadSceneFile((Data + "recorded.json").c_str())) << controlError();
     Camera camera;
-    const Enumeration e = enumerate(camera.lib);
-    ASSERT_EQ(e.devices.size(), 2u);
-    EXPECT_EQ(e.devices[0], std::make_pair(uint64(0x300), ftkDeviceType::DEV_SPRYTRACK_300));
-    EXPECT_EQ(e.devices[1], std::make_pair(uint64(1280), ftkDeviceType::DEV_FUSIONTRACK_500));
+    EXPECT_EQ(enumerate(camera.lib).devices.size(), 2u);
+    EXPECT_EQ(std::make_pair(camera.serial, camera.type),
+              std::make_pair(uint64(0x300), ftkDeviceType::DEV_SPRYTRACK_300));
     ASSERT_EQ(camera.setGeometry(makeGeometry(1001, Marker1001)), ftkError::FTK_OK);
 
     // Frame 30 of the 60 Hz spryTrack 300 is half-way between the first two samples.

@@ -26,26 +26,20 @@ public:
     ~SceneGuard();
 };
 
-/// The last control error as text.
-std::string controlError();
+std::string controlError(); ///< The last control error as text.
 
 /// One library handle connected to the first enumerated device, with one frame record.
 class Camera {
 public:
     struct Capacities {
         bool pixels = false;
-        uint32 events = 20;
-        uint32 left = 128;
-        uint32 right = 128;
-        uint32 fiducials = 256;
-        uint32 markers = 16;
+        uint32 events = 20, left = 128, right = 128, fiducials = 256, markers = 16;
     };
 
     Camera();
     explicit Camera(const Capacities& capacities);
     ~Camera();
     Camera(const Camera&) = delete;
-    Camera& operator=(const Camera&) = delete;
 
     ftkError fetch(uint32 timeoutMS = 0) { return ftkGetLastFrame(lib, serial, frame, timeoutMS); }
     /// Truth of the last fetched frame (fails the test when there is none).
