@@ -106,7 +106,6 @@ TEST(Properties, SubPropertiesAreOrderedFoundWithoutCreatingAndRenamedInPlace) {
 
     EXPECT_FALSE(algorithms->removeSubProperties(&workspace));
     EXPECT_TRUE(algorithms->removeSubProperties(third));
-    algorithms->addSubProperties("Other");
     EXPECT_TRUE(algorithms->removeSubProperties("Other"));
     EXPECT_EQ(algorithms->subProperties(), (std::vector<Properties*>{first}));
 }
