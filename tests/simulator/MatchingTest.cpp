@@ -1,5 +1,5 @@
 // Geometries and marker matching: registration rules, symmetric layouts, the distance tolerance
-// option, occlusions, tracking ids and geometries per library handle.
+// option, occlusions and tracking ids.
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
@@ -130,25 +130,6 @@ TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRen
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->geometryPresenceMask, 0xFu);
     EXPECT_NE(m->id, trackingId) << "a marker found again is a new track";
-}
-
-TEST(Matching, GeometriesBelongToTheLibraryHandleTheyWereRegisteredThrough) {
-    SceneGuard scene(
-        R"({"markers": [{"geometryId": 1500, "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]],
-        "motion": {"type": "static", "position": [0, 0, 800]}}]})");
-    Camera first;
-    Camera second;
-    ASSERT_EQ(first.serial, second.serial) << "both handles reach the same physical device";
-    ASSERT_EQ(first.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
-    ASSERT_EQ(first.fetch(), ftkError::FTK_OK);
-    ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(+first.frame->markersCount, 1u);
-    EXPECT_EQ(+second.frame->markersCount, 0u) << "the second handle has no geometry";
-
-    // Registering the same id on the second handle is not a duplicate.
-    EXPECT_EQ(second.setGeometry(makeGeometry(1500, Asymmetric)), ftkError::FTK_OK);
-    ASSERT_EQ(second.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(+second.frame->markersCount, 1u);
 }
 
 TEST(Geometries, RegistrationAndRemovalFollowTheInterfaceRules) {

@@ -2,17 +2,14 @@
 
 #include <Eigen/Geometry>
 
+#include <algorithm>
 #include <cmath>
 
 namespace Kestrion::SimulatorTest {
 
 SceneGuard::SceneGuard(const std::string& json, bool stepped) {
     ftkSimSetSteppedClock(stepped);
-    if (json.empty()) {
-        EXPECT_TRUE(ftkSimResetScene()) << controlError();
-    } else {
-        EXPECT_TRUE(ftkSimLoadScene(json.c_str())) << controlError();
-    }
+    EXPECT_TRUE(json.empty() ? ftkSimResetScene() : ftkSimLoadScene(json.c_str())) << controlError();
 }
 
 SceneGuard::~SceneGuard() {
@@ -112,32 +109,27 @@ ftkGeometry makeGeometry(uint32 id, const Points& points) {
     return g;
 }
 
+template <class Item>
+const Item* findById(const Item* items, uint32 count, uint32 geometryId) {
+    const Item* found =
+        std::find_if(items, items + count, [&](const Item& i) { return i.geometryId == geometryId; });
+    return found == items + count ? nullptr : found;
+}
+
 const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId) {
-    for (uint32 i = 0; i < frame.markersCount; ++i) {
-        if (frame.markers[i].geometryId == geometryId) {
-            return &frame.markers[i];
-        }
-    }
-    return nullptr;
+    return findById<ftkMarker>(frame.markers, frame.markersCount, geometryId);
 }
 
 const ftkSimMarkerTruth* findTruth(const ftkSimFrameTruth& truth, uint32 geometryId) {
-    for (uint32 i = 0; i < truth.markersCount; ++i) {
-        if (truth.markers[i].geometryId == geometryId) {
-            return &truth.markers[i];
-        }
-    }
-    return nullptr;
+    return findById<ftkSimMarkerTruth>(truth.markers, truth.markersCount, geometryId);
 }
 
 double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth) {
     Eigen::Matrix3d measured;
     Eigen::Matrix3d expected;
-    for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 3; ++c) {
-            measured(r, c) = marker.rotation[r][c];
-            expected(r, c) = truth.rotation[r][c];
-        }
+    for (int k = 0; k < 9; ++k) {
+        measured(k / 3, k % 3) = marker.rotation[k / 3][k % 3];
+        expected(k / 3, k % 3) = truth.rotation[k / 3][k % 3];
     }
     return Eigen::AngleAxisd(measured * expected.transpose()).angle() * 180.0 / M_PI;
 }
