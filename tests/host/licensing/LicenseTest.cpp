@@ -90,7 +90,6 @@ TEST_F(LicenseFileTest, ListedFeaturesAreLicensedAndOthersReportedOnce) {
     EXPECT_TRUE(capture->contains(Log::Info, "Licensing",
                                   "Licence file " + m_path + " for \"Test\" covers: Atracsys"))
         << capture->dump();
-    EXPECT_EQ(capture->countContaining("no feature is licensed"), 0u);
 }
 
 TEST_F(LicenseFileTest, MissingMalformedOrExpiredFilesAreReportedOnceAndLicenseNothing) {
