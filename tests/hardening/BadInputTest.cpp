@@ -73,7 +73,6 @@ TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
     const std::string missing = folder.path("missing.kws");
     const std::string truncated =
         folder.write("truncated.kws", "<properties name=\"Workspace\">\n<properties");
-    const std::string notXml = folder.write("notes.kws", "tracking session of Monday\n");
     const std::string noStream = folder.write("other.kws", "<properties name=\"Workspace\"><properties "
                                                            "name=\"Algorithms\"/></properties>\n");
     const std::string wrongType = folder.write(
@@ -88,7 +87,6 @@ TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
         {"missing", missing, "kestrion track: workspace " + missing + ": ", ""},
         {"truncated", truncated, "kestrion track: workspace " + truncated + ": " + truncated + ":2",
          truncated + ":2:11: Premature end of document."},
-        {"not XML", notXml, "kestrion track: workspace " + notXml + ": " + notXml + ":1", ""},
         {"a folder", aFolder, "kestrion track: workspace " + aFolder + ": ", "not a file"},
         {"without the stream", noStream,
          "kestrion track: workspace " + noStream +
@@ -141,15 +139,11 @@ TEST(BadInput, BrokenScenesAreNamedWithThePlace) {
         std::string message;
     };
     const std::string truncated = folder.write("truncated.json", "{\"devices\": [{\"model\": ");
-    const std::string wrongType = folder.write("types.json", "{\"seed\": \"forty-two\"}");
-    const std::string unknownKey = folder.write("keys.json", "{\"devices\": [], \"lights\": true}");
     const std::string badMotion = folder.write(
         "motion.json", R"({"markers": [{"geometryId": 1000, "fiducials": [[0,0,0],[50,0,0],[0,60,0]],
                            "motion": {"type": "orbit", "center": [0,0,800], "radiusMM": 100, "periodS": -1}}]})");
     const Row rows[] = {
         {"truncated", truncated, "ftkInit: scene " + truncated + ": not valid JSON: "},
-        {"wrong type", wrongType, "ftkInit: scene " + wrongType + ": seed: must be a non-negative integer"},
-        {"unknown key", unknownKey, "ftkInit: scene " + unknownKey + ": lights: unknown key"},
         {"bad motion", badMotion,
          "ftkInit: scene " + badMotion + ": markers[0].motion.periodS: must be positive"},
     };
