@@ -64,10 +64,6 @@ TEST(Scenes, MalformedScenesAreRefusedWithFileAndPlaceAndTheCurrentSceneStays) {
         {R"({"devices": [{"model": "spryTrack 9000"}]})",
          "scene (text): devices[0].model: unknown model 'spryTrack 9000' (spryTrack 180, spryTrack 300, "
          "fusionTrack 250, fusionTrack 500, simulator)"},
-        {R"({"devices": [{"serial": 1}, {"serial": 1}]})",
-         "scene (text): devices[1].serial: serial used by another device"},
-        {R"({"markers": [{"geometryId": 5, "fiducials": [[0, 0, 0]], "occlusions": [{"fiducials": [3]}]}]})",
-         "scene (text): markers[0].occlusions[0].fiducials[0]: the marker has no fiducial 3"},
         {R"({"markers": [{"geometryFile": "nowhere.ini"}]})",
          "scene (text): markers[0].geometryFile: cannot open geometry file './nowhere.ini'"},
     };

@@ -89,8 +89,8 @@ std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError
         lib, serial,
         [](uint64, void* user, ftkOptionsInfo* info) {
             static_cast<std::vector<OptionInfo>*>(user)->push_back(
-                {info->id, info->status.globalOption, static_cast<uint8>(info->type), info->name != nullptr,
-                 info->description != nullptr, info->unit != nullptr, info->name ? info->name : ""});
+                {info->id, static_cast<uint8>(info->type), info->name != nullptr, info->unit != nullptr,
+                 info->name ? info->name : ""});
         },
         &options);
     if (status != nullptr) {

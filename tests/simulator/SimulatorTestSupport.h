@@ -82,9 +82,8 @@ Enumeration enumerate(ftkLibrary lib);
 /// Options reported by ftkEnumerateOptions (copied), and its status.
 struct OptionInfo {
     uint32 id;
-    uint32 global;
     uint8 type;
-    bool hasName, hasDescription, hasUnit;
+    bool hasName, hasUnit;
     std::string name;
 };
 std::vector<OptionInfo> enumerateOptions(ftkLibrary lib, uint64 serial, ftkError* status = nullptr);
@@ -93,12 +92,10 @@ using Points = std::vector<std::array<float, 3>>;
 /// The default scene's markers (as in data/markers/geometry1000.ini and geometry1001.ini).
 inline const Points Marker1000 = {{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}};
 inline const Points Marker1001 = {{0, 0, 0}, {-1, 83, 0}, {-62, -5, 0}, {-67, 111, 0}};
-/// A geometry record from points.
 ftkGeometry makeGeometry(uint32 id, const Points& points);
 
-/// The marker of that geometry in the frame, or null.
+/// The marker of that geometry in the frame or the truth, or null.
 const ftkMarker* findMarker(const ftkFrameQuery& frame, uint32 geometryId);
-/// The scene marker of that geometry in the truth, or null.
 const ftkSimMarkerTruth* findTruth(const ftkSimFrameTruth& truth, uint32 geometryId);
 /// Angle in degrees between a marker's rotation and the true one.
 double rotationErrorDeg(const ftkMarker& marker, const ftkSimMarkerTruth& truth);
