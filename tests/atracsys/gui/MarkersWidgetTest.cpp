@@ -21,8 +21,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 using namespace Kestrion;
 using Kestrion::SpryTrack::AtracsysTrackingStream;
 using Points = std::vector<Eigen::Vector3d>;
@@ -39,10 +37,10 @@ void touch(const std::string& folder, const std::string& name) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
 }
 
-TrackingInstrumentFiducialsData fiducialsAt(const Points& points, double quality = 1.0) {
+TrackingInstrumentFiducialsData fiducialsAt(const Points& points) {
     TrackingInstrumentFiducialsData data;
     for (const Eigen::Vector3d& point : points)
-        data.addFiducial(point, 0, TrackingInstrumentFiducialsData::NoInstrument, quality, 0.1, 0.05, 30, 30);
+        data.addFiducial(point, 0, TrackingInstrumentFiducialsData::NoInstrument, 1.0, 0.1, 0.05, 30, 30);
     return data;
 }
 
@@ -182,7 +180,7 @@ TEST_F(MarkersWidgetTest, MakesAMarkerCentredOnItsFiducialsAndSavesIt) {
     ASSERT_EQ(points.size(), 6u);
     Eigen::Vector3d centroid = Eigen::Vector3d::Zero();
     for (const Eigen::Vector3d& p : points)
-        centroid += p / 6.0;
+        centroid += p;
     EXPECT_LT(centroid.norm(), 1e-9);
     // Same fiducials in the same order: every distance kept.
     for (std::size_t i = 0; i < 6; ++i)
@@ -213,14 +211,11 @@ TEST_F(MarkersWidgetTest, MakesAMarkerCentredOnItsFiducialsAndSavesIt) {
     EXPECT_EQ(urls.urls(), QList<QUrl>{QUrl::fromLocalFile(output.path())});
 }
 
-TEST_F(MarkersWidgetTest, WritesFiducialSectionsBeforeTheGeometrySection) {
+TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
     EXPECT_EQ(AtracsysMarkersWidget::geometryText({{1.5, -2.0, 0.0}, {0.1234567, 1e-7, 1234567.0}}, 1002),
               "[fiducial0]\nx=1.5\ny=-2\nz=0\n"
               "[fiducial1]\nx=0.123457\ny=1e-07\nz=1.23457e+06\n"
               "[geometry]\ncount=2\nid=1002\n");
-}
-
-TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
     TestSupport::LogCapture capture(Log::Info);
     AtracsysMarkersWidget widget(&stream, true);
     const TrackingInstrumentFiducialsData four =
