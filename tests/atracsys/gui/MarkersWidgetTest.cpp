@@ -21,6 +21,9 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace Kestrion;
 using Kestrion::SpryTrack::AtracsysTrackingStream;
 using Points = std::vector<Eigen::Vector3d>;
@@ -65,6 +68,24 @@ struct DialogAnswers {
         }) {}
     std::vector<QtHelpers::FileDialogRequest> requests;
     QtHelpers::ScopedFileDialogHook hook;
+};
+
+/// Limits the size of files written, as a full disk would (EFBIG, no signal); holds for root too.
+struct FileSizeLimit {
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &previous);
+        handler = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit = previous;
+        limit.rlim_cur = bytes;
+        applied = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &previous);
+        std::signal(SIGXFSZ, handler);
+    }
+    struct rlimit previous {};
+    void (*handler)(int) = nullptr;
+    bool applied = false;
 };
 
 class MarkersWidgetTest : public ::testing::Test {
@@ -211,7 +232,7 @@ TEST_F(MarkersWidgetTest, MakesAMarkerCentredOnItsFiducialsAndSavesIt) {
     EXPECT_EQ(urls.urls(), QList<QUrl>{QUrl::fromLocalFile(output.path())});
 }
 
-TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
+TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerIdAndKeepsTheOldFileWhenTheDiskIsFull) {
     EXPECT_EQ(AtracsysMarkersWidget::geometryText({{1.5, -2.0, 0.0}, {0.1234567, 1e-7, 1234567.0}}, 1002),
               "[fiducial0]\nx=1.5\ny=-2\nz=0\n"
               "[fiducial1]\nx=0.123457\ny=1e-07\nz=1.23457e+06\n"
@@ -229,7 +250,22 @@ TEST_F(MarkersWidgetTest, SavesAnOptimisedGeometryUnderItsTrackerId) {
         EXPECT_EQ(capture->countContaining("has been written"), 0u);
     }
 
+    // The disk fills up while writing over an earlier file: it stays whole, no temporary file is left.
     const std::string target = output.filePath("refined").toStdString(); // the extension is added
+    const std::string earlier = "[geometry]\ncount=3\nid=1077\n";
+    ASSERT_TRUE(Filesystem::File::writeText(target + ".ini", earlier));
+    {
+        UrlOpenRecorder urls;
+        DialogAnswers full(target);
+        FileSizeLimit limit(16);
+        ASSERT_TRUE(limit.applied);
+        widget.saveGeometry(true, "atracsys-1042");
+        EXPECT_TRUE(urls.urls().empty()) << "no folder is shown for a file that was not written";
+    }
+    EXPECT_EQ(Filesystem::File::readText(target + ".ini"), std::optional<std::string>(earlier));
+    EXPECT_EQ(QDir(output.path()).entryList(QDir::Files), QStringList{"refined.ini"});
+    EXPECT_EQ(capture->countContaining("Could not write file '" + target + ".ini': "), 1u) << capture->dump();
+
     DialogAnswers dialogs(target);
     widget.saveGeometry(true, "atracsys-1042");
     ASSERT_EQ(dialogs.requests.size(), 1u);
