@@ -1,10 +1,7 @@
-// The frame loop reuses its buffers: once warmed up, fetching frames (with markers, fiducials and
-// images) allocates nothing. Counted by replacing the global allocation functions, which the
-// library's allocations also go through; kept in an executable of its own for that reason.
+// Once warmed up, fetching frames allocates nothing. Counted by replacing the global allocation
+// functions, which the library's allocations also go through: an executable of its own.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>

@@ -2,8 +2,6 @@
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 
 using namespace Kestrion::SimulatorTest;

@@ -1,9 +1,6 @@
-// One thread fetching frames while others change geometries and options, inject faults, read
-// the truth and open and close handles of their own.
+// Fetching while other threads change geometries and options, inject faults and open handles.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>

@@ -2,8 +2,6 @@
 
 #include "tests/simulator/SimulatorTestSupport.h"
 
-#include <gtest/gtest.h>
-
 using namespace Kestrion::SimulatorTest;
 
 namespace {
@@ -159,8 +157,6 @@ TEST(Faults, InvalidFaultDescriptionsAreRefusedWithTheReason) {
     const std::pair<const char*, const char*> refused[] = {
         {R"({"kind": "meltdown"})", "fault.kind: unknown fault 'meltdown'"},
         {R"({"kind": "fetchError"})", "fault: a fetchError fault needs \"code\""},
-        {R"({"kind": "optionRefusal", "getter": "min"})",
-         "fault.getter: applies only to an optionRefusal of reads"},
     };
     for (const auto& [fault, reason] : refused) {
         EXPECT_FALSE(ftkSimInjectFault(21, fault));

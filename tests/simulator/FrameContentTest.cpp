@@ -1,9 +1,6 @@
-// What a fetch puts into the frame record: containers filled to their capacities, the image
-// header, and images only when they were asked for and the camera sends them.
+// What a fetch puts into the frame record: containers up to their capacities, and images.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
@@ -13,8 +10,7 @@ using namespace Kestrion::SimulatorTest;
 
 namespace {
 
-/// Default scene with both marker geometries registered, fetched once into a record with these
-/// capacities.
+/// The default scene with both markers registered, fetched once into a record of these capacities.
 struct Fetched {
     Fetched(const Camera::Capacities& capacities)
         : camera(capacities) {
@@ -104,17 +100,4 @@ TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
     ASSERT_EQ(noPixels.fetch(), ftkError::FTK_OK);
     EXPECT_EQ(noPixels.frame->imageLeftStat, ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE);
     EXPECT_EQ(static_cast<const void*>(noPixels.frame->imageLeftPixels), nullptr);
-}
-
-TEST(FrameContent, FusionTrackModelsAlwaysSendImagesAndHaveNoUsbOptions) {
-    SceneGuard scene(R"({"devices": [{"model": "fusionTrack 500", "serial": "0xF500"}],
-        "strays": [[100, 0, 1500], [300, 50, 2000]]})");
-    Camera camera(Camera::Capacities{true});
-    EXPECT_EQ(camera.type, ftkDeviceType::DEV_FUSIONTRACK_500);
-    EXPECT_EQ(camera.serial, 0xF500u);
-    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(camera.frame->imageLeftStat, ftkQueryStatus::QS_OK);
-    EXPECT_EQ(+camera.frame->threeDFiducialsCount, 2u);
-    EXPECT_EQ(camera.setInt(6003, 1), ftkError::FTK_ERR_INV_OPT);
-    EXPECT_EQ(camera.getInt(6000), ftkError::FTK_ERR_INV_OPT);
 }

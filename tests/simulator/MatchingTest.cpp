@@ -1,9 +1,6 @@
-// Geometries and marker matching: registration rules, symmetric layouts, the distance tolerance
-// option, occlusions and tracking ids.
+// Geometries and marker matching: registration, symmetric layouts, tolerance, occlusions.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <map>
@@ -12,7 +9,6 @@ using namespace Kestrion::SimulatorTest;
 
 namespace {
 
-const Points& Asymmetric = Marker1000;
 const Points Square = {{0, 0, 0}, {60, 0, 0}, {60, 60, 0}, {0, 60, 0}};
 
 } // namespace
@@ -26,7 +22,7 @@ TEST(Matching, ASymmetricLayoutIsFoundButItsPoseIsOnlyKnownUpToItsSymmetry) {
          "motion": {"type": "sinusoid", "position": [60, 60, 900], "amplitudeMM": [20, 10, 40], "periodS": 5,
                     "amplitudeDeg": [10, 10, 30]}}]})");
     Camera camera;
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1100, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1100, Marker1000)), ftkError::FTK_OK);
     ASSERT_EQ(camera.setGeometry(makeGeometry(1200, Square)), ftkError::FTK_OK);
     int flipped = 0;
     for (int frame = 0; frame < 200; ++frame) {
@@ -70,7 +66,7 @@ TEST(Matching, TheDistanceToleranceOptionDecidesWhetherAWornMarkerStillMatches) 
         "fiducials": [[0,0,0],[31,82,0],[96,-10,0],[61,46,0]], "fiducialErrorsMM": [[0,0,0],[0,0,0],[0,0,0],[1.6,0,0]],
         "motion": {"type": "static", "position": [0, 0, 1200], "rotationDeg": [0, 60, 0]}}]})");
     Camera camera;
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1300, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1300, Marker1000)), ftkError::FTK_OK);
     const uint32 tolerance = camera.option("Distance matching tolerance");
     const auto masks = [&](float value) {
         EXPECT_EQ(camera.setFloat(tolerance, value), ftkError::FTK_OK);
@@ -101,7 +97,7 @@ TEST(Matching, OccludedFiducialsThinTheMarkerOutUntilItIsLostAndItsTrackingIdRen
                        {"fromS": 3, "toS": 4, "fiducials": [0, 1]}]}],
         "strays": [[-120, 60, 700], [150, -80, 900]]})");
     Camera camera;
-    ASSERT_EQ(camera.setGeometry(makeGeometry(1400, Asymmetric)), ftkError::FTK_OK);
+    ASSERT_EQ(camera.setGeometry(makeGeometry(1400, Marker1000)), ftkError::FTK_OK);
     const auto fetchAfter = [&](uint32 skipped) {
         EXPECT_TRUE(skipped == 0 || ftkSimStep(camera.serial, skipped));
         EXPECT_EQ(camera.fetch(), ftkError::FTK_OK);

@@ -1,9 +1,6 @@
-// The measurement itself: triangulated fiducials against the truth, raw detections, marker poses
-// over many frames, and reproducibility from the scene's seed.
+// The measurement against the truth: fiducials, detections, marker poses, and the seed.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <map>
@@ -23,11 +20,8 @@ double depthSigma(double z) {
     return z * z / (FocalPx * BaselineMM) * PixelNoise * std::sqrt(2.0);
 }
 
-const char* StrayScene = R"({
-    "seed": 3,
-    "devices": [{"model": "spryTrack 180", "serial": 77}],
-    "strays": [[-60, 20, 400], [40, -30, 400], [0, 0, 900], [80, 40, 900], [-100, 60, 1300], [60, -50, 1300]]
-})";
+const char* StrayScene = R"({"seed": 3, "devices": [{"model": "spryTrack 180", "serial": 77}],
+    "strays": [[-60, 20, 400], [40, -30, 400], [0, 0, 900], [80, 40, 900], [-100, 60, 1300], [60, -50, 1300]]})";
 
 struct Accumulator {
     double sumZSquared = 0.0;

@@ -1,9 +1,6 @@
-// Scenes: files with geometry and trajectory files, the shipped examples, and clear refusals of
-// malformed scenes. (The allocation test runs the default scene's whole cycle with both markers.)
+// Scene files with geometry and trajectory files, the shipped examples, malformed scenes.
 
 #include "tests/simulator/SimulatorTestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 

@@ -18,8 +18,7 @@
 
 namespace Kestrion::SimulatorTest {
 
-/// Loads a scene (or the default one) with the stepped clock and restores the default scene and
-/// the free-running clock when it goes.
+/// Loads a scene (or the default one) with a stepped clock; restores the default and free running.
 class SceneGuard {
 public:
     explicit SceneGuard(const std::string& json = std::string(), bool stepped = true);
