@@ -1,6 +1,5 @@
-// Every fault the simulated camera can inject, hit while the tracking stream runs on its own
-// worker thread: the line reported, the state the stream is left in, whether tracking comes back,
-// and that closing gives back every library handle and frame record the stream took.
+// Faults of the simulated camera hit while the stream runs on its worker thread: the line reported,
+// the state left, whether tracking comes back, and every handle and frame record given back.
 
 #include "tests/atracsys/stream/StreamTestSupport.h"
 

@@ -1,10 +1,6 @@
-// The tracking stream used for a long time the way the control panel uses it: open, start, stop
-// and close again and again with the camera images and the fiducial mode switched between the
-// cycles, while another thread adds and removes a marker and a third reads and writes the
-// integration time, and frames flow all along. Memory must stay flat and every handle and frame
-// record must be given back.
-//
-// KESTRION_SOAK_SECONDS sets how long it runs (default 60).
+// The tracking stream cycled open, start, stop, close for a long time (KESTRION_SOAK_SECONDS,
+// default 60) with images and fiducial mode switched, while one thread adds and removes a marker
+// and another changes the integration time: memory stays flat, every handle is given back.
 
 #include "tests/atracsys/stream/StreamTestSupport.h"
 

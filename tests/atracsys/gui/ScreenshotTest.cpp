@@ -18,9 +18,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <future>
 #include <iostream>
-#include <mutex>
 #include <sstream>
 
 using namespace Kestrion;
@@ -37,23 +38,18 @@ AtracsysUpdate expectedUpdate() {
     SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
     stream.setQueryImages(true);
     stream.setFiducialQueryMode(AtracsysTrackingStreamBase::AllFiducials);
-    std::mutex mutex;
-    AtracsysUpdate update;
-    bool received = false;
+    std::promise<AtracsysUpdate> first; // set by the worker, read by the test
+    std::atomic<bool> received{false};
     SignalConnection connection = stream.signalAtracsysUpdate.connect([&](AtracsysUpdate& latest) {
-        std::lock_guard<std::mutex> lock(mutex); // the worker writes, the test reads
-        update = latest;
-        received = true;
+        if (!received.exchange(true))
+            first.set_value(latest);
     });
-    EXPECT_TRUE(stream.open());
-    EXPECT_TRUE(stream.start());
-    EXPECT_TRUE(GuiTest::processEventsUntil([&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return received;
-    }));
+    EXPECT_TRUE(stream.open() && stream.start());
+    std::future<AtracsysUpdate> update = first.get_future();
+    const bool ready = update.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
     connection.disconnect();
     stream.close();
-    return update;
+    return ready ? update.get() : AtracsysUpdate{}; // the caller checks the fiducials
 }
 
 /// Camera image pixels: grey, darker than anything else the window paints (the sensor's dark level).
