@@ -71,7 +71,7 @@ private:
     std::vector<std::pair<std::string, int>> m_seen;
 };
 
-struct FrameSpec {
+struct FrameInput {
     Points positions;
     std::vector<double> triangulationErrors;
     std::string instrumentId = kMarkerId;
@@ -80,23 +80,23 @@ struct FrameSpec {
     bool withFiducials = true;
 };
 
-/// A frame of the marker seen with these fiducials, all else as in FrameSpec.
-FrameSpec view(Points positions, std::vector<double> triangulationErrors) {
-    FrameSpec spec;
-    spec.positions = std::move(positions);
-    spec.triangulationErrors = std::move(triangulationErrors);
-    return spec;
+/// A frame of the marker seen with these fiducials, all else as in FrameInput.
+FrameInput view(Points positions, std::vector<double> triangulationErrors) {
+    FrameInput input;
+    input.positions = std::move(positions);
+    input.triangulationErrors = std::move(triangulationErrors);
+    return input;
 }
 
-std::shared_ptr<const StreamData> makeFrame(const FrameSpec& spec) {
-    TrackingInstrument instrument{TrackerID(spec.instrumentId, "marker"), spec.active};
-    instrument.quality = spec.quality;
+std::shared_ptr<const StreamData> makeFrame(const FrameInput& input) {
+    TrackingInstrument instrument{TrackerID(input.instrumentId, "marker"), input.active};
+    instrument.quality = input.quality;
     auto tracking =
         std::make_shared<TrackingStreamData>(nullptr, std::vector<TrackingInstrument>{instrument});
-    if (spec.withFiducials) {
+    if (input.withFiducials) {
         auto fiducials = std::make_shared<TrackingInstrumentFiducialsData>();
-        for (std::size_t i = 0; i < spec.positions.size(); ++i)
-            fiducials->addFiducial(spec.positions[i], 0, 0, 1.0, 0.1, spec.triangulationErrors[i], 10, 10);
+        for (std::size_t i = 0; i < input.positions.size(); ++i)
+            fiducials->addFiducial(input.positions[i], 0, 0, 1.0, 0.1, input.triangulationErrors[i], 10, 10);
         tracking->addComponent(fiducials);
     }
     return std::make_shared<CompoundStreamData>(tracking, std::vector<std::shared_ptr<const StreamData>>{});
@@ -146,7 +146,7 @@ TEST_F(GeometryRecording, RecordsEnoughFramesThenRefinesTheGeometry) {
     algo.setRecordedFrames(60);
     // Frames before compute() are ignored without a word.
     emit(goodFrame());
-    emit(makeFrame(FrameSpec{}));
+    emit(makeFrame(FrameInput{}));
     EXPECT_EQ(algo.recording().size(), 0u);
     EXPECT_EQ(capture->size(), 0u) << capture->dump();
 
@@ -192,14 +192,14 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
     startCompute();
 
     // Frames refused before any is recorded, each with its line.
-    FrameSpec inactive, noFiducials, other = view({{0, 0, 0}}, {0.1});
+    FrameInput inactive, noFiducials, other = view({{0, 0, 0}}, {0.1});
     inactive.active = false;
     noFiducials.withFiducials = false;
     other.instrumentId = "atracsys-1001";
     // Quality must be above 0.8: exactly 0.8 is refused.
-    FrameSpec poor = view(observe(truth, randomPose(rng), 0.0, rng), {0.1, 0.1, 0.1, 0.1});
+    FrameInput poor = view(observe(truth, randomPose(rng), 0.0, rng), {0.1, 0.1, 0.1, 0.1});
     poor.quality = 0.8;
-    const std::tuple<FrameSpec, int, const char*, const char*> refused[] = {
+    const std::tuple<FrameInput, int, const char*, const char*> refused[] = {
         {inactive, Log::Error, kOptimization,
          "Optimization requires at least one active tracking instrument."},
         {noFiducials, Log::Error, kOptimization, "TrackingStream does not have valid fiducials raw data."},
@@ -208,35 +208,35 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
         {view({{0, 0, 900}, {50, 0, 900}, {0, 50, 900}}, {0.1, 0.1, 0.1}), Log::Warning, kOptimize,
          "Number of fiducial do not match : 3 in the frame, 4 in the geometry"},
     };
-    for (const auto& [spec, level, category, message] : refused) {
-        emit(makeFrame(spec));
+    for (const auto& [input, level, category, message] : refused) {
+        emit(makeFrame(input));
         EXPECT_EQ(capture->count(level, category, message), 1u) << message << "\n" << capture->dump();
     }
     EXPECT_EQ(algo.recording().size(), 0u);
 
     // The first accepted frame fixes the slots; quality just above the limit is enough.
     const Eigen::Matrix4d pose = randomPose(rng);
-    FrameSpec first = view(observe(truth, pose, 0.0, rng), {0.1, 0.2, 0.1, 100.0});
+    FrameInput first = view(observe(truth, pose, 0.0, rng), {0.1, 0.2, 0.1, 100.0});
     first.quality = 0.81;
     emit(makeFrame(first));
     ASSERT_EQ(algo.recording().size(), 1u) << capture->dump();
     EXPECT_EQ(algo.recording().frameErrors()[0], 100.0); // exactly 100.0 is kept
 
-    FrameSpec tooBig = first;
+    FrameInput tooBig = first;
     tooBig.triangulationErrors = {0.1, 100.5, 0.1, 0.1};
     emit(makeFrame(tooBig));
     EXPECT_TRUE(
         capture->contains(Log::Warning, kOptimize, "Triangulation error too big : 100.5 (skip data)"));
 
     // A fiducial 20 mm from every slot leaves its slot empty.
-    FrameSpec moved = first;
+    FrameInput moved = first;
     moved.triangulationErrors = {0.1, 0.1, 0.1, 0.1};
     moved.positions[3] += Eigen::Vector3d(20.0, 0.0, 0.0);
     emit(makeFrame(moved));
     EXPECT_TRUE(capture->contains(Log::Warning, kOptimize, "Not all markers found : 3"));
 
     // Two fiducials within 15 mm of slot 0: the later one takes it, slot 1 stays empty.
-    FrameSpec clash = moved;
+    FrameInput clash = moved;
     clash.positions = first.positions;
     clash.positions[1] = first.positions[0] + Eigen::Vector3d(0.0, 5.0, 0.0);
     emit(makeFrame(clash));
@@ -249,7 +249,7 @@ TEST_F(GeometryRecording, RefusedFramesAreReportedAndNotCounted) {
     EXPECT_TRUE(algo.isRecording());
 
     // Later frames deliver their fiducials in another order: the slots keep the first frame's.
-    FrameSpec shuffled = first;
+    FrameInput shuffled = first;
     shuffled.positions = reordered(observe(truth, pose, 0.05, rng), {3, 1, 0, 2});
     shuffled.triangulationErrors = {0.4, 0.2, 0.1, 0.3};
     emit(makeFrame(shuffled));
