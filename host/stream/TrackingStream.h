@@ -4,6 +4,7 @@
 #include "host/stream/Stream.h"
 #include "host/stream/TrackingInstrument.h"
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -30,6 +31,17 @@ public:
     /// A data item holding a snapshot of instruments(): its arrival timestamp is now (ms since the
     /// epoch, UTC), its device timestamp the latest timestamp of the instruments (0 without any).
     std::shared_ptr<TrackingStreamData> createTrackingStreamData() const;
+
+    /// Consumers that read the InstrumentStatusData of the frames ask for it while they need it
+    /// (one request each, from any thread); a producer attaches it only while at least one
+    /// request is open, so that nobody pays for it otherwise.
+    void requestInstrumentStatus() { m_statusRequests.fetch_add(1, std::memory_order_relaxed); }
+    void releaseInstrumentStatus() { m_statusRequests.fetch_sub(1, std::memory_order_relaxed); }
+    bool instrumentStatusRequested() const { return m_statusRequests.load(std::memory_order_relaxed) > 0; }
+
+private:
+    // A count rather than a flag: several consumers ask and release independently.
+    std::atomic<int> m_statusRequests{0};
 };
 
 } // namespace Kestrion
