@@ -156,16 +156,21 @@ TEST(TrackFaultMatrix, FailedRecordingsKeepEveryExistingFile) {
     // The disk fills up during the recording (a file size limit, which holds for root too): the
     // earlier recording under that name stays whole, the rows written so far are in the ".part".
     folder.write("poses.csv", earlier);
-    r = trackInShell(folder, {"--csv", csv, "--frames", "300"}, "trap '' XFSZ; ulimit -f 64; ");
+    r = trackInShell(folder, {"--csv", csv, "--frames", "300", "--force"}, "trap '' XFSZ; ulimit -f 64; ");
     EXPECT_EQ(r.exitCode, 1) << r;
     EXPECT_TRUE(r.errHas("kestrion track: CSV file " + csv + ": write failed after ")) << r;
     EXPECT_TRUE(r.errHas(": File too large; " + csv + ".part holds the rows written so far\n")) << r;
     EXPECT_EQ(readFile(csv), earlier);
     EXPECT_EQ(readFile(csv + ".part").rfind("frame,device_counter,", 0), 0u);
 
-    // With room, a complete recording replaces the earlier one.
+    // An existing recording is replaced only when asked to, and refused before tracking otherwise.
     std::filesystem::remove(csv + ".part");
     r = trackInShell(folder, {"--csv", csv, "--frames", "5"});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("kestrion track: CSV file " + csv + ": exists; give --force to replace it\n")) << r;
+    EXPECT_FALSE(r.outHas("Tracking ")) << r;
+    EXPECT_EQ(readFile(csv), earlier);
+    r = trackInShell(folder, {"--csv", csv, "--frames", "5", "--force"});
     EXPECT_EQ(r.exitCode, 0) << r;
     EXPECT_TRUE(r.outHas("Recorded 10 rows to " + csv)) << r;
     EXPECT_EQ(readFile(csv).rfind("frame,device_counter,", 0), 0u);
@@ -180,9 +185,9 @@ TEST(TrackFaultMatrix, CameraImagesNeverReplaceOrTruncateAFile) {
     folder.write("images/frame-12-left.png", "earlier image");
     ProcessResult r = trackInShell(folder, {"--images", images, "--frames", "5"});
     EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_TRUE(
-        r.errHas("kestrion track: image folder " + images +
-                 ": holds images of an earlier run (frame-12-left.png); choose an empty or new folder\n"))
+    EXPECT_TRUE(r.errHas("kestrion track: image folder " + images +
+                         ": holds the output of an earlier run (frame-12-left.png); choose an empty or new "
+                         "folder, or give --force to replace it\n"))
         << r;
     EXPECT_EQ(readFile(images + "/frame-12-left.png"), "earlier image");
 

@@ -1,6 +1,7 @@
 #include "host/apps/kestrion/TrackCommand.h"
 
 #include "host/apps/kestrion/CommandContext.h"
+#include "host/apps/kestrion/OutputPath.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
 #include "host/apps/kestrion/TrackCsvWriter.h"
 #include "host/apps/kestrion/TrackFrameQueue.h"
@@ -202,11 +203,13 @@ std::string TrackCommand::help() const {
            "                          host timestamps (arrival_ms, device_ms), the device counter\n"
            "                          and clock, tracked flag, quality, position (mm) and rotation;\n"
            "                          written to FILE.part and renamed to FILE when complete\n"
+           "  --force                 replace an existing --csv file, or the images of an earlier\n"
+           "                          run in the --images folder; without it they are refused\n"
            "  --refresh S             seconds between table refreshes (default 1)\n"
            "\n"
            "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
-           "does not load or that the camera refuses, a camera lost while tracking, or a file that\n"
-           "could not be written;\n"
+           "does not load or that the camera refuses, a camera lost while tracking, an output that\n"
+           "exists (without --force) or is not writable, or a file that could not be written;\n"
            "2 bad arguments.\n";
 }
 
@@ -234,26 +237,37 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         return 1;
     }
 
-    // Outputs are prepared before the camera opens, so that a bad path costs no connection.
+    // Outputs are checked before the camera opens, so that a bad path costs no connection.
+    OutputPath csvOutput("CSV file", options->csvFile, OutputPath::Kind::File);
+    OutputPath imagesOutput("image folder", options->imagesFolder, OutputPath::Kind::Folder);
+    imagesOutput.setEarlierOutputs({"frame-*-left.png", "frame-*-right.png"});
+    for (OutputPath* output : {&csvOutput, &imagesOutput})
+        if (!output->path().empty() && !output->check(options->force)) {
+            err << "kestrion track: " << output->error() << "\n";
+            return 1;
+        }
     TrackCsvWriter csv;
     if (!options->csvFile.empty() && !csv.open(options->csvFile)) {
         err << "kestrion track: " << csv.error() << "\n";
         return 1;
     }
-    // Until tracking starts, a failure leaves no recording file behind.
+    // Until tracking starts, a failure leaves no recording file and no new folder behind.
     struct DiscardUntilStarted {
         TrackCsvWriter& csv;
+        OutputPath& images;
         bool started = false;
         ~DiscardUntilStarted() {
-            if (!started)
+            if (!started) {
                 csv.discard();
+                images.removeIfUnused();
+            }
         }
-    } csvGuard{csv};
+    } csvGuard{csv, imagesOutput};
     std::optional<TrackImageSaver> images;
     if (!options->imagesFolder.empty()) {
         images.emplace(options->imagesFolder, options->imageIntervalS);
-        if (!images->prepare()) {
-            err << "kestrion track: " << images->error() << "\n";
+        if (!imagesOutput.create()) {
+            err << "kestrion track: " << imagesOutput.error() << "\n";
             return 1;
         }
     }

@@ -9,17 +9,13 @@
 #include "host/stream/TrackingStreamData.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QImage>
 #include <QImageWriter>
 #include <QSaveFile>
-#include <QStringList>
 #include <QVector>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
 namespace Kestrion::Cli {
@@ -86,30 +82,6 @@ QImage annotated(const Image& image, const CameraDetectionsData::Camera* detecti
 TrackImageSaver::TrackImageSaver(std::string folder, double intervalS)
     : m_folder(std::move(folder))
     , m_intervalMs(static_cast<std::uint64_t>(std::llround(intervalS * 1000.0))) {}
-
-bool TrackImageSaver::prepare() {
-    const QString folder = QString::fromStdString(m_folder);
-    std::error_code error;
-    std::filesystem::create_directories(m_folder, error);
-    if (error) {
-        m_error = "image folder " + m_folder + ": cannot be created: " + error.message();
-        return false;
-    }
-    const QFileInfo info(folder);
-    if (!info.isDir() || !info.isWritable()) {
-        m_error = "image folder " + m_folder + ": not a writable folder";
-        return false;
-    }
-    // Images of an earlier run would be replaced by frames with the same counters.
-    const QStringList earlier =
-        QDir(folder).entryList({"frame-*-left.png", "frame-*-right.png"}, QDir::Files, QDir::Name);
-    if (!earlier.isEmpty()) {
-        m_error = "image folder " + m_folder + ": holds images of an earlier run (" +
-                  earlier.front().toStdString() + "); choose an empty or new folder";
-        return false;
-    }
-    return true;
-}
 
 bool TrackImageSaver::offer(const CompoundStreamData& frame, std::uint64_t frameIndex) {
     if (failed())

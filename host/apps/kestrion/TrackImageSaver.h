@@ -14,14 +14,12 @@ namespace Kestrion::Cli {
 /// the device detected marked (an ellipse of the detection's size and a cross at its centre), at
 /// most one left/right pair per interval so that disk and time stay small:
 /// "<folder>/frame-<counter>-left.png" and "-right.png" (counter: the device's frame counter,
-/// else the frame's number). Errors name the file and the reason; the first one stops the saving.
+/// else the frame's number); the folder exists (see OutputPath). Errors name the file and the reason; the
+/// first one stops the saving.
 class TrackImageSaver {
 public:
     TrackImageSaver(std::string folder, double intervalS);
 
-    /// Creates the folder when needed and checks that it is writable and holds no images of an
-    /// earlier run, which would be replaced. False (see error()).
-    bool prepare();
     /// Saves the images of the frame when the interval since the last saved pair has passed and
     /// the frame has both images. False once saving failed.
     bool offer(const CompoundStreamData& frame, std::uint64_t frameIndex);

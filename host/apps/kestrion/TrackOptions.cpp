@@ -46,6 +46,10 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
     };
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& option = arguments[i];
+        if (option == "--force") {
+            options.force = true;
+            continue;
+        }
         const bool takesValue = option == "--geometry" || option == "--workspace" ||
                                 option == "--fiducials" || option == "--images" ||
                                 option == "--integration-time" || option == "--duration" ||

@@ -24,6 +24,8 @@ struct TrackOptions {
     std::optional<std::uint64_t> frames;
     /// Records every frame to this CSV file; empty: no recording.
     std::string csvFile;
+    /// Replaces an existing output file, or the output of an earlier run in an output folder.
+    bool force = false;
     /// Seconds between two table refreshes.
     double refreshS = 1.0;
     /// Seconds between two saved image pairs.

@@ -225,8 +225,9 @@ TEST_F(TrackCommand, FailuresNameTheProblemAndExitNonZero) {
     };
     fails({"--geometry", path("missing.ini")}, {},
           "kestrion track: geometry file " + path("missing.ini") + ": No such file or directory");
-    fails({"--duration", "1"}, scene("nodevice.json", R"({"devices": []})"),
+    fails({"--duration", "1", "--images", path("new/images")}, scene("nodevice.json", R"({"devices": []})"),
           "kestrion track: no camera found");
+    EXPECT_FALSE(std::filesystem::exists(path("new"))) << "a failed run leaves no new folder behind";
     // A camera that the scene has but that is not there (unplugged).
     fails(
         {"--duration", "1"},

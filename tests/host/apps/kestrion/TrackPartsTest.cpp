@@ -33,10 +33,10 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
 
 TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     std::string error;
-    const auto options = TrackOptions::parse({"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials",
-                                              "vicinity", "--images", "dir", "--integration-time", "350",
-                                              "--duration", "2.5", "--frames", "10", "--csv", "x.csv"},
-                                             &error);
+    const auto options = TrackOptions::parse(
+        {"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials", "vicinity", "--images", "dir",
+         "--integration-time", "350", "--duration", "2.5", "--frames", "10", "--csv", "x.csv", "--force"},
+        &error);
     ASSERT_TRUE(options) << error;
     EXPECT_EQ(options->geometries, (std::vector<std::string>{"a.ini", ":/b.ini"}));
     EXPECT_EQ(options->fiducialMode, 2);
@@ -45,6 +45,7 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     EXPECT_DOUBLE_EQ(*options->durationS, 2.5);
     EXPECT_EQ(options->frames, 10u);
     EXPECT_EQ(options->csvFile, "x.csv");
+    EXPECT_TRUE(options->force);
 
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
         {{"--bogus"}, "unknown option '--bogus'"},
