@@ -1,5 +1,9 @@
 #include "host/apps/kestrion-gui/GuiOptions.h"
 
+#include "host/lib/PluginDescriptor.h"
+
+#include <cstring>
+
 namespace Kestrion::Gui {
 
 const char* GuiOptions::usage() {
@@ -8,7 +12,28 @@ const char* GuiOptions::usage() {
            "  --plugin-path FOLDER  load plugins from FOLDER instead of the default folders (repeatable)\n"
            "  --workspace FILE      open the workspace FILE at start\n"
            "  --screenshot FILE     save a PNG picture of the main window to FILE, then quit\n"
-           "  --after MS            take the screenshot MS milliseconds after start (default 1000)\n";
+           "  --after MS            take the screenshot MS milliseconds after start (default 1000)\n"
+           "  --help, -h            show this help and exit\n"
+           "  --version             show the version and exit\n"
+           "Qt's own options (-platform NAME, -geometry WxH+X+Y, ...) are accepted too.\n";
+}
+
+std::string GuiOptions::version() {
+    return std::string("kestrion-gui ") + PluginDescriptor::HostVersion + "\n";
+}
+
+std::string GuiOptions::answerWithoutDisplay(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        const char* argument = argv[i];
+        for (const char* option : {"--plugin-path", "--workspace", "--screenshot", "--after"})
+            if (std::strcmp(argument, option) == 0)
+                ++i; // its value
+        if (std::strcmp(argument, "--help") == 0 || std::strcmp(argument, "-h") == 0)
+            return usage();
+        if (std::strcmp(argument, "--version") == 0)
+            return version();
+    }
+    return "";
 }
 
 GuiOptions GuiOptions::parse(const QStringList& arguments) {

@@ -3,8 +3,15 @@
 #include <QApplication>
 
 #include <iostream>
+#include <string>
 
 int main(int argc, char** argv) {
+    // Answered before QApplication, which needs a display.
+    const std::string answer = Kestrion::Gui::GuiOptions::answerWithoutDisplay(argc, argv);
+    if (!answer.empty()) {
+        std::cout << answer;
+        return 0;
+    }
     QApplication application(argc, argv);
     QApplication::setOrganizationName("Kestrion");
     QApplication::setApplicationName("kestrion-gui");

@@ -1,3 +1,5 @@
+#include "host/lib/PluginDescriptor.h"
+
 #include <QDir>
 #include <QFile>
 #include <QImage>
@@ -47,7 +49,6 @@ void expectWindowPicture(const QString& file) {
 }
 
 // A workspace that cannot be loaded fails the run, but the window is still shown and captured.
-// A workspace that cannot be loaded fails the run, but the window is still shown and captured.
 TEST(KestrionGuiProcess, TakesAScreenshotOffscreenAndUnderXvfbAndExits) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
@@ -71,6 +72,31 @@ TEST(KestrionGuiProcess, TakesAScreenshotOffscreenAndUnderXvfbAndExits) {
         xvfbRun, {"-a", "-s", "-screen 0 1280x1024x24", App, "--screenshot", shot, "--after", "500"}, "xcb");
     EXPECT_EQ(exitCode, 0) << output;
     expectWindowPicture(shot);
+}
+
+// Help and version need no display: the X11 platform with no display to connect to.
+TEST(KestrionGuiProcess, AnswersHelpAndVersionWithoutADisplay) {
+    const auto run = [](const QStringList& arguments) {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        process.setProcessEnvironment(env);
+        process.start(App, arguments);
+        const bool finished = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
+        return std::make_pair(finished ? process.exitCode() : -1,
+                              QString::fromLocal8Bit(process.readAllStandardOutput()).toStdString());
+    };
+    auto [exitCode, output] = run({"--help"});
+    EXPECT_EQ(exitCode, 0) << output;
+    EXPECT_EQ(output.rfind("Usage: kestrion-gui [--plugin-path FOLDER]...", 0), 0u) << output;
+    std::tie(exitCode, output) = run({"--workspace", "--version", "-h"}); // a value is not an option
+    EXPECT_EQ(exitCode, 0) << output;
+    EXPECT_EQ(output.rfind("Usage: ", 0), 0u) << output;
+    std::tie(exitCode, output) = run({"-geometry", "800x600", "--version"});
+    EXPECT_EQ(exitCode, 0) << output;
+    EXPECT_EQ(output, std::string("kestrion-gui ") + Kestrion::PluginDescriptor::HostVersion + "\n");
 }
 
 } // namespace
