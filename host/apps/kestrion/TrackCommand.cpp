@@ -5,6 +5,7 @@
 #include "host/apps/kestrion/TrackConfiguration.h"
 #include "host/apps/kestrion/TrackCsvWriter.h"
 #include "host/apps/kestrion/TrackFrameQueue.h"
+#include "host/apps/kestrion/TrackIgtl.h"
 #include "host/apps/kestrion/TrackImageSaver.h"
 #include "host/apps/kestrion/TrackOptions.h"
 #include "host/apps/kestrion/TrackStatistics.h"
@@ -206,6 +207,13 @@ std::string TrackCommand::help() const {
            "  --force                 replace an existing --csv file, or the images of an earlier\n"
            "                          run in the --images folder; without it they are refused\n"
            "  --refresh S             seconds between table refreshes (default 1)\n"
+           "  --igtl PORT             serve the poses over OpenIGTLink on TCP PORT (0: a free port,\n"
+           "                          printed at start); the table lists the clients with the\n"
+           "                          messages sent to each and dropped; see docs/openigtlink.md\n"
+           "  --igtl-bind ADDRESS     address to serve on (default 127.0.0.1, this computer only).\n"
+           "                          OpenIGTLink has no authentication: any other address lets\n"
+           "                          everyone on that network read the poses; do not serve a\n"
+           "                          hospital network this way\n"
            "\n"
            "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
            "does not load or that the camera refuses, a camera lost while tracking, an output that\n"
@@ -312,6 +320,12 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         }
     }
 
+    TrackIgtl igtl;
+    if (!igtl.start(*options, *stream, out, &error)) {
+        err << "kestrion track: " << error << "\n";
+        return 1;
+    }
+
     // Listen to the frames, then start tracking.
     // Runs on the stream's worker thread (signals are synchronous), so its state needs no lock.
     // Only the frames whose images will be saved keep them in the queue: the others pass their
@@ -393,8 +407,10 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             rateHz = static_cast<double>(statistics.framesReceived() - framesAtRefresh) / window;
         framesAtRefresh = statistics.framesReceived();
         lastRefresh = now;
-        const std::string table = statistics.table(
-            Time::utcMilliseconds(), std::chrono::duration<double>(now - startTime).count(), rateHz);
+        const std::string table =
+            statistics.table(Time::utcMilliseconds(), std::chrono::duration<double>(now - startTime).count(),
+                             rateHz) +
+            igtl.table();
         if (tty && tableLines > 0)
             out << "\033[" << tableLines << "F\033[J"; // redraw in place
         out << table << (tty ? "" : "\n") << std::flush;
@@ -448,6 +464,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     const double elapsedS =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - startTime).count();
     const bool closed = stream->close();
+    igtl.stop();
     algorithm.reset();
     Log::removeSink(fetchFailures);
     if (!closed) {

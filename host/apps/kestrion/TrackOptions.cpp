@@ -53,7 +53,8 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
         const bool takesValue = option == "--geometry" || option == "--workspace" ||
                                 option == "--fiducials" || option == "--images" ||
                                 option == "--integration-time" || option == "--duration" ||
-                                option == "--frames" || option == "--csv" || option == "--refresh";
+                                option == "--frames" || option == "--csv" || option == "--refresh" ||
+                                option == "--igtl" || option == "--igtl-bind";
         if (!takesValue)
             return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
                                                   : "unexpected argument '" + option + "'");
@@ -82,6 +83,13 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             if (!us || *us < 1 || *us > 1000000)
                 return fail("--integration-time takes microseconds from 1 to 1000000, not '" + value + "'");
             options.integrationTimeUS = static_cast<int>(*us);
+        } else if (option == "--igtl") {
+            const auto port = parseInteger(value);
+            if (!port || *port < 0 || *port > 65535)
+                return fail("--igtl takes a TCP port from 0 to 65535, not '" + value + "'");
+            options.igtlPort = static_cast<int>(*port);
+        } else if (option == "--igtl-bind") {
+            options.igtlBind = value;
         } else if (option == "--frames") {
             const auto n = parseInteger(value);
             if (!n || *n < 1)
@@ -97,6 +105,8 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
                 options.refreshS = *seconds;
         }
     }
+    if (options.igtlBind != "127.0.0.1" && !options.igtlPort)
+        return fail("--igtl-bind needs --igtl PORT");
     return options;
 }
 

@@ -30,6 +30,10 @@ struct TrackOptions {
     double refreshS = 1.0;
     /// Seconds between two saved image pairs.
     double imageIntervalS = 1.0;
+    /// Serves the frames over OpenIGTLink on this TCP port (0: one the system chooses).
+    std::optional<int> igtlPort;
+    /// Address the OpenIGTLink server listens on.
+    std::string igtlBind = "127.0.0.1";
 
     /// The example markers used when neither geometries nor a workspace are given.
     static std::vector<std::string> exampleGeometries();

@@ -1,0 +1,255 @@
+#include "host/igtl/IgtlFrameEncoder.h"
+
+#include "host/core/Image.h"
+#include "host/core/SharedImage.h"
+#include "host/stream/ImageStreamData.h"
+#include "host/stream/InstrumentStatusData.h"
+#include "host/stream/InstrumentTipData.h"
+#include "host/stream/TrackingInstrumentFiducialsData.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace Kestrion::Igtl {
+
+namespace {
+
+constexpr std::size_t MaxNameLength = 20;
+
+std::uint32_t fnv1a(const std::string& text) {
+    std::uint32_t hash = 2166136261u;
+    for (unsigned char c : text)
+        hash = (hash ^ c) * 16777619u;
+    return hash;
+}
+
+/// Whether the frame shows the instrument as measured: a pose with a quality, and (when the frame
+/// says why) a tracked state. Anything else is never sent as a pose.
+bool isTracked(const TrackingInstrument& instrument, const InstrumentStatusData::Entry* entry) {
+    if (!instrument.active || !(instrument.quality > 0.0))
+        return false;
+    return !entry || InstrumentStatusData::isTracked(entry->state);
+}
+
+int statusCode(InstrumentStatusData::State state) {
+    using State = InstrumentStatusData::State;
+    switch (state) {
+    case State::Tracked:
+    case State::TrackedHighError:
+        return igtl::StatusMessage::STATUS_OK;
+    case State::NotOnCamera:
+        return igtl::StatusMessage::STATUS_NOT_PRESENT;
+    case State::Inactive:
+        return igtl::StatusMessage::STATUS_DISABLED;
+    default:
+        return igtl::StatusMessage::STATUS_NOT_FOUND;
+    }
+}
+
+} // namespace
+
+std::string IgtlFrameEncoder::deviceName(const std::string& name) {
+    if (name.size() <= MaxNameLength)
+        return name;
+    char hash[16];
+    std::snprintf(hash, sizeof hash, "~%08x", fnv1a(name));
+    return name.substr(0, MaxNameLength - 9) + hash;
+}
+
+void IgtlFrameEncoder::stamp(igtl::MessageBase* message) const {
+    // The fraction of a second is in units of 2^-32 s.
+    const std::uint64_t fraction = ((m_timestampMs % 1000) << 32) / 1000;
+    message->SetTimeStamp(static_cast<unsigned int>(m_timestampMs / 1000),
+                          static_cast<unsigned int>(fraction));
+}
+
+void IgtlFrameEncoder::append(std::vector<std::uint8_t>& out, igtl::MessageBase* message) {
+    message->Pack();
+    const auto* bytes = static_cast<const std::uint8_t*>(message->GetPackPointer());
+    out.insert(out.end(), bytes, bytes + message->GetPackSize());
+}
+
+void IgtlFrameEncoder::appendTransform(std::vector<std::uint8_t>& out, const std::string& name,
+                                       const Eigen::Matrix3d& rotation, const Eigen::Vector3d& translation) {
+    igtl::Matrix4x4 matrix;
+    igtl::IdentityMatrix(matrix);
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < 3; ++c)
+            matrix[r][c] = static_cast<float>(rotation(r, c));
+        matrix[r][3] = static_cast<float>(translation(r));
+    }
+    m_transform->SetDeviceName(deviceName(name).c_str());
+    m_transform->SetMatrix(matrix);
+    stamp(m_transform);
+    append(out, m_transform);
+}
+
+void IgtlFrameEncoder::appendPoints(std::vector<std::uint8_t>& out, const TrackingStreamData& frame) {
+    const auto* fiducials = frame.component<TrackingInstrumentFiducialsData>();
+    if (!fiducials || fiducials->empty())
+        return;
+    m_points->ClearPointElement();
+    const auto& instruments = frame.instruments();
+    for (std::size_t i = 0; i < fiducials->size(); ++i) {
+        if (m_pointElements.size() <= i)
+            m_pointElements.push_back(igtl::PointElement::New());
+        igtl::PointElement::Pointer& element = m_pointElements[i];
+        const std::uint32_t owner = fiducials->instrumentIndices()[i];
+        const bool owned = owner < instruments.size();
+        const std::string name = "fiducial-" + std::to_string(i);
+        element->SetName(name.c_str());
+        element->SetGroupName(owned ? deviceName(instruments[owner].ID()).c_str() : StrayGroupName);
+        if (owned)
+            element->SetRGBA(0, 255, 0, 255);
+        else
+            element->SetRGBA(255, 255, 0, 255);
+        const Eigen::Vector3d& p = fiducials->positions()[i];
+        element->SetPosition(static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z()));
+        element->SetRadius(1.0f);
+        element->SetOwner("");
+        m_points->AddPointElement(element);
+    }
+    m_points->SetDeviceName(FiducialsDeviceName);
+    stamp(m_points);
+    append(out, m_points);
+}
+
+void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame& out) {
+    m_timestampMs = frame.deviceTimestamp();
+    out.deviceTimestampMs = m_timestampMs;
+    out.statuses.clear();
+    out.poseMessages = 0;
+    const auto* statusData = frame.component<InstrumentStatusData>();
+    const auto* tips = frame.component<InstrumentTipData>();
+
+    IgtlBufferPool::Buffer poses = m_pool.acquire();
+    m_trackingData->ClearTrackingDataElements();
+    std::size_t elements = 0;
+    for (const TrackingInstrument& instrument : frame.instruments()) {
+        const InstrumentStatusData::Entry* entry = statusData ? statusData->find(instrument.ID()) : nullptr;
+        const bool tracked = isTracked(instrument, entry);
+
+        // A STATUS message when the instrument's state changed since the last frame.
+        const int code =
+            entry ? statusCode(entry->state)
+                  : (tracked ? igtl::StatusMessage::STATUS_OK : igtl::StatusMessage::STATUS_NOT_FOUND);
+        const int subCode = entry ? static_cast<int>(entry->state) : 0;
+        InstrumentStatus& last = m_instruments[instrument.ID()];
+        if (last.code != code || last.subCode != subCode) {
+            const std::string name =
+                entry ? InstrumentStatusData::stateName(entry->state) : (tracked ? "tracked" : "not tracked");
+            last.code = code;
+            last.subCode = subCode;
+            last.message = status(deviceName(instrument.ID()), code, subCode, name,
+                                  entry && !entry->reason.empty() ? entry->reason : name);
+            out.statuses.push_back(last.message);
+        }
+        if (!tracked)
+            continue;
+
+        appendTransform(*poses, instrument.ID(), instrument.rotation(), instrument.translation());
+        ++out.poseMessages;
+        if (const InstrumentTipData::Entry* tip = tips ? tips->find(instrument.ID()) : nullptr) {
+            appendTransform(*poses, instrument.ID() + "-tip", instrument.rotation(), tip->tipInCamera);
+            ++out.poseMessages;
+        }
+
+        if (m_elements.size() <= elements)
+            m_elements.push_back(igtl::TrackingDataElement::New());
+        igtl::TrackingDataElement::Pointer& element = m_elements[elements++];
+        element->SetName(deviceName(instrument.ID()).c_str());
+        element->SetType(igtl::TrackingDataElement::TYPE_6D);
+        igtl::Matrix4x4 matrix;
+        igtl::IdentityMatrix(matrix);
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 4; ++c)
+                matrix[r][c] = static_cast<float>(instrument.matrix(r, c));
+        element->SetMatrix(matrix);
+        m_trackingData->AddTrackingDataElement(element);
+    }
+    const std::size_t before = poses->size();
+    appendPoints(*poses, frame);
+    if (poses->size() > before)
+        ++out.poseMessages;
+    out.poses = poses;
+
+    out.trackingData.reset();
+    if (elements > 0) {
+        IgtlBufferPool::Buffer tdata = m_pool.acquire();
+        m_trackingData->SetDeviceName(TrackingDataDeviceName);
+        stamp(m_trackingData);
+        append(*tdata, m_trackingData);
+        out.trackingData = tdata;
+    }
+}
+
+Packet IgtlFrameEncoder::status(const std::string& name, int code, int subCode, const std::string& errorName,
+                                const std::string& text) {
+    m_status->SetDeviceName(name.c_str());
+    m_status->SetCode(static_cast<unsigned short>(code));
+    m_status->SetSubCode(subCode);
+    m_status->SetErrorName(errorName.substr(0, 19).c_str());
+    m_status->SetStatusString(text.c_str());
+    stamp(m_status);
+    auto buffer = std::make_shared<std::vector<std::uint8_t>>();
+    append(*buffer, m_status);
+    return buffer;
+}
+
+Packet IgtlFrameEncoder::cameraStatus(CameraState state, std::uint64_t timestampMs) {
+    m_timestampMs = timestampMs;
+    switch (state) {
+    case CameraState::Tracking:
+        return status(CameraDeviceName, igtl::StatusMessage::STATUS_OK, 0, "tracking", "open and tracking");
+    case CameraState::NotRunning:
+        return status(CameraDeviceName, igtl::StatusMessage::STATUS_NOT_READY, 0, "not tracking",
+                      "open, not tracking");
+    case CameraState::NoFrames:
+        return status(CameraDeviceName, igtl::StatusMessage::STATUS_TIME_OUT, 0, "no frames",
+                      "camera not delivering frames");
+    case CameraState::Closed:
+        break;
+    }
+    return status(CameraDeviceName, igtl::StatusMessage::STATUS_DISABLED, 0, "closed", "stream closed");
+}
+
+void IgtlFrameEncoder::instrumentStatuses(std::vector<Packet>& out) const {
+    for (const auto& [id, state] : m_instruments)
+        if (state.message)
+            out.push_back(state.message);
+}
+
+Packet IgtlFrameEncoder::startTrackingDataReply(std::uint64_t timestampMs) {
+    m_timestampMs = timestampMs;
+    auto reply = igtl::RTSTrackingDataMessage::New();
+    reply->SetDeviceName(TrackingDataDeviceName);
+    reply->SetStatus(igtl::RTSTrackingDataMessage::STATUS_SUCCESS);
+    stamp(reply);
+    auto buffer = std::make_shared<std::vector<std::uint8_t>>();
+    append(*buffer, reply);
+    return buffer;
+}
+
+bool IgtlFrameEncoder::appendImage(std::vector<std::uint8_t>& out, const ImageStreamData& data,
+                                   const std::string& name) {
+    const auto& shared = data.image();
+    if (!shared || !shared->image())
+        return false;
+    const Image& image = *shared->image();
+    if (image.pixelType() != PixelType::UInt8 || image.channels() != 1 || image.slices() != 1)
+        return false;
+    m_timestampMs = data.deviceTimestamp();
+    m_image->SetDimensions(image.width(), image.height(), 1);
+    m_image->SetSpacing(1.0f, 1.0f, 1.0f);
+    m_image->SetScalarTypeToUint8();
+    m_image->SetNumComponents(1);
+    m_image->SetDeviceName(deviceName(name).c_str());
+    m_image->AllocateScalars();
+    std::memcpy(m_image->GetScalarPointer(), image.rawData(), image.byteSize());
+    stamp(m_image);
+    append(out, m_image);
+    return true;
+}
+
+} // namespace Kestrion::Igtl

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "host/igtl/IgtlBufferPool.h"
+
+#include <igtlImageMessage.h>
+#include <igtlPointMessage.h>
+#include <igtlStatusMessage.h>
+#include <igtlTrackingDataMessage.h>
+#include <igtlTransformMessage.h>
+
+#include <Eigen/Core>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Kestrion {
+class ImageStreamData;
+class TrackingStreamData;
+} // namespace Kestrion
+
+namespace Kestrion::Igtl {
+
+/// Packed messages, shared by every client they go to; never changed once handed out.
+using Packet = std::shared_ptr<const std::vector<std::uint8_t>>;
+
+/// What the camera is doing, as the server reports it in the camera's STATUS message.
+enum class CameraState {
+    Tracking,   ///< running and delivering frames: STATUS_OK
+    NotRunning, ///< open (or opening, starting, stopping) but not tracking: STATUS_NOT_READY
+    NoFrames,   ///< running, but no frame for a while: STATUS_TIME_OUT
+    Closed,     ///< closed, or no stream served: STATUS_DISABLED
+};
+
+/// The messages of one tracking frame, packed once for every client.
+struct IgtlEncodedFrame {
+    std::uint64_t deviceTimestampMs = 0;
+    /// The TRANSFORMs of the tracked instruments (and of their tips), then the POINT of the raw
+    /// fiducials when the frame has them: one buffer, sent to every client.
+    Packet poses;
+    std::uint32_t poseMessages = 0;
+    /// The TDATA of the tracked instruments, for the clients that asked; null when none is tracked.
+    Packet trackingData;
+    /// The instruments' STATUS messages of this frame's transitions (tracked or not, and why).
+    std::vector<Packet> statuses;
+};
+
+/// Packs tracking frames, camera images and statuses as OpenIGTLink messages, remembering each
+/// instrument's last status so that it reports the transitions. Used by one thread (the server's).
+///
+/// Names: the device name of an instrument's TRANSFORM, STATUS and TDATA element is its id
+/// ("atracsys-1000"), that of its tip "<id>-tip"; the protocol allows 20 characters, so a longer
+/// name is cut to 11 and followed by "~" and 8 hexadecimal digits of its hash.
+class IgtlFrameEncoder {
+public:
+    /// Device names of the messages that are not about one instrument.
+    static constexpr const char* CameraDeviceName = "camera";
+    static constexpr const char* TrackingDataDeviceName = "kestrion";
+    static constexpr const char* FiducialsDeviceName = "fiducials";
+    static constexpr const char* StrayGroupName = "stray";
+
+    /// A name of at most 20 characters for `name`, as described above.
+    static std::string deviceName(const std::string& name);
+
+    /// Packs the frame's messages into `out` (its previous content replaced).
+    void encode(const TrackingStreamData& frame, IgtlEncodedFrame& out);
+    /// The camera's STATUS message.
+    Packet cameraStatus(CameraState state, std::uint64_t timestampMs);
+    /// The last STATUS message of every instrument seen so far, for a client that just connected.
+    void instrumentStatuses(std::vector<Packet>& out) const;
+    /// The answer to STT_TDATA.
+    Packet startTrackingDataReply(std::uint64_t timestampMs);
+    /// Appends the IMAGE message of a camera image (8-bit, one channel) under `name`; false (and
+    /// nothing appended) for another kind of image.
+    bool appendImage(std::vector<std::uint8_t>& out, const ImageStreamData& data, const std::string& name);
+
+private:
+    struct InstrumentStatus {
+        int code = -1;
+        int subCode = -1;
+        Packet message;
+    };
+
+    void appendTransform(std::vector<std::uint8_t>& out, const std::string& name,
+                         const Eigen::Matrix3d& rotation, const Eigen::Vector3d& translation);
+    void appendPoints(std::vector<std::uint8_t>& out, const TrackingStreamData& frame);
+    Packet status(const std::string& deviceName, int code, int subCode, const std::string& errorName,
+                  const std::string& text);
+    void stamp(igtl::MessageBase* message) const;
+    static void append(std::vector<std::uint8_t>& out, igtl::MessageBase* message);
+
+    IgtlBufferPool m_pool;
+    std::uint64_t m_timestampMs = 0;
+    // Reused from frame to frame: packing replaces their content.
+    igtl::TransformMessage::Pointer m_transform = igtl::TransformMessage::New();
+    igtl::TrackingDataMessage::Pointer m_trackingData = igtl::TrackingDataMessage::New();
+    std::vector<igtl::TrackingDataElement::Pointer> m_elements;
+    igtl::PointMessage::Pointer m_points = igtl::PointMessage::New();
+    std::vector<igtl::PointElement::Pointer> m_pointElements;
+    igtl::StatusMessage::Pointer m_status = igtl::StatusMessage::New();
+    igtl::ImageMessage::Pointer m_image = igtl::ImageMessage::New();
+    std::map<std::string, InstrumentStatus> m_instruments;
+};
+
+} // namespace Kestrion::Igtl
