@@ -1,5 +1,7 @@
 #include "atracsys/device/AtracsysGeometryHelpers.h"
 
+#include "atracsys/device/AtracsysPivotSection.h"
+
 #include "host/core/Log.h"
 
 #include <QByteArray>
@@ -29,6 +31,61 @@ float toSinglePrecision(double value) {
     if (std::isfinite(value) && std::fabs(value) > static_cast<double>(FLT_MAX))
         return value > 0 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
     return static_cast<float>(value);
+}
+
+std::string readText(std::istream& in) {
+    std::string text;
+    std::string line;
+    while (std::getline(in, line)) {
+        text += line;
+        text += '\n';
+    }
+    return text;
+}
+
+// The geometry record of a parsed file.
+std::optional<ftkGeometry> fromIni(IniFile& ini) {
+    ftkGeometry geometry{};
+    unsigned count = 0;
+    unsigned id = 0;
+    if (!checkSection(ini, "geometry") || !assignUint32(ini, "geometry", "count", &count) ||
+        !assignUint32(ini, "geometry", "id", &id))
+        return std::nullopt;
+    geometry.geometryId = id;
+
+    KESTRION_LOG(Log::Info, "", "Loading geometry " << id << ", composed of " << count << " fiducials");
+
+    // The record holds at most FTK_MAX_FIDUCIALS positions: a larger count cannot be loaded.
+    constexpr unsigned capacity = FTK_MAX_FIDUCIALS;
+    if (count > capacity) {
+        KESTRION_LOG(Log::Error, "",
+                     "AtracsysTracking: Parsing INI file, geometry "
+                         << id << " has " << count << " fiducials, more than the maximum of " << capacity);
+        return std::nullopt;
+    }
+    geometry.pointsCount = count;
+
+    for (unsigned i = 0; i < count; ++i) {
+        const std::string section = "fiducial" + std::to_string(i);
+        float x = 0.0f, y = 0.0f, z = 0.0f;
+        if (!checkSection(ini, section) || !assignFloatXX(ini, section, "x", &x) ||
+            !assignFloatXX(ini, section, "y", &y) || !assignFloatXX(ini, section, "z", &z))
+            return std::nullopt;
+        geometry.positions[i].x = x;
+        geometry.positions[i].y = y;
+        geometry.positions[i].z = z;
+    }
+    return geometry;
+}
+
+std::optional<GeometryFile> fromText(std::string text) {
+    IniFile ini;
+    if (!ini.parse(text.data(), text.size()))
+        return std::nullopt;
+    std::optional<ftkGeometry> geometry = fromIni(ini);
+    if (!geometry)
+        return std::nullopt;
+    return GeometryFile{*geometry, readPivot(ini, geometry->geometryId)};
 }
 
 } // namespace
@@ -69,63 +126,33 @@ bool assignFloatXX(IniFile& ini, const std::string& section, const std::string& 
 }
 
 std::optional<ftkGeometry> loadFile(std::istream& in) {
-    std::string text;
-    std::string line;
-    while (std::getline(in, line)) {
-        text += line;
-        text += '\n';
-    }
-
+    std::string text = readText(in);
     IniFile ini;
     if (!ini.parse(text.data(), text.size()))
         return std::nullopt;
-
-    ftkGeometry geometry{};
-    unsigned count = 0;
-    unsigned id = 0;
-    if (!checkSection(ini, "geometry") || !assignUint32(ini, "geometry", "count", &count) ||
-        !assignUint32(ini, "geometry", "id", &id))
-        return std::nullopt;
-    geometry.geometryId = id;
-
-    KESTRION_LOG(Log::Info, "", "Loading geometry " << id << ", composed of " << count << " fiducials");
-
-    // The record holds at most FTK_MAX_FIDUCIALS positions: a larger count cannot be loaded.
-    constexpr unsigned capacity = FTK_MAX_FIDUCIALS;
-    if (count > capacity) {
-        KESTRION_LOG(Log::Error, "",
-                     "AtracsysTracking: Parsing INI file, geometry "
-                         << id << " has " << count << " fiducials, more than the maximum of " << capacity);
-        return std::nullopt;
-    }
-    geometry.pointsCount = count;
-
-    for (unsigned i = 0; i < count; ++i) {
-        const std::string section = "fiducial" + std::to_string(i);
-        float x = 0.0f, y = 0.0f, z = 0.0f;
-        if (!checkSection(ini, section) || !assignFloatXX(ini, section, "x", &x) ||
-            !assignFloatXX(ini, section, "y", &y) || !assignFloatXX(ini, section, "z", &z))
-            return std::nullopt;
-        geometry.positions[i].x = x;
-        geometry.positions[i].y = y;
-        geometry.positions[i].z = z;
-    }
-    return geometry;
+    return fromIni(ini);
 }
 
 std::optional<ftkGeometry> loadGeometry(const std::string& path) {
+    std::optional<GeometryFile> file = loadGeometryFile(path);
+    if (!file)
+        return std::nullopt;
+    return file->geometry;
+}
+
+std::optional<GeometryFile> loadGeometryFile(const std::string& path) {
     if (path.compare(0, 2, ":/") == 0) {
         QFile file(QString::fromLatin1(path.data(), static_cast<int>(path.size())));
         if (!file.open(QIODevice::ReadOnly))
             return std::nullopt;
         const QByteArray bytes = file.readAll();
         std::istringstream in(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
-        return loadFile(in);
+        return fromText(readText(in));
     }
     std::ifstream in(path);
     if (!in.is_open())
         return std::nullopt;
-    return loadFile(in);
+    return fromText(readText(in));
 }
 
 } // namespace Kestrion::SpryTrack::AtracsysHelpers

@@ -4,6 +4,8 @@
 
 #include <ftkInterface.h>
 
+#include <Eigen/Core>
+
 #include <istream>
 #include <optional>
 #include <string>
@@ -12,7 +14,8 @@ namespace Kestrion::SpryTrack::AtracsysHelpers {
 
 // Marker geometry files: an INI text with a [geometry] section holding "count" and "id", and
 // sections [fiducial0] to [fiducial<count-1>] holding "x", "y" and "z" in millimetres. Other
-// sections and keys are ignored; section order is free.
+// sections and keys are ignored; section order is free. An optional [pivot] section holds the
+// tool tip (AtracsysPivotSection.h).
 
 /// True if `ini` holds `section`; else logs the missing section and returns false.
 bool checkSection(IniFile& ini, const std::string& section);
@@ -36,5 +39,15 @@ std::optional<ftkGeometry> loadFile(std::istream& in);
 /// Reads the geometry file at `path`; paths beginning with ":/" name compiled-in resources.
 /// Empty when the file cannot be opened or loadFile fails.
 std::optional<ftkGeometry> loadGeometry(const std::string& path);
+
+/// A geometry file's content: the SDK's record and the tool tip in the marker's frame, if any.
+struct GeometryFile {
+    ftkGeometry geometry;
+    std::optional<Eigen::Vector3d> tip;
+};
+
+/// loadGeometry with the file's tip: the same record, messages and failures, and the tip of its
+/// [pivot] section (readPivot).
+std::optional<GeometryFile> loadGeometryFile(const std::string& path);
 
 } // namespace Kestrion::SpryTrack::AtracsysHelpers

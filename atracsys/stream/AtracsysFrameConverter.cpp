@@ -113,9 +113,12 @@ void AtracsysFrameConverter::writePoses(const ftkFrameQuery& frame, AtracsysInst
     m_markerIds.resize(markers);
     for (std::uint32_t m = 0; m < markers; ++m)
         m_markerIds[m] = createId(static_cast<int>(frame.markers[m].geometryId));
+    // Entries keep their strings' capacity from frame to frame.
+    std::size_t tips = 0;
     // One pass over the instruments under one lock. A marker whose instrument was removed since
     // the frame was fetched finds none and is ignored.
-    registry.modifyAll([&](const std::string& id, TrackingInstrument& instrument, AtracsysGeometry&) {
+    registry.modifyAll([&](const std::string& id, TrackingInstrument& instrument,
+                           AtracsysGeometry& geometry) {
         if (!instrument.active)
             return;
         for (std::uint32_t m = markers; m-- > 0;) { // the last marker of an id wins
@@ -128,9 +131,27 @@ void AtracsysFrameConverter::writePoses(const ftkFrameQuery& frame, AtracsysInst
                 instrument.matrix(r, 3) = marker.translationMM[r];
             }
             instrument.quality = quality(marker.registrationErrorMM);
+            if (const auto& tip = geometry.tip()) {
+                if (m_tips.size() == tips)
+                    m_tips.emplace_back();
+                InstrumentTipData::Entry& entry = m_tips[tips++];
+                entry.instrumentId = id;
+                entry.tipInMarker = *tip;
+                entry.tipInCamera =
+                    instrument.matrix.topLeftCorner<3, 3>() * *tip + instrument.matrix.topRightCorner<3, 1>();
+            }
             return;
         }
     });
+    m_tips.resize(tips);
+}
+
+std::shared_ptr<InstrumentTipData> AtracsysFrameConverter::tipData() const {
+    if (m_tips.empty())
+        return nullptr;
+    auto data = std::make_shared<InstrumentTipData>();
+    data->entries() = m_tips;
+    return data;
 }
 
 std::shared_ptr<TrackingInstrumentFiducialsData>

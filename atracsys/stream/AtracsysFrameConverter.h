@@ -5,6 +5,7 @@
 #include "atracsys/stream/AtracsysInstruments.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
+#include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 
 #include <ftkInterface.h>
@@ -49,10 +50,14 @@ public:
     void fillUpdate(const ftkFrameQuery& frame, AtracsysUpdate& update);
 
     /// Writes the pose and quality of every marker of the frame into the active instrument
-    /// "atracsys-" + geometry id (markers without instrument are ignored).
+    /// "atracsys-" + geometry id (markers without instrument are ignored), and notes where the
+    /// pose puts the tip of each instrument whose geometry has one (tipData).
     void writePoses(const ftkFrameQuery& frame, AtracsysInstruments& registry);
     /// Quality of a marker pose from its registration error: 1 - error / 10 mm, at least 0.
     static double quality(double registrationErrorMM);
+    /// The tips noted by the last writePoses as a data component; null when no instrument with a
+    /// tip was tracked in that frame.
+    std::shared_ptr<InstrumentTipData> tipData() const;
 
     /// The selected fiducials as a data component: position, owner id hash, index of the owning
     /// instrument in `instruments`, probability, epipolar and triangulation errors, and the pixel
@@ -67,6 +72,7 @@ private:
     std::vector<std::string> m_markerIds;            // instrument id per marker of the frame
     std::vector<std::uint32_t> m_markerInstrument;   // instrument index per marker of the frame
     std::vector<std::uint32_t> m_fiducialInstrument; // instrument index per fiducial of the frame
+    std::vector<InstrumentTipData::Entry> m_tips;    // tips of the instruments tracked in the frame
 };
 
 } // namespace Kestrion::SpryTrack

@@ -2,13 +2,17 @@
 
 #include <ftkInterface.h>
 
+#include <Eigen/Core>
+
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Kestrion::SpryTrack {
 
 /// The marker geometry of one tracking instrument: the INI file it came from, the SDK geometry
-/// record read from it, and whether the current device handle holds it.
+/// record read from it, whether the current device handle holds it, and the tool tip in the
+/// marker's frame (millimetres) when the file has one (the SDK's record has no place for it).
 class AtracsysGeometry {
 public:
     AtracsysGeometry(std::string path, const ftkGeometry& geometry, bool onDevice)
@@ -27,10 +31,14 @@ public:
     bool isOnDevice() const { return m_onDevice; }
     void setOnDevice(bool onDevice) { m_onDevice = onDevice; }
 
+    const std::optional<Eigen::Vector3d>& tip() const { return m_tip; }
+    void setTip(const std::optional<Eigen::Vector3d>& tip) { m_tip = tip; }
+
 private:
     std::string m_path;
     ftkGeometry m_geometry;
     bool m_onDevice;
+    std::optional<Eigen::Vector3d> m_tip;
 };
 
 /// Geometry ids up to 999 are reserved by the SDK for the device type named "SpryTrack": for that

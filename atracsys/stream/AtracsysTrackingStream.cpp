@@ -287,11 +287,12 @@ bool AtracsysTrackingStream::stopImpl() {
 // Geometries ----------------------------------------------------------------------------------
 
 bool AtracsysTrackingStream::addGeometry(const std::string& name, const std::string& path) {
-    std::optional<ftkGeometry> geometry = AtracsysHelpers::loadGeometry(path);
-    if (!geometry) {
+    std::optional<AtracsysHelpers::GeometryFile> file = AtracsysHelpers::loadGeometryFile(path);
+    if (!file) {
         KESTRION_LOG_ERROR(Category, "Cannot load geometry from file " << path);
         return false;
     }
+    ftkGeometry* const geometry = &file->geometry;
     InstrumentModifications modifications;
     {
         // Held until the instrument exists, so that a close in between marks it as not on the
@@ -309,8 +310,9 @@ bool AtracsysTrackingStream::addGeometry(const std::string& name, const std::str
                 KESTRION_LOG_ERROR(Category,
                                    "Cannot set geometry loaded from " << path << " to tracking system");
         }
-        modifications = m_instruments->create(
-            TrackerID(id, name), std::make_unique<AtracsysGeometry>(path, *geometry, onDevice), true);
+        auto special = std::make_unique<AtracsysGeometry>(path, *geometry, onDevice);
+        special->setTip(file->tip);
+        modifications = m_instruments->create(TrackerID(id, name), std::move(special), true);
     }
     emitSignals(modifications);
     return modifications.testFlag(InstrumentModification::InstrumentsChanged);
@@ -489,6 +491,7 @@ void AtracsysTrackingStream::processFrame(const ftkFrameQuery& fetched, Clock::t
     std::shared_ptr<TrackingStreamData> tracking = createTrackingStreamData();
     if (mode != NoFiducials)
         tracking->addComponent(m_converter.fiducialsData(frame, tracking->instruments()));
+    tracking->addComponent(m_converter.tipData()); // none without a tracked tip
     if (frame.imageHeader &&
         static_cast<std::int8_t>(frame.imageHeaderStat) == static_cast<std::int8_t>(ftkQueryStatus::QS_OK)) {
         // The device record is written at open only, but it is the device context's (mutex).

@@ -206,4 +206,22 @@ FTK_API size_t ftkSimLiveFrames() {
     return FrameRecord::liveCount();
 }
 
+FTK_API bool ftkSimGetPivotTruth(uint64 serial, uint32 geometryId, float64 tipInMarkerMM[3],
+                                 float64 pivotPointMM[3]) {
+    const auto device = Simulator::instance().device(serial);
+    if (!device || tipInMarkerMM == nullptr || pivotPointMM == nullptr) {
+        return fail("ftkSimGetPivotTruth: unknown device or no output");
+    }
+    for (const MarkerDescription& marker : device->scene().markers) {
+        if (marker.geometryId == geometryId && marker.motion.kind == Motion::Kind::Pivot) {
+            for (int k = 0; k < 3; ++k) {
+                tipInMarkerMM[k] = marker.motion.tip(k);
+                pivotPointMM[k] = marker.motion.pivotPoint(k);
+            }
+            return succeed();
+        }
+    }
+    return fail("ftkSimGetPivotTruth: no pivoting marker " + std::to_string(geometryId));
+}
+
 } // extern "C"

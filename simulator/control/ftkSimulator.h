@@ -77,6 +77,11 @@ FTK_API uint64 ftkSimFetchCount(uint64 serial);
 /// Truth of the last frame delivered through `lib` for device `serial`. FTK_ERR_INV_PTR for a bad
 /// handle or record, FTK_ERR_INV_SN for an unknown serial, FTK_WAR_NO_FRAME before any frame.
 FTK_API ftkError ftkSimGetFrameTruth(ftkLibrary lib, uint64 serial, ftkSimFrameTruth* truth);
+/// The tool tip of a marker that moves by a "pivot" motion in the scene of device `serial`: the
+/// tip in the marker's frame and the pivot point it rests on in the camera's frame (mm). False
+/// for an unknown serial, a marker not in the scene or one that does not pivot.
+FTK_API bool ftkSimGetPivotTruth(uint64 serial, uint32 geometryId, float64 tipInMarkerMM[3],
+                                 float64 pivotPointMM[3]);
 
 // --- Leak counters ------------------------------------------------------------------------------
 

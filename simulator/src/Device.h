@@ -37,6 +37,8 @@ public:
     std::uint64_t serial() const { return m_serial; }
     ftkDeviceType type() const { return m_model.type; }
     const DeviceModel& model() const { return m_model; }
+    /// The scene the device was made from (fixed for its life).
+    const SceneDescription& scene() const { return m_producer.scene(); }
 
     /// Hidden by a "no device" fault: not enumerated, serial unknown.
     bool hidden();

@@ -38,6 +38,7 @@ public:
     void renderImages(const ProductionSettings& settings, FrameData& frame);
 
     const DeviceModel& model() const { return m_model; }
+    const SceneDescription& scene() const { return *m_scene; }
 
 private:
     struct Detection {

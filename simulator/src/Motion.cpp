@@ -45,6 +45,12 @@ Eigen::Isometry3d Motion::poseAt(double timeS) const {
         const Eigen::Matrix3d wobble = rotationFromDegrees(amplitudeDeg * s);
         return makePose(wobble * base, position + amplitudeMM * s);
     }
+    case Kind::Pivot: {
+        // Tilted about an axis across the camera's line of sight, so the marker keeps facing it.
+        const Eigen::Vector3d across(std::cos(phase), std::sin(phase), 0.0);
+        const Eigen::Matrix3d rotation = Eigen::AngleAxisd(coneDeg * DegToRad, across) * base;
+        return makePose(rotation, pivotPoint - rotation * tip);
+    }
     case Kind::Trajectory: {
         if (samples.empty()) {
             return makePose(base, position);

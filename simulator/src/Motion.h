@@ -9,7 +9,7 @@ namespace Kestrion::Simulator {
 
 /// How a marker moves: its pose (marker frame -> camera frame) as a function of device time.
 struct Motion {
-    enum class Kind { Static, Orbit, Sinusoid, Trajectory };
+    enum class Kind { Static, Orbit, Sinusoid, Trajectory, Pivot };
 
     /// One recorded pose of a trajectory.
     struct Sample {
@@ -30,6 +30,11 @@ struct Motion {
     double phaseDeg = 0.0;
     std::vector<Sample> samples; ///< Trajectory, sorted by time.
     bool loop = true;            ///< Trajectory: repeat after the last sample (else hold it).
+    /// Pivot: the tool tip (marker frame) rests at pivotPoint (camera frame) while the marker,
+    /// tilted by coneDeg from its base orientation, sweeps once round the cone per period.
+    Eigen::Vector3d tip = Eigen::Vector3d::Zero();
+    Eigen::Vector3d pivotPoint = Eigen::Vector3d(0, 0, 700);
+    double coneDeg = 0.0;
 
     /// Pose at device time t (seconds since the device started).
     Eigen::Isometry3d poseAt(double timeS) const;

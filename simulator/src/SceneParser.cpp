@@ -58,7 +58,7 @@ std::vector<Motion::Sample> trajectoryFile(const std::string& path, const std::s
 Motion motion(const json& m, const std::string& where, const std::string& baseDir) {
     checkKeys(m, where,
               {"type", "position", "rotationDeg", "center", "axis", "radiusMM", "amplitudeMM", "amplitudeDeg",
-               "periodS", "phaseDeg", "samples", "file", "loop"});
+               "periodS", "phaseDeg", "samples", "file", "loop", "tip", "pivotPoint", "coneDeg"});
     Motion out;
     const std::string type = m.contains("type") ? text(m.at("type"), at(where, "type")) : "static";
     out.rotationDeg = vector3Or(m, "rotationDeg", where, Eigen::Vector3d::Zero());
@@ -80,6 +80,15 @@ Motion motion(const json& m, const std::string& where, const std::string& baseDi
         out.kind = Motion::Kind::Sinusoid;
         out.position = vector3Or(m, "position", where, out.position);
         out.amplitudeMM = vector3Or(m, "amplitudeMM", where, Eigen::Vector3d::Zero());
+        out.periodS = positive(m, "periodS", where, 5.0);
+    } else if (type == "pivot") {
+        out.kind = Motion::Kind::Pivot;
+        out.tip = vector3Or(m, "tip", where, Eigen::Vector3d::Zero());
+        out.pivotPoint = vector3Or(m, "pivotPoint", where, out.pivotPoint);
+        out.coneDeg = numberOr(m, "coneDeg", where, 20.0);
+        if (out.coneDeg < 0.0 || out.coneDeg > 80.0) {
+            throw SceneError(at(where, "coneDeg"), "must be between 0 and 80");
+        }
         out.periodS = positive(m, "periodS", where, 5.0);
     } else if (type == "trajectory") {
         out.kind = Motion::Kind::Trajectory;
@@ -113,7 +122,7 @@ Motion motion(const json& m, const std::string& where, const std::string& baseDi
         }
     } else {
         throw SceneError(at(where, "type"),
-                         "unknown motion '" + type + "' (static, orbit, sinusoid, trajectory)");
+                         "unknown motion '" + type + "' (static, orbit, sinusoid, pivot, trajectory)");
     }
     return out;
 }

@@ -132,3 +132,41 @@ TEST(GeometryLoading, ReadsTheRecordFromTextDiskAndCompiledInResources) {
     EXPECT_EQ(render(loadGeometry(path)), "3 0 | 0,0,0 0,0,0 0,0,0 0,0,0 0,0,0 0,0,0");
     EXPECT_FALSE(loadGeometry("./:/test-geometry/geometry1200.ini").has_value());
 }
+
+TEST(GeometryLoading, TheToolTipComesFromThePivotSectionAndABrokenOneIsLeftOut) {
+    TestSupport::LogCapture capture;
+    // The field's file loads with its tip, and with the same record and messages as without it.
+    const auto field = loadGeometryFile(dataDir + "geometry4.ini");
+    ASSERT_TRUE(field.has_value());
+    ASSERT_TRUE(field->tip.has_value());
+    EXPECT_EQ(*field->tip, Eigen::Vector3d(0, 0, -148.5));
+    EXPECT_EQ(render(field->geometry), "8 4 | 0,0,0 0,72.5,0 -38.25,31,0 -12,-52.75,0 0,0,0 0,0,0");
+    EXPECT_EQ(capture->size(), 1u) << capture->dump();
+    const auto noTip = loadGeometryFile(dataDir + "geometry1200.ini");
+    ASSERT_TRUE(noTip.has_value());
+    EXPECT_FALSE(noTip->tip.has_value());
+
+    QTemporaryDir dir;
+    const std::string base = "[geometry]\ncount=0\nid=5\n[pivot]\n";
+    const std::string prefix = "AtracsysTracking: Parsing INI file, geometry 5 is loaded without tip: ";
+    const std::pair<std::string, std::string> broken[] = {
+        {"x=1\ny=2\n", "could not find key \"z\" in section \"pivot\""},
+        {"x=1\ny=2mm\nz=3\n", "key \"y\" in section \"pivot\" is not a finite number: \"2mm\""},
+        {"x=\ny=2\nz=3\n", "key \"x\" in section \"pivot\" is not a finite number: \"\""},
+        {"x=1\ny=2\nz=1e999\n", "key \"z\" in section \"pivot\" is not a finite number: \"1e999\""},
+        {"x=1\ny=2\nz=nan\n", "key \"z\" in section \"pivot\" is not a finite number: \"nan\""},
+    };
+    for (const auto& [keys, reason] : broken) {
+        capture->clear();
+        const std::string path = dir.filePath("broken.ini").toStdString();
+        std::ofstream(path) << base << keys;
+        const auto loaded = loadGeometryFile(path);
+        ASSERT_TRUE(loaded.has_value()) << keys;
+        EXPECT_FALSE(loaded->tip.has_value()) << keys;
+        EXPECT_EQ(capture->count(Log::Warning, "", prefix + reason), 1u) << capture->dump();
+    }
+    // Blanks after a number are accepted, as a hand-edited file has them.
+    const std::string path = dir.filePath("blanks.ini").toStdString();
+    std::ofstream(path) << base << "x= -1.5 \ny=2\t\nz=+3e1\n";
+    EXPECT_EQ(loadGeometryFile(path)->tip, Eigen::Vector3d(-1.5, 2, 30));
+}

@@ -9,6 +9,7 @@
 #include "host/core/Time.h"
 #include "host/stream/ImageStream.h"
 #include "host/stream/ImageStreamData.h"
+#include "host/stream/InstrumentTipData.h"
 #include "host/stream/SubstreamBase.h"
 #include "tests/support/LogCapture.h"
 
@@ -16,9 +17,12 @@
 
 #include <Eigen/Geometry>
 
+#include <QTemporaryDir>
+
 #include <algorithm>
 #include <bitset>
 #include <cmath>
+#include <fstream>
 #include <functional>
 #include <tuple>
 
@@ -153,6 +157,43 @@ TEST(TrackingStreamAcquisition, QualityFollowsTheRegistrationError) {
         EXPECT_NEAR(instrument->quality, 1.0 - registrationError / 10.0, 2e-4);
     }
     EXPECT_EQ(capture->countContaining("AtracsysTrackingStream: "), 0u) << capture->dump();
+}
+
+TEST(TrackingStreamAcquisition, TrackedToolTipsAreReportedWhereThePoseCarriesThem) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    QTemporaryDir dir;
+    const std::string withTip = dir.filePath("geometry1000.ini").toStdString();
+    {
+        std::ifstream in(dataFile("geometry1000.ini"));
+        std::ofstream(withTip) << in.rdbuf() << "\n[pivot]\nx=10\ny=-20\nz=-150.5\n";
+    }
+    ProbedStream stream;
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.open());
+    ASSERT_TRUE(stream.addGeometry("tool", withTip));
+    ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
+    int tracked = 0;
+    for (int i = 0; i < 60; ++i) {
+        const auto tracking = trackingOf(frame(stream, recorder));
+        const TrackingInstrument* tool = tracking->instrument("atracsys-1000");
+        const InstrumentTipData* tips = tracking->component<InstrumentTipData>();
+        if (tool->quality == 0.0) {
+            EXPECT_EQ(tips, nullptr) << "an untracked tool has no tip position";
+            continue;
+        }
+        ++tracked;
+        ASSERT_NE(tips, nullptr);
+        ASSERT_EQ(tips->entries().size(), 1u) << "the reference has no tip";
+        const InstrumentTipData::Entry* entry = tips->find("atracsys-1000");
+        ASSERT_NE(entry, nullptr);
+        EXPECT_EQ(entry->tipInMarker, Eigen::Vector3d(10, -20, -150.5));
+        EXPECT_LT(
+            (entry->tipInCamera - (tool->matrix * Eigen::Vector4d(10, -20, -150.5, 1)).head<3>()).norm(),
+            1e-9);
+    }
+    EXPECT_GT(tracked, 30);
+    EXPECT_EQ(capture->countContaining("without tip"), 0u) << capture->dump();
 }
 
 TEST(TrackingStreamAcquisition, FiducialModesSelectExactlyTheirFiducials) {

@@ -1,0 +1,70 @@
+#include "atracsys/calibration/AtracsysPivotFile.h"
+
+#include "host/core/File.h"
+
+#include <iomanip>
+#include <optional>
+#include <sstream>
+
+namespace Kestrion {
+
+namespace {
+
+// The section a line opens, by the geometry reader's rule: a line holding "[" and "]" is a
+// header naming what lies between the first "[" and the last "]".
+std::optional<std::string> sectionOf(const std::string& line) {
+    const auto open = line.find('[');
+    const auto close = line.rfind(']');
+    if (open == std::string::npos || close == std::string::npos)
+        return std::nullopt;
+    return close > open ? line.substr(open + 1, close - open - 1) : line.substr(open + 1);
+}
+
+} // namespace
+
+std::string AtracsysPivotFile::withPivot(const std::string& text, const Eigen::Vector3d& tip) {
+    const std::string eol = text.find("\r\n") != std::string::npos ? "\r\n" : "\n";
+    std::string result;
+    bool inPivot = false;
+    std::size_t begin = 0;
+    while (begin < text.size()) {
+        std::size_t end = text.find('\n', begin);
+        end = end == std::string::npos ? text.size() : end + 1;
+        const std::string line = text.substr(begin, end - begin);
+        if (const auto section = sectionOf(line))
+            inPivot = *section == "pivot";
+        if (!inPivot)
+            result += line;
+        begin = end;
+    }
+    if (!result.empty() && result.back() != '\n')
+        result += eol;
+    std::ostringstream pivot;
+    pivot << std::fixed << std::setprecision(3) << "[pivot]" << eol << "x=" << tip.x() << eol
+          << "y=" << tip.y() << eol << "z=" << tip.z() << eol;
+    return result + pivot.str();
+}
+
+bool AtracsysPivotFile::save(const std::string& path, const Eigen::Vector3d& tip, std::string& error) {
+    std::string reason;
+    const std::optional<std::string> text = Filesystem::File::readText(Filesystem::Path(path), &reason);
+    if (!text) {
+        error = "cannot read " + path + ": " + reason;
+        return false;
+    }
+    bool geometry = false;
+    std::istringstream lines(*text);
+    for (std::string line; std::getline(lines, line);)
+        geometry = geometry || sectionOf(line) == std::optional<std::string>("geometry");
+    if (!geometry) {
+        error = path + " is not a marker geometry file (it has no [geometry] section)";
+        return false;
+    }
+    if (!Filesystem::File::writeText(Filesystem::Path(path), withPivot(*text, tip))) {
+        error = "cannot write " + path + " (see the error above)";
+        return false;
+    }
+    return true;
+}
+
+} // namespace Kestrion

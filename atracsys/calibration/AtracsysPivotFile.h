@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Eigen/Core>
+
+#include <string>
+
+namespace Kestrion {
+
+/// Writes a tool tip into a marker geometry file as its [pivot] section ("x", "y", "z": the tip
+/// in the marker's frame, millimetres), keeping every other line of the file as it is.
+class AtracsysPivotFile {
+public:
+    /// `text` without its [pivot] section (if any) and with a new one holding `tip` at the end,
+    /// in the text's own line ends.
+    static std::string withPivot(const std::string& text, const Eigen::Vector3d& tip);
+
+    /// Puts `tip` into the geometry file at `path`: the new text goes to a temporary file in the
+    /// same folder that is then renamed over it, so the file holds the old or the whole new text.
+    /// False, with the reason in `error` and the file untouched, when it cannot be read, is not a
+    /// marker geometry file (no [geometry] section) or cannot be replaced.
+    static bool save(const std::string& path, const Eigen::Vector3d& tip, std::string& error);
+};
+
+} // namespace Kestrion
