@@ -109,6 +109,8 @@ void AtracsysTrackingStream::configure(const Properties* properties) {
     double distance = 0.0;
     if (properties->getParam("maxFiducialMarkerDistance", distance))
         setMaxFiducialMarkerDistance(distance);
+    if (properties->getParam("registrationErrorThreshold", distance))
+        setRegistrationErrorThreshold(distance);
 
     const Properties* targets = properties->subProperty("TrackingTargets");
     if (!targets)
@@ -139,6 +141,8 @@ void AtracsysTrackingStream::configuration(Properties* properties) const {
     properties->setParam("connect", initialized);
     properties->setParamAttribute("connect", "hidden", "true");
     properties->setParam("maxFiducialMarkerDistance", maxFiducialMarkerDistance());
+    if (registrationErrorThreshold() != 0.5)
+        properties->setParam("registrationErrorThreshold", registrationErrorThreshold());
 
     // Names and paths are collected under the registry's lock and written after it.
     std::vector<std::pair<std::string, std::string>> targets;
@@ -212,6 +216,7 @@ bool AtracsysTrackingStream::openDevice() {
     AtracsysHelpers::setOption<float>(device.library(), device.serialNumber(), device.options(),
                                       m_distanceMatchingTolerance.name(),
                                       m_distanceMatchingTolerance.value());
+    m_deviceTolerance = m_distanceMatchingTolerance.value();
     if (device.device().name == "sTk 180" || device.device().name == "sTk 300")
         setSpryTrackOptions();
 
@@ -492,6 +497,10 @@ void AtracsysTrackingStream::processFrame(const ftkFrameQuery& fetched, Clock::t
     if (mode != NoFiducials)
         tracking->addComponent(m_converter.fiducialsData(frame, tracking->instruments()));
     tracking->addComponent(m_converter.tipData()); // none without a tracked tip
+    if (instrumentStatusRequested())
+        tracking->addComponent(
+            m_statusReporter.report(frame, *m_instruments, tracking->instruments(),
+                                    {m_deviceTolerance.load(), registrationErrorThreshold()}));
     if (frame.imageHeader &&
         static_cast<std::int8_t>(frame.imageHeaderStat) == static_cast<std::int8_t>(ftkQueryStatus::QS_OK)) {
         // The device record is written at open only, but it is the device context's (mutex).

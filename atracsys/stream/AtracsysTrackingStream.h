@@ -4,6 +4,7 @@
 #include "atracsys/stream/AtracsysGeometry.h"
 #include "atracsys/stream/AtracsysInstrumentId.h"
 #include "atracsys/stream/AtracsysInstruments.h"
+#include "atracsys/stream/AtracsysStatusReporter.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
 #include "host/core/Parameter.h"
@@ -64,6 +65,11 @@ public:
     /// The instruments with their geometries.
     AtracsysInstruments& registry() { return *m_instruments; }
 
+    /// Registration errors (mm) above which a tracked instrument's status is "high error"; the key
+    /// "registrationErrorThreshold", written only when it differs from the default 0.5.
+    double registrationErrorThreshold() const { return m_registrationErrorThreshold.load(); }
+    void setRegistrationErrorThreshold(double millimetres) { m_registrationErrorThreshold = millimetres; }
+
     /// Reads the settings and loads the geometries of "TrackingTargets"; null is ignored.
     void configure(const Properties* properties) override;
     /// Writes the settings and one "TrackingTargets" entry per instrument; null is ignored.
@@ -117,6 +123,10 @@ private:
 
     /// Per-frame work and buffers of the worker thread.
     AtracsysFrameConverter m_converter;
+    AtracsysStatusReporter m_statusReporter;
+    std::atomic<double> m_registrationErrorThreshold{0.5};
+    /// The distance matching tolerance the camera was given at the last open (status reasons).
+    std::atomic<double> m_deviceTolerance{1.0};
 
     static std::atomic<AtracsysTrackingStream*> m_instance;
 };
