@@ -1,0 +1,233 @@
+// The OpenIGTLink server on the loopback address: what each client gets, and that broken, slow
+// and surplus clients are dropped without disturbing the others.
+#include "IgtlTestClient.h"
+
+#include "host/igtl/IgtlServer.h"
+#include "host/stream/TrackingInstrumentFiducialsData.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+#include "tests/support/LogCapture.h"
+
+#include <igtlStatusMessage.h>
+#include <igtl_header.h>
+#include <igtlTrackingDataMessage.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+namespace Kestrion::Igtl {
+namespace {
+
+using Test::IgtlTestClient;
+using Bytes = std::vector<std::uint8_t>;
+
+/// A tracking stream whose frames the test emits itself, on its own thread.
+class ScriptedStream : public TrackingStream {
+public:
+    ScriptedStream()
+        : TrackingStream("scripted") {}
+    ~ScriptedStream() override { close(); }
+    std::vector<TrackingInstrument> instruments() const override { return {}; }
+    void emitFrame(std::uint64_t timestampMs, std::size_t fiducials = 0) {
+        TrackingInstrument tool{TrackerID("atracsys-1")};
+        tool.quality = 0.9;
+        tool.matrix(2, 3) = static_cast<double>(timestampMs % 1000);
+        auto frame = std::make_shared<TrackingStreamData>(this, std::vector<TrackingInstrument>{tool}, 0, timestampMs);
+        auto points = std::make_shared<TrackingInstrumentFiducialsData>();
+        for (std::size_t i = 0; i < fiducials; ++i)
+            points->addFiducial({1, 2, 3}, 0, 0, 1, 0, 0, 1, 1);
+        frame->addComponent(points);
+        emitStreamData(frame);
+    }
+};
+
+Bytes packed(igtl::MessageBase::Pointer message) {
+    message->Pack();
+    const auto* bytes = static_cast<const std::uint8_t*>(message->GetPackPointer());
+    return Bytes(bytes, bytes + message->GetPackSize());
+}
+
+int statusCode(const Test::ReceivedMessage& message) {
+    auto status = igtl::StatusMessage::New();
+    auto header = igtl::MessageHeader::New();
+    header->InitPack();
+    std::memcpy(header->GetPackPointer(), message.pack.data(), IGTL_HEADER_SIZE);
+    header->Unpack();
+    status->SetMessageHeader(header);
+    status->AllocatePack();
+    std::memcpy(status->GetPackBodyPointer(), message.pack.data() + IGTL_HEADER_SIZE,
+                message.pack.size() - IGTL_HEADER_SIZE);
+    status->Unpack(1);
+    return status->GetCode();
+}
+
+/// Waits (bounded, 20 s) until the condition holds.
+template <class Condition>
+bool waitFor(Condition condition) {
+    for (int i = 0; i < 2000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return condition();
+}
+bool waitForClients(const IgtlServer& server, std::size_t count) {
+    return waitFor([&] { return server.clients().size() == count; });
+}
+
+IgtlServerSettings loopback() {
+    IgtlServerSettings settings;
+    settings.port = 0;
+    return settings;
+}
+
+TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
+    TestSupport::LogCapture log;
+    ScriptedStream stream;
+    IgtlServer server(loopback());
+    ASSERT_TRUE(server.start());
+    server.serve(&stream);
+    EXPECT_TRUE(stream.instrumentStatusRequested());
+    ASSERT_TRUE(stream.open() && stream.start());
+
+    IgtlTestClient a(server.port());
+    auto camera = a.next("STATUS");
+    ASSERT_TRUE(camera);
+    EXPECT_EQ(camera->name, "camera");
+    EXPECT_EQ(statusCode(*camera), igtl::StatusMessage::STATUS_OK);
+    auto start = igtl::StartTrackingDataMessage::New();
+    start->SetResolution(0);
+    a.send(packed(start.GetPointer()));
+    ASSERT_TRUE(a.next("RTS_TDATA"));
+    stream.emitFrame(1700000000100);
+    auto pose = a.next("TRANSFORM");
+    ASSERT_TRUE(pose);
+    EXPECT_EQ(pose->name, "atracsys-1");
+    ASSERT_TRUE(a.next("TDATA"));
+
+    // A later client hears of the camera and of the instrument first.
+    IgtlTestClient b(server.port());
+    ASSERT_TRUE(waitForClients(server, 2));
+    auto tool = b.next("STATUS");
+    ASSERT_TRUE(tool && b.next("STATUS"));
+    stream.emitFrame(1700000000200);
+    EXPECT_TRUE(b.next("TRANSFORM"));
+    EXPECT_TRUE(a.next("TRANSFORM"));
+    // Camera and instrument status, RTS_TDATA, two frames of TRANSFORM and TDATA.
+    EXPECT_TRUE(waitFor([&] { return server.clients()[0].messagesSent == 7; }));
+    EXPECT_TRUE(server.clients()[0].trackingData);
+    EXPECT_FALSE(server.clients()[1].trackingData);
+
+    stream.close(); // through stopping (not tracking) to closed
+    std::optional<Igtl::Test::ReceivedMessage> status;
+    while ((status = a.next("STATUS")) && statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY)
+        ;
+    ASSERT_TRUE(status);
+    EXPECT_EQ(statusCode(*status), igtl::StatusMessage::STATUS_DISABLED);
+    const std::string where = "127.0.0.1:" + std::to_string(server.port());
+    const std::string aAddress = a.address();
+    a.close();
+    server.stop();
+    EXPECT_FALSE(stream.instrumentStatusRequested());
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server listening on " + where)) << log->dump();
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink client " + aAddress + " connected"));
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server stopped"));
+}
+
+TEST(IgtlServer, DropsBrokenSlowAndSurplusClientsWhileTheOthersGoOn) {
+    TestSupport::LogCapture log;
+    ScriptedStream stream;
+    IgtlServerSettings settings = loopback();
+    settings.maxClients = 4;
+    settings.sendTimeoutMs = 200;
+    IgtlServer server(settings);
+    ASSERT_TRUE(server.start());
+    server.serve(&stream);
+
+    IgtlTestClient good(server.port());
+    IgtlTestClient stalled(server.port(), 4096);
+    IgtlTestClient garbage(server.port());
+    IgtlTestClient halfway(server.port());
+    ASSERT_TRUE(waitForClients(server, 4));
+    IgtlTestClient surplus(server.port());
+    EXPECT_TRUE(surplus.closedByServer());
+
+    garbage.send(Bytes(64, 0x47));
+    Bytes header = packed(igtl::StopTrackingDataMessage::New().GetPointer());
+    header.resize(30);
+    halfway.send(header);
+    halfway.finishSending();
+    ASSERT_TRUE(waitForClients(server, 2));
+
+    // Large frames until the client that never reads has been dropped; the good one gets each.
+    std::atomic<int> received{0};
+    std::thread reader([&] {
+        while (good.next("TRANSFORM"))
+            ++received;
+    });
+    int emitted = 0;
+    while (server.clients().size() > 1 && emitted < 5000) {
+        stream.emitFrame(1700000000000 + static_cast<std::uint64_t>(emitted), 3000);
+        ++emitted;
+        for (int i = 0; i < 2000 && received.load() < emitted; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(server.clients().size(), 1u);
+    EXPECT_EQ(received.load(), emitted);
+    EXPECT_EQ(server.clients()[0].messagesDropped, 0u);
+    const std::string stalledAddress = stalled.address();
+    server.stop();
+    reader.join();
+
+    const auto warned = [&](const std::string& who, const std::string& what) {
+        return log->contains(Log::Warning, "IgtlServer", "OpenIGTLink client " + who + what);
+    };
+    EXPECT_TRUE(warned(surplus.address(), " refused: the limit of 4 clients is reached")) << log->dump();
+    EXPECT_TRUE(warned(garbage.address(), " dropped: unsupported header version 18247"));
+    EXPECT_TRUE(warned(halfway.address(), " dropped: disconnected in the middle of a message"));
+    EXPECT_TRUE(warned(stalledAddress, " dropped: stopped reading for 200 ms"));
+}
+
+TEST(IgtlServer, ReportsACameraThatStopsDeliveringFrames) {
+    ScriptedStream stream;
+    IgtlServerSettings settings = loopback();
+    settings.noFramesTimeoutMs = 100;
+    IgtlServer server(settings);
+    ASSERT_TRUE(server.start());
+    server.serve(&stream);
+    IgtlTestClient client(server.port());
+    auto closed = client.next("STATUS");
+    ASSERT_TRUE(closed);
+    EXPECT_EQ(statusCode(*closed), igtl::StatusMessage::STATUS_DISABLED);
+    ASSERT_TRUE(stream.open() && stream.start());
+    // Not ready and tracking may pass too quickly to be seen; then no frames for 100 ms.
+    std::optional<Igtl::Test::ReceivedMessage> status;
+    while ((status = client.next("STATUS")) && statusCode(*status) != igtl::StatusMessage::STATUS_TIME_OUT)
+        EXPECT_TRUE(statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY ||
+                    statusCode(*status) == igtl::StatusMessage::STATUS_OK);
+    ASSERT_TRUE(status);
+    stream.emitFrame(1700000000000);
+    auto again = client.next("STATUS");
+    ASSERT_TRUE(again);
+    EXPECT_EQ(statusCode(*again), igtl::StatusMessage::STATUS_OK);
+}
+
+TEST(IgtlServer, ReportsAnAddressOrPortItCannotListenOn) {
+    TestSupport::LogCapture log;
+    IgtlServer first(loopback());
+    ASSERT_TRUE(first.start());
+    IgtlServerSettings taken = loopback();
+    taken.port = first.port();
+    IgtlServerSettings named = loopback();
+    named.bindAddress = "localhost";
+    std::string error;
+    EXPECT_FALSE(IgtlServer(taken).start(&error));
+    EXPECT_EQ(error, "OpenIGTLink server cannot listen on 127.0.0.1:" + std::to_string(first.port()) +
+                         ": Address already in use");
+    EXPECT_TRUE(log->contains(Log::Error, "IgtlServer", error));
+    EXPECT_FALSE(IgtlServer(named).start(&error));
+    EXPECT_EQ(error, "OpenIGTLink server cannot listen on localhost:0: not an IPv4 address");
+}
+
+} // namespace
+} // namespace Kestrion::Igtl

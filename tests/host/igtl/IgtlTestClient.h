@@ -1,0 +1,47 @@
+#pragma once
+
+// A client of the OpenIGTLink server on the loopback address, reading messages with a deadline.
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Kestrion::Igtl::Test {
+
+struct ReceivedMessage {
+    std::string type;
+    std::string name;
+    std::vector<std::uint8_t> pack; // header and body
+};
+
+class IgtlTestClient {
+public:
+    /// Connects to 127.0.0.1:port; a receive buffer size > 0 is set before connecting.
+    explicit IgtlTestClient(int port, int receiveBufferBytes = 0);
+    ~IgtlTestClient();
+    IgtlTestClient(const IgtlTestClient&) = delete;
+    IgtlTestClient& operator=(const IgtlTestClient&) = delete;
+
+    bool connected() const { return m_socket >= 0; }
+    /// "127.0.0.1:<local port>", as the server names this client.
+    std::string address() const;
+    void send(const std::vector<std::uint8_t>& bytes);
+    void close();
+    /// Ends sending (the server reads the end of the stream), keeping the socket.
+    void finishSending();
+    /// The next message of that type (others are read and skipped); nothing when the server
+    /// closes the connection or none comes within the time.
+    std::optional<ReceivedMessage> next(const std::string& type,
+                                        std::chrono::milliseconds within = std::chrono::seconds(20));
+    /// Whether the server closed the connection within the time (everything before is skipped).
+    bool closedByServer(std::chrono::milliseconds within = std::chrono::seconds(20));
+
+private:
+    bool readFully(std::uint8_t* data, std::size_t size, std::chrono::steady_clock::time_point deadline);
+
+    int m_socket = -1;
+};
+
+} // namespace Kestrion::Igtl::Test
