@@ -9,8 +9,8 @@
 #include "tests/support/LogCapture.h"
 
 #include <igtlStatusMessage.h>
-#include <igtl_header.h>
 #include <igtlTrackingDataMessage.h>
+#include <igtl_header.h>
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@
 namespace Kestrion::Igtl {
 namespace {
 
-using Test::IgtlTestClient;
+using IgtlTest::IgtlTestClient;
 using Bytes = std::vector<std::uint8_t>;
 
 /// A tracking stream whose frames the test emits itself, on its own thread.
@@ -35,7 +35,8 @@ public:
         TrackingInstrument tool{TrackerID("atracsys-1")};
         tool.quality = 0.9;
         tool.matrix(2, 3) = static_cast<double>(timestampMs % 1000);
-        auto frame = std::make_shared<TrackingStreamData>(this, std::vector<TrackingInstrument>{tool}, 0, timestampMs);
+        auto frame =
+            std::make_shared<TrackingStreamData>(this, std::vector<TrackingInstrument>{tool}, 0, timestampMs);
         auto points = std::make_shared<TrackingInstrumentFiducialsData>();
         for (std::size_t i = 0; i < fiducials; ++i)
             points->addFiducial({1, 2, 3}, 0, 0, 1, 0, 0, 1, 1);
@@ -50,7 +51,7 @@ Bytes packed(igtl::MessageBase::Pointer message) {
     return Bytes(bytes, bytes + message->GetPackSize());
 }
 
-int statusCode(const Test::ReceivedMessage& message) {
+int statusCode(const IgtlTest::ReceivedMessage& message) {
     auto status = igtl::StatusMessage::New();
     auto header = igtl::MessageHeader::New();
     header->InitPack();
@@ -119,7 +120,7 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     EXPECT_FALSE(server.clients()[1].trackingData);
 
     stream.close(); // through stopping (not tracking) to closed
-    std::optional<Igtl::Test::ReceivedMessage> status;
+    std::optional<Igtl::IgtlTest::ReceivedMessage> status;
     while ((status = a.next("STATUS")) && statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY)
         ;
     ASSERT_TRUE(status);
@@ -129,7 +130,8 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     a.close();
     server.stop();
     EXPECT_FALSE(stream.instrumentStatusRequested());
-    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server listening on " + where)) << log->dump();
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server listening on " + where))
+        << log->dump();
     EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink client " + aAddress + " connected"));
     EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server stopped"));
 }
@@ -201,7 +203,7 @@ TEST(IgtlServer, ReportsACameraThatStopsDeliveringFrames) {
     EXPECT_EQ(statusCode(*closed), igtl::StatusMessage::STATUS_DISABLED);
     ASSERT_TRUE(stream.open() && stream.start());
     // Not ready and tracking may pass too quickly to be seen; then no frames for 100 ms.
-    std::optional<Igtl::Test::ReceivedMessage> status;
+    std::optional<Igtl::IgtlTest::ReceivedMessage> status;
     while ((status = client.next("STATUS")) && statusCode(*status) != igtl::StatusMessage::STATUS_TIME_OUT)
         EXPECT_TRUE(statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY ||
                     statusCode(*status) == igtl::StatusMessage::STATUS_OK);

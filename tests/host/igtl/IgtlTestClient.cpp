@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace Kestrion::Igtl::Test {
+namespace Kestrion::Igtl::IgtlTest {
 
 IgtlTestClient::IgtlTestClient(int port, int receiveBufferBytes) {
     m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -50,9 +50,11 @@ void IgtlTestClient::send(const std::vector<std::uint8_t>& bytes) {
         ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
-bool IgtlTestClient::readFully(std::uint8_t* data, std::size_t size, std::chrono::steady_clock::time_point deadline) {
+bool IgtlTestClient::readFully(std::uint8_t* data, std::size_t size,
+                               std::chrono::steady_clock::time_point deadline) {
     while (size > 0 && m_socket >= 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         pollfd polled{m_socket, POLLIN, 0};
         if (left.count() <= 0 || ::poll(&polled, 1, static_cast<int>(left.count())) <= 0)
             return false;
@@ -65,7 +67,8 @@ bool IgtlTestClient::readFully(std::uint8_t* data, std::size_t size, std::chrono
     return size == 0;
 }
 
-std::optional<ReceivedMessage> IgtlTestClient::next(const std::string& type, std::chrono::milliseconds within) {
+std::optional<ReceivedMessage> IgtlTestClient::next(const std::string& type,
+                                                    std::chrono::milliseconds within) {
     const auto deadline = std::chrono::steady_clock::now() + within;
     for (;;) {
         ReceivedMessage message;
@@ -79,7 +82,8 @@ std::optional<ReceivedMessage> IgtlTestClient::next(const std::string& type, std
         message.type = header->GetDeviceType();
         message.name = header->GetDeviceName();
         message.pack.resize(IGTL_HEADER_SIZE + static_cast<std::size_t>(header->GetBodySizeToRead()));
-        if (!readFully(message.pack.data() + IGTL_HEADER_SIZE, message.pack.size() - IGTL_HEADER_SIZE, deadline))
+        if (!readFully(message.pack.data() + IGTL_HEADER_SIZE, message.pack.size() - IGTL_HEADER_SIZE,
+                       deadline))
             return std::nullopt;
         if (message.type == type)
             return message;
@@ -90,7 +94,8 @@ bool IgtlTestClient::closedByServer(std::chrono::milliseconds within) {
     const auto deadline = std::chrono::steady_clock::now() + within;
     std::uint8_t buffer[4096];
     while (m_socket >= 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         pollfd polled{m_socket, POLLIN, 0};
         if (left.count() <= 0 || ::poll(&polled, 1, static_cast<int>(left.count())) <= 0)
             return false;
@@ -100,4 +105,4 @@ bool IgtlTestClient::closedByServer(std::chrono::milliseconds within) {
     return false;
 }
 
-} // namespace Kestrion::Igtl::Test
+} // namespace Kestrion::Igtl::IgtlTest

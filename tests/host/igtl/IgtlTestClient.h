@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace Kestrion::Igtl::Test {
+namespace Kestrion::Igtl::IgtlTest {
 
 struct ReceivedMessage {
     std::string type;
@@ -44,4 +44,4 @@ private:
     int m_socket = -1;
 };
 
-} // namespace Kestrion::Igtl::Test
+} // namespace Kestrion::Igtl::IgtlTest
