@@ -67,4 +67,26 @@ bool AtracsysPivotFile::save(const std::string& path, const Eigen::Vector3d& tip
     return true;
 }
 
+std::optional<unsigned> AtracsysPivotFile::fiducialCount(const std::string& text) {
+    std::optional<unsigned> count;
+    bool inGeometry = false;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (const auto section = sectionOf(line)) {
+            inGeometry = *section == "geometry";
+            continue;
+        }
+        if (!inGeometry || line.rfind("count=", 0) != 0)
+            continue;
+        const std::string value = line.substr(6);
+        if (value.empty() || value.size() > 9 || value.find_first_not_of("0123456789") != std::string::npos)
+            count.reset();
+        else
+            count = static_cast<unsigned>(std::stoul(value)); // a repeated key keeps its last value
+    }
+    return count;
+}
+
 } // namespace Kestrion

@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 
+#include <optional>
 #include <string>
 
 namespace Kestrion {
@@ -19,6 +20,10 @@ public:
     /// False, with the reason in `error` and the file untouched, when it cannot be read, is not a
     /// marker geometry file (no [geometry] section) or cannot be replaced.
     static bool save(const std::string& path, const Eigen::Vector3d& tip, std::string& error);
+
+    /// The fiducial count of a geometry text (the "count" key of its [geometry] section, a plain
+    /// decimal number); empty when there is none.
+    static std::optional<unsigned> fiducialCount(const std::string& text);
 };
 
 } // namespace Kestrion

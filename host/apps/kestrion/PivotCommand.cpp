@@ -1,0 +1,269 @@
+#include "host/apps/kestrion/PivotCommand.h"
+
+#include "host/apps/kestrion/CommandContext.h"
+#include "host/apps/kestrion/PivotOptions.h"
+#include "host/apps/kestrion/TrackConfiguration.h"
+
+#include "atracsys/calibration/AtracsysPivotCalibration.h"
+#include "atracsys/calibration/AtracsysPivotFile.h"
+#include "atracsys/calibration/AtracsysPivotRecording.h"
+
+#include "host/core/CaptureLogSink.h"
+#include "host/core/Log.h"
+#include "host/lib/FactoryRegistry.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/StreamAlgorithm.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <iomanip>
+#include <iostream>
+#include <ostream>
+#include <thread>
+#include <unistd.h>
+
+namespace Kestrion::Cli {
+
+namespace {
+
+// Set by the SIGINT/SIGTERM handler: the user ends the recording early.
+std::atomic<int> g_stop{0};
+static_assert(std::atomic<int>::is_always_lock_free, "used from a signal handler");
+
+extern "C" void onPivotStop(int signal) {
+    g_stop.store(signal);
+}
+
+/// Installs the stop handler for the lifetime of the object and restores the previous ones.
+class StopOnSignal {
+public:
+    StopOnSignal() {
+        g_stop.store(0);
+        m_int = std::signal(SIGINT, onPivotStop);
+        m_term = std::signal(SIGTERM, onPivotStop);
+    }
+    ~StopOnSignal() {
+        std::signal(SIGINT, m_int);
+        std::signal(SIGTERM, m_term);
+    }
+    StopOnSignal(const StopOnSignal&) = delete;
+    StopOnSignal& operator=(const StopOnSignal&) = delete;
+
+private:
+    void (*m_int)(int);
+    void (*m_term)(int);
+};
+
+/// The error lines logged while it lives, to explain a failure.
+class ErrorLines {
+public:
+    ErrorLines()
+        : m_sink(std::make_shared<CaptureLogSink>()) {
+        Log::addSink(m_sink);
+    }
+    ~ErrorLines() { Log::removeSink(m_sink); }
+    ErrorLines(const ErrorLines&) = delete;
+    ErrorLines& operator=(const ErrorLines&) = delete;
+
+    /// As an indented block, unless the console showed them already.
+    std::string text() const {
+        std::string lines;
+        if (Log::isAccepted(Log::Error, ""))
+            return lines;
+        for (const auto& record : m_sink->records())
+            if (record.level >= Log::Error)
+                lines += "  " + record.message + "\n";
+        return lines;
+    }
+
+private:
+    std::shared_ptr<CaptureLogSink> m_sink;
+};
+
+std::string point(const Eigen::Vector3d& p) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(3) << p.x() << " " << p.y() << " " << p.z() << " mm";
+    return text.str();
+}
+
+} // namespace
+
+std::string PivotCommand::summary() const {
+    return "pivot calibration: find a tool's tip while it is pivoted about it, optionally save it";
+}
+
+std::string PivotCommand::help() const {
+    return "Usage: kestrion pivot --geometry FILE [--frames N] [--save]\n"
+           "\n"
+           "Finds the tip of a tracked tool. Rest the tip in a divot (a small dent that holds it)\n"
+           "and tilt the tool around it in every direction, at least 20 degrees from one side to\n"
+           "the other, while the camera sees the marker. The command records the marker's poses\n"
+           "(frames where the tool is tracked with all its fiducials), shows the progress, and\n"
+           "solves for the point that stayed still: the tip in the marker's frame and the pivot\n"
+           "point in the camera's frame, with the RMS residual, the frames used and rejected and\n"
+           "the angular spread. Ctrl-C ends the recording early and solves with what it holds.\n"
+           "A recording that cannot give a tip (too few frames, the tool never moved, moved\n"
+           "without a fixed tip, or tilted too little) is refused with the reason.\n"
+           "\n"
+           "Options:\n"
+           "  --geometry FILE   the tool's marker geometry file (INI)\n"
+           "  --frames N        frames to record (default 500)\n"
+           "  --save            write the tip into FILE as its [pivot] section (through a\n"
+           "                    temporary file renamed over it; the other lines are kept)\n"
+           "\n"
+           "Exit status: 0 a tip was found (and saved with --save); 1 no plugin, no camera, a\n"
+           "geometry file that does not load, a camera lost while recording, a refused recording\n"
+           "or a file that could not be written (the file is then unchanged); 2 bad arguments.\n";
+}
+
+int PivotCommand::run(CommandContext& context, const std::vector<std::string>& arguments) {
+    std::ostream& out = context.out();
+    std::ostream& err = context.err();
+    std::string error;
+    const std::optional<PivotOptions> options = PivotOptions::parse(arguments, &error);
+    if (!options) {
+        err << "kestrion pivot: " << error << " (see kestrion pivot --help)\n";
+        return 2;
+    }
+    if (!context.loadPlugins())
+        return 1;
+    if (!FactoryRegistry::instance().hasAlgorithm(TrackConfiguration::AlgorithmId)) {
+        err << "kestrion pivot: the Atracsys tracking plugin is not available (see kestrion plugins)\n";
+        return 1;
+    }
+
+    // The fiducial count of the geometry decides which frames are complete.
+    QFile file(QString::fromStdString(options->geometry));
+    if (!file.open(QIODevice::ReadOnly)) {
+        err << "kestrion pivot: cannot read geometry file " << options->geometry << ": "
+            << file.errorString().toStdString() << "\n";
+        return 1;
+    }
+    const QByteArray bytes = file.readAll();
+    const std::optional<unsigned> fiducials = AtracsysPivotFile::fiducialCount(
+        std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+    if (!fiducials || *fiducials == 0) {
+        err << "kestrion pivot: " << options->geometry
+            << " is not a marker geometry file (no fiducial count in a [geometry] section)\n";
+        return 1;
+    }
+
+    TrackOptions track;
+    track.geometries = {options->geometry};
+    track.fiducialMode = 1; // the fiducials of the markers tell whether the tool is seen whole
+    std::optional<TrackConfiguration> configuration = TrackConfiguration::build(track, &error);
+    if (!configuration) {
+        err << "kestrion pivot: " << error << "\n";
+        return 1;
+    }
+    std::unique_ptr<Algorithm> algorithm;
+    TrackingStream* stream = nullptr;
+    {
+        ErrorLines errors;
+        algorithm = FactoryRegistry::instance().createAlgorithm(TrackConfiguration::AlgorithmId);
+        if (algorithm) {
+            algorithm->configure(&configuration->properties);
+            algorithm->compute();
+        }
+        auto* streamAlgorithm = dynamic_cast<StreamAlgorithm*>(algorithm.get());
+        stream = streamAlgorithm ? dynamic_cast<TrackingStream*>(streamAlgorithm->outputStream()) : nullptr;
+        if (!stream || algorithm->status() != Algorithm::Success ||
+            stream->currentState() != Stream::State::Open) {
+            err << "kestrion pivot: the camera could not be opened\n" << errors.text();
+            return 1;
+        }
+        if (stream->instruments().size() != 1) {
+            err << "kestrion pivot: geometry file " << options->geometry << " could not be loaded\n"
+                << errors.text();
+            return 1;
+        }
+    }
+    const TrackingInstrument tool = stream->instruments().front();
+
+    // Runs on the stream's worker thread: the recording copies one pose and returns.
+    AtracsysPivotRecording recording(tool.ID(), *fiducials, options->frames);
+    SignalConnection connection =
+        stream->signalStreamData.connect([&recording](const std::shared_ptr<const StreamData>& data) {
+            const auto* compound = dynamic_cast<const CompoundStreamData*>(data.get());
+            const auto* frame =
+                dynamic_cast<const TrackingStreamData*>(compound ? compound->mainData().get() : data.get());
+            if (frame)
+                recording.add(*frame);
+        });
+    StopOnSignal stopOnSignal;
+    recording.start();
+    if (!stream->start()) {
+        connection.disconnect();
+        stream->close();
+        err << "kestrion pivot: tracking could not be started\n";
+        return 1;
+    }
+    out << "Recording " << options->frames << " frames of " << tool.ID() << " (" << options->geometry
+        << "): pivot the tool about its tip; Ctrl-C ends early.\n"
+        << std::flush;
+
+    const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);
+    bool cameraLost = false;
+    std::size_t shown = 0;
+    auto lastShown = std::chrono::steady_clock::now();
+    while (recording.isRecording()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        if (g_stop.load() != 0)
+            recording.stop();
+        if (!stream->isStateOneOf({Stream::State::Running})) {
+            cameraLost = true;
+            recording.stop();
+        }
+        const auto now = std::chrono::steady_clock::now();
+        const std::size_t accepted = recording.acceptedFrames();
+        if (accepted != shown &&
+            (tty || now - lastShown >= std::chrono::seconds(1) || !recording.isRecording())) {
+            out << (tty ? "\r" : "") << "Recorded " << accepted << "/" << options->frames << " frames"
+                << (tty ? "" : "\n") << std::flush;
+            shown = accepted;
+            lastShown = now;
+        }
+    }
+    if (tty)
+        out << "\n";
+    connection.disconnect();
+    stream->close();
+    algorithm.reset();
+    if (cameraLost) {
+        err << "kestrion pivot: the camera stopped delivering frames; nothing was solved\n";
+        return 1;
+    }
+
+    const std::size_t skipped = recording.notTrackedFrames() + recording.incompleteFrames();
+    const auto result = AtracsysPivotCalibration().solve(recording.poses());
+    if (!result.solved()) {
+        err << "kestrion pivot: no tip found: " << result.refusal << "\n";
+        if (skipped > 0)
+            err << "  (" << recording.notTrackedFrames() << " frames without the tool tracked and "
+                << recording.incompleteFrames() << " with fiducials missing were skipped)\n";
+        return 1;
+    }
+    out << "Tip in the marker's frame:  " << point(result.tipInMarker) << "\n"
+        << "Pivot point (camera frame): " << point(result.pivotInCamera) << "\n"
+        << "RMS residual:               " << std::fixed << std::setprecision(3) << result.rmsMM << " mm\n"
+        << "Frames:                     " << result.usedFrames << " used, " << result.rejectedFrames
+        << " rejected, " << skipped << " skipped (tool not tracked or fiducials missing)\n"
+        << "Angular spread:             " << std::setprecision(1) << result.spreadDeg << " degrees\n";
+    if (options->save) {
+        if (!AtracsysPivotFile::save(options->geometry, result.tipInMarker, error)) {
+            err << "kestrion pivot: the tip was not saved: " << error << "\n";
+            return 1;
+        }
+        out << "Tip saved to " << options->geometry << "\n";
+    }
+    return 0;
+}
+
+} // namespace Kestrion::Cli
