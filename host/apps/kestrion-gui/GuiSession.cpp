@@ -6,6 +6,8 @@
 #include "host/lib/widgets/AlgorithmControllerWidget.h"
 #include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/PropertiesController.h"
+#include "host/stream/StreamAlgorithm.h"
+#include "host/stream/TrackingStream.h"
 
 #include <QFutureWatcher>
 #include <QWidget>
@@ -125,6 +127,8 @@ void GuiSession::attach(Algorithm* algorithm, const std::string& identifier) {
         attached.fallback->init();
     m_window.fitControllerPanels();
     m_attached.push_back(std::move(attached));
+    if (m_changed)
+        m_changed();
 }
 
 Workspace::LoadReport GuiSession::openWorkspace(const std::string& file) {
@@ -145,10 +149,15 @@ void GuiSession::closeAll() {
     // An algorithm being computed is waited for; the queued ones are never computed.
     m_queue.erase(m_queue.begin() + (m_runningActive ? 1 : 0), m_queue.end());
     waitForComputations();
+    if (m_changed && !m_attached.empty()) {
+        m_closing = true;
+        m_changed();
+    }
     // Panels last created first; each controller before the algorithm it works on.
     while (!m_attached.empty())
         m_attached.pop_back();
     m_workspace.clear();
+    m_closing = false;
 }
 
 std::vector<QWidget*> GuiSession::panels() const {
@@ -156,6 +165,17 @@ std::vector<QWidget*> GuiSession::panels() const {
     for (const Attached& attached : m_attached)
         result.push_back(attached.panel);
     return result;
+}
+
+std::vector<TrackingStream*> GuiSession::trackingStreams() const {
+    std::vector<TrackingStream*> streams;
+    if (m_closing)
+        return streams;
+    for (const Attached& attached : m_attached)
+        if (auto* algorithm = dynamic_cast<StreamAlgorithm*>(attached.algorithm))
+            if (auto* stream = dynamic_cast<TrackingStream*>(algorithm->outputStream()))
+                streams.push_back(stream);
+    return streams;
 }
 
 AlgorithmController* GuiSession::controller(const Algorithm* algorithm) const {

@@ -8,6 +8,7 @@
 #include <QObject>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ class QWidget;
 namespace Kestrion {
 class FactoryRegistry;
 class MainWindow;
+class TrackingStream;
 } // namespace Kestrion
 
 namespace Kestrion::Gui {
@@ -68,6 +70,13 @@ public:
     /// The controller made for an algorithm by the factories, or null.
     AlgorithmController* controller(const Algorithm* algorithm) const;
 
+    /// The output streams of the shown algorithms that are tracking streams, in order of creation;
+    /// none while the algorithms close.
+    std::vector<TrackingStream*> trackingStreams() const;
+    /// Called after an algorithm's panel is shown and before the algorithms close, so that views
+    /// of their streams follow trackingStreams() and let go of a stream before it goes.
+    void setAlgorithmsChangedHandler(std::function<void()> handler) { m_changed = std::move(handler); }
+
 private:
     struct Attached {
         Algorithm* algorithm = nullptr;
@@ -102,6 +111,8 @@ private:
     bool m_runningActive = false;
     /// Parent and receiver context of the computations' watchers: none outlives the session.
     std::unique_ptr<QObject> m_watchers;
+    std::function<void()> m_changed;
+    bool m_closing = false;
 };
 
 } // namespace Kestrion::Gui

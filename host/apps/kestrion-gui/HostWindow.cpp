@@ -2,6 +2,7 @@
 
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/apps/kestrion-gui/InstrumentDock.h"
 #include "host/core/Log.h"
 #include "host/lib/widgets/QtHelpers.h"
 
@@ -25,7 +26,8 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     , m_registry(registry)
     , m_session(std::make_unique<GuiSession>(*this, registry))
     , m_tree(new AlgorithmTree)
-    , m_treeDock(new QDockWidget(tr("Algorithms"), this)) {
+    , m_treeDock(new QDockWidget(tr("Algorithms"), this))
+    , m_instrumentDock(new InstrumentDock(*m_session, this)) {
     auto* treePanel = new QWidget;
     auto* layout = new QVBoxLayout(treePanel);
     layout->setContentsMargins(2, 2, 2, 2);
@@ -40,6 +42,10 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     connect(m_tree, &AlgorithmTree::algorithmActivated, this,
             [this](const QString& identifier) { m_session->createAlgorithm(identifier.toStdString()); });
 
+    addDockWidget(Qt::BottomDockWidgetArea, m_instrumentDock);
+    splitDockWidget(logDock(), m_instrumentDock, Qt::Horizontal);
+    m_session->setAlgorithmsChangedHandler([this]() { m_instrumentDock->followSession(); });
+
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("&New Workspace"), this, &HostWindow::newWorkspace, QKeySequence::New);
     file->addAction(tr("&Open Workspace..."), this, &HostWindow::openWorkspaceDialog, QKeySequence::Open);
@@ -51,12 +57,14 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     QMenu* view = menuBar()->addMenu(tr("&View"));
     view->addAction(m_treeDock->toggleViewAction());
     view->addAction(logDock()->toggleViewAction());
+    view->addAction(m_instrumentDock->toggleViewAction());
 
     refreshAlgorithms();
     updateTitle();
 }
 
 HostWindow::~HostWindow() {
+    m_session->closeAll(); // the views let go of the streams while the docks still exist
     m_session.reset();
 }
 

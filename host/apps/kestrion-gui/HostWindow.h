@@ -15,6 +15,7 @@ namespace Kestrion::Gui {
 
 class AlgorithmTree;
 class GuiSession;
+class InstrumentDock;
 
 /// The desktop host's window: the main window with the algorithm list in a dock on the left
 /// (double click or "Create" makes the algorithm and shows its panel) and the File menu for
@@ -28,6 +29,7 @@ public:
     ~HostWindow() override;
 
     AlgorithmTree* algorithmTree() const { return m_tree; }
+    InstrumentDock* instrumentDock() const { return m_instrumentDock; }
     GuiSession& session() { return *m_session; }
     /// The workspace file opened or saved last ("" for a new workspace).
     const std::string& workspaceFile() const { return m_workspaceFile; }
@@ -56,6 +58,7 @@ private:
     std::unique_ptr<GuiSession> m_session;
     AlgorithmTree* m_tree;
     QDockWidget* m_treeDock;
+    InstrumentDock* m_instrumentDock;
     std::string m_workspaceFile;
 };
 

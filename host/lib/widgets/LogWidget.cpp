@@ -41,6 +41,16 @@ LogWidget::LogWidget(QWidget* parent)
     m_view->setMaximumBlockCount(5000);
     m_view->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_view->setFont(QFont(QStringLiteral("monospace")));
+    // The view follows the newest line until the user scrolls up, and again once they scroll back
+    // to the bottom. Only the user's scrolling changes that (lines dropping off the top move the
+    // bar too), and every change of the range (new lines, the first layout, a resize) honours it.
+    QScrollBar* bar = m_view->verticalScrollBar();
+    connect(bar, &QAbstractSlider::actionTriggered, this,
+            [this, bar]() { m_follow = bar->sliderPosition() >= bar->maximum(); });
+    connect(bar, &QAbstractSlider::rangeChanged, this, [this, bar]() {
+        if (m_follow)
+            bar->setValue(bar->maximum());
+    });
     Log::addSink(m_sink);
     connect(&m_timer, &QTimer::timeout, this, &LogWidget::flush);
     m_timer.start(100);
@@ -81,8 +91,6 @@ void LogWidget::flush() {
     QueuedLogSink::Batch batch = m_sink->take();
     if (batch.records.empty() && batch.dropped == 0)
         return;
-    QScrollBar* bar = m_view->verticalScrollBar();
-    const bool atBottom = bar->value() == bar->maximum();
     const auto append = [this](const QString& text, const char* color) {
         m_view->appendHtml(QStringLiteral("<span style=\"color:%1; white-space:pre\">%2</span>")
                                .arg(QLatin1String(color), text.toHtmlEscaped()));
@@ -92,8 +100,8 @@ void LogWidget::flush() {
         append(tr("... %1 earlier log lines were not shown").arg(batch.dropped), colorOf(Log::Warning));
     for (const LogRecord& record : batch.records)
         append(format(record), colorOf(record.level));
-    if (atBottom)
-        bar->setValue(bar->maximum());
+    if (m_follow)
+        m_view->verticalScrollBar()->setValue(m_view->verticalScrollBar()->maximum());
 }
 
 void LogWidget::clear() {

@@ -13,7 +13,8 @@ struct LogRecord;
 class QueuedLogSink;
 
 /// Shows the host's log: every accepted record, as "hh:mm:ss.zzz LEVEL [Category] message",
-/// coloured by level, the newest at the bottom, at most maximumLines() lines. While the widget
+/// coloured by level, the newest at the bottom, at most maximumLines() lines. It follows the
+/// newest line unless the user scrolled up. While the widget
 /// exists its sink receives every record from any thread; the GUI thread takes them in batches
 /// (a timer, every 100 ms, or flush()).
 class LogWidget : public QWidget {
@@ -41,6 +42,7 @@ private:
     QPlainTextEdit* m_view;
     QTimer m_timer;
     bool m_empty = true;
+    bool m_follow = true;
 };
 
 } // namespace Kestrion

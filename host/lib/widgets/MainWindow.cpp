@@ -1,6 +1,7 @@
 #include "host/lib/widgets/MainWindow.h"
 
 #include "host/lib/widgets/DisplayWidgetMulti.h"
+#include "host/lib/widgets/LogAlertWidget.h"
 #include "host/lib/widgets/LogWidget.h"
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/QtHelpers.h"
@@ -21,6 +22,7 @@ MainWindow::MainWindow(QWidget* parent)
     , m_display(new DisplayWidgetMulti)
     , m_progress(new ProgressWidget)
     , m_log(new LogWidget)
+    , m_alert(new LogAlertWidget)
     , m_logDock(new QDockWidget(tr("Log"), this))
     , m_panels(new QTabWidget)
     , m_splitter(new QSplitter(Qt::Horizontal, this)) {
@@ -40,6 +42,12 @@ MainWindow::MainWindow(QWidget* parent)
     addDockWidget(Qt::BottomDockWidgetArea, m_logDock);
 
     statusBar()->addWidget(m_progress, 1);
+    statusBar()->addPermanentWidget(m_alert);
+    connect(m_alert, &LogAlertWidget::showLogRequested, this, [this]() {
+        m_logDock->show();
+        m_logDock->raise();
+        m_log->flush();
+    });
     resize(1200, 800);
 }
 

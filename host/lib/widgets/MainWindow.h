@@ -9,6 +9,7 @@ class QTabWidget;
 namespace Kestrion {
 
 class DisplayWidgetMulti;
+class LogAlertWidget;
 class LogWidget;
 class Progress;
 class ProgressWidget;
@@ -30,6 +31,8 @@ public:
     ProgressWidget* progressWidget() const { return m_progress; }
     LogWidget* logWidget() const { return m_log; }
     QDockWidget* logDock() const { return m_logDock; }
+    /// The warnings and errors not read yet, in the status bar; a click shows the log.
+    LogAlertWidget* logAlert() const { return m_alert; }
 
     /// Shows a controller panel in a tab of its own, made current. The window becomes the
     /// panel's Qt parent; whoever owns the panel (the host keeps controllers) deletes it, which
@@ -46,6 +49,7 @@ private:
     DisplayWidgetMulti* m_display;
     ProgressWidget* m_progress;
     LogWidget* m_log;
+    LogAlertWidget* m_alert;
     QDockWidget* m_logDock;
     QTabWidget* m_panels;
     QSplitter* m_splitter;

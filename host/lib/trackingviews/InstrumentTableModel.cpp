@@ -1,0 +1,150 @@
+#include "host/lib/trackingviews/InstrumentTableModel.h"
+
+#include "host/stream/InstrumentStatusData.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <QBrush>
+#include <QColor>
+
+#include <cmath>
+#include <limits>
+
+namespace Kestrion {
+
+InstrumentTableModel::InstrumentTableModel(QObject* parent)
+    : QAbstractTableModel(parent) {}
+
+void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint64_t nowMs) {
+    const auto* statusData = frame.component<InstrumentStatusData>();
+    const std::vector<TrackingInstrument>& instruments = frame.instruments();
+    bool sameInstruments = instruments.size() == m_rows.size();
+    for (std::size_t i = 0; sameInstruments && i < instruments.size(); ++i)
+        sameInstruments = instruments[i].ID() == m_rows[i].id && instruments[i].id.name == m_rows[i].name;
+    std::vector<Row> rows;
+    rows.reserve(instruments.size());
+    for (std::size_t i = 0; i < instruments.size(); ++i) {
+        const TrackingInstrument& instrument = instruments[i];
+        Row row;
+        if (sameInstruments) {
+            row = m_rows[i]; // keeps the last tracked position and time
+        } else {
+            for (const Row& old : m_rows)
+                if (old.id == instrument.ID())
+                    row = old;
+        }
+        row.id = instrument.ID();
+        row.name = instrument.id.name;
+        row.quality = instrument.quality;
+        row.registrationErrorMm = std::numeric_limits<double>::quiet_NaN();
+        row.reason.clear();
+        bool tracked = instrument.active && instrument.quality > 0.0;
+        const InstrumentStatusData::Entry* entry = statusData ? statusData->find(instrument.ID()) : nullptr;
+        if (entry) {
+            tracked = InstrumentStatusData::isTracked(entry->state);
+            row.status = QString::fromUtf8(InstrumentStatusData::stateName(entry->state));
+            row.reason = QString::fromStdString(entry->reason);
+            row.registrationErrorMm = entry->registrationErrorMm;
+            row.severity = entry->state == InstrumentStatusData::State::Tracked            ? 0
+                           : entry->state == InstrumentStatusData::State::TrackedHighError ? 1
+                                                                                           : 2;
+        } else {
+            row.status = !instrument.active ? tr("inactive") : tracked ? tr("tracked") : tr("not tracked");
+            row.severity = tracked ? 0 : 2;
+        }
+        if (tracked) {
+            row.position = instrument.translation();
+            row.lastSeenMs = frame.arrivalTimestamp();
+        }
+        rows.push_back(std::move(row));
+    }
+    m_nowMs = nowMs;
+    if (!sameInstruments) {
+        beginResetModel();
+        m_rows = std::move(rows);
+        endResetModel();
+    } else if (!m_rows.empty()) {
+        m_rows = std::move(rows);
+        emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
+    }
+}
+
+void InstrumentTableModel::showTime(std::uint64_t nowMs) {
+    m_nowMs = nowMs;
+    if (!m_rows.empty())
+        emit dataChanged(index(0, LastSeen), index(rowCount() - 1, LastSeen));
+}
+
+void InstrumentTableModel::clear() {
+    beginResetModel();
+    m_rows.clear();
+    endResetModel();
+}
+
+bool InstrumentTableModel::isTracked(int row) const {
+    return row >= 0 && row < rowCount() && m_rows[static_cast<std::size_t>(row)].severity < 2;
+}
+
+int InstrumentTableModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
+}
+
+int InstrumentTableModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= rowCount() || index.column() >= ColumnCount)
+        return {};
+    const Row& row = m_rows[static_cast<std::size_t>(index.row())];
+    const bool tracked = row.severity < 2;
+    if (role == Qt::BackgroundRole) {
+        static const QColor colours[] = {QColor(200, 240, 200), QColor(255, 225, 160), QColor(250, 205, 205)};
+        return QBrush(colours[row.severity]);
+    }
+    if (role == Qt::ForegroundRole && !tracked && index.column() >= Quality && index.column() <= Z)
+        return QBrush(QColor(128, 128, 128)); // the last tracked values
+    if (role == Qt::TextAlignmentRole && index.column() >= Quality)
+        return QVariant(Qt::AlignRight | Qt::AlignVCenter);
+    if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
+        return {};
+    switch (index.column()) {
+    case Id:
+        return QString::fromStdString(row.id);
+    case Name:
+        return QString::fromStdString(row.name);
+    case Status:
+        return row.status;
+    case Reason:
+        return row.reason;
+    case Quality:
+        return QString::number(row.quality, 'f', 3);
+    case X:
+    case Y:
+    case Z:
+        return row.position ? QString::number((*row.position)[index.column() - X], 'f', 2) : QString();
+    case RegistrationError:
+        return std::isnan(row.registrationErrorMm) ? QString()
+                                                   : QString::number(row.registrationErrorMm, 'f', 3);
+    case LastSeen:
+        if (!row.lastSeenMs)
+            return tr("never");
+        return tr("%1 s").arg(static_cast<double>(m_nowMs > *row.lastSeenMs ? m_nowMs - *row.lastSeenMs : 0) /
+                                  1000.0,
+                              0, 'f', 1);
+    default:
+        return {};
+    }
+}
+
+QVariant InstrumentTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    static const char* const titles[] = {
+        QT_TR_NOOP("Id"),       QT_TR_NOOP("Name"),    QT_TR_NOOP("Status"),
+        QT_TR_NOOP("Reason"),   QT_TR_NOOP("Quality"), QT_TR_NOOP("x (mm)"),
+        QT_TR_NOOP("y (mm)"),   QT_TR_NOOP("z (mm)"),  QT_TR_NOOP("Reg. error (mm)"),
+        QT_TR_NOOP("Last seen")};
+    return section >= 0 && section < ColumnCount ? tr(titles[section]) : QVariant();
+}
+
+} // namespace Kestrion

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <Eigen/Core>
+
+#include <QAbstractTableModel>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Kestrion {
+
+class TrackingStreamData;
+
+/// The instruments of a tracking frame as a table, one row per instrument in the stream's order:
+/// id, name, status, reason, quality, position (x, y, z in mm, camera coordinates), registration
+/// error (mm) and the time since the instrument was last tracked.
+///
+/// Status and reason come from the frame's InstrumentStatusData when the stream attaches it;
+/// otherwise the status is "tracked" (quality above 0) or "not tracked", "inactive" for an
+/// instrument that takes no part in tracking, and the reason and registration error stay empty.
+/// A row that is not tracked keeps the last tracked position, shown greyed. Rows are coloured by
+/// status (green tracked, amber high error, red otherwise). GUI thread only.
+class InstrumentTableModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Column { Id, Name, Status, Reason, Quality, X, Y, Z, RegistrationError, LastSeen, ColumnCount };
+
+    explicit InstrumentTableModel(QObject* parent = nullptr);
+
+    /// Shows the frame; `nowMs` (ms since the epoch, UTC, like the frames' arrival times) dates
+    /// the "last seen" column. The same instruments update their rows; a different set resets
+    /// the table.
+    void showFrame(const TrackingStreamData& frame, std::uint64_t nowMs);
+    /// Updates the "last seen" column alone, for a refresh without a new frame.
+    void showTime(std::uint64_t nowMs);
+    /// Removes every row (no stream).
+    void clear();
+
+    /// Whether the row's instrument is tracked in the last frame shown.
+    bool isTracked(int row) const;
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+
+private:
+    struct Row {
+        std::string id;
+        std::string name;
+        QString status;
+        QString reason;
+        /// 0 tracked, 1 tracked with a high error, 2 not tracked: the row's colour.
+        int severity = 2;
+        double quality = 0.0;
+        std::optional<Eigen::Vector3d> position; // the last tracked one
+        double registrationErrorMm = 0.0;        // NaN: none
+        std::optional<std::uint64_t> lastSeenMs;
+    };
+
+    std::vector<Row> m_rows;
+    std::uint64_t m_nowMs = 0;
+};
+
+} // namespace Kestrion

@@ -1,0 +1,179 @@
+#include "host/lib/trackingviews/InstrumentView.h"
+
+#include "host/core/Log.h"
+#include "host/core/LogSink.h"
+#include "host/core/Time.h"
+#include "host/lib/trackingviews/InstrumentTableModel.h"
+#include "host/lib/trackingviews/TrackingStreamTap.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include <mutex>
+
+namespace Kestrion {
+
+namespace {
+
+/// About the refresh of a screen; faster gains nothing a user can see.
+constexpr int RefreshMs = 33;
+
+/// Keeps the newest error of the log, for the reason a stream stopped. Written by any thread that
+/// logs (the stream's worker reports its faults), read by the GUI thread.
+class NewestError : public LogSink {
+public:
+    void write(const LogRecord& record) override {
+        if (record.level < Log::Error)
+            return;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_message = record.message;
+        m_timestampMs = record.timestampMs;
+    }
+    /// The newest error logged at or after `sinceMs` (ms since the epoch, UTC), or "".
+    std::string newestSince(std::uint64_t sinceMs) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_timestampMs >= sinceMs ? m_message : std::string();
+    }
+
+private:
+    std::mutex m_mutex; // loggers on any thread, the view on the GUI thread
+    std::string m_message;
+    std::uint64_t m_timestampMs = 0;
+};
+
+} // namespace
+
+InstrumentView::InstrumentView(QWidget* parent)
+    : QWidget(parent)
+    , m_model(new InstrumentTableModel(this))
+    , m_table(new QTableView(this))
+    , m_placeholder(new QLabel(this))
+    , m_state(new QLabel(this))
+    , m_errors(std::make_shared<NewestError>()) {
+    setObjectName(QStringLiteral("InstrumentView"));
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(2, 2, 2, 2);
+    layout->addWidget(m_state);
+    layout->addWidget(m_placeholder);
+    layout->addWidget(m_table);
+    m_state->setObjectName(QStringLiteral("StreamState"));
+    m_state->setWordWrap(true);
+    m_state->setStyleSheet(QStringLiteral("color: #c00000; font-weight: bold"));
+    m_state->hide();
+    m_placeholder->setAlignment(Qt::AlignCenter);
+    m_placeholder->setWordWrap(true);
+    m_table->setModel(m_model);
+    m_table->setSelectionMode(QAbstractItemView::NoSelection);
+    m_table->verticalHeader()->hide();
+    m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    m_table->horizontalHeader()->setStretchLastSection(true);
+    connect(&m_timer, &QTimer::timeout, this, &InstrumentView::refresh);
+    m_timer.setInterval(RefreshMs);
+    Log::addSink(m_errors);
+    setStream(nullptr);
+}
+
+InstrumentView::~InstrumentView() {
+    Log::removeSink(m_errors);
+}
+
+void InstrumentView::setStream(TrackingStream* stream) {
+    m_tap.reset(); // ends the connection to the previous stream before anything else changes
+    m_model->clear();
+    m_sawRunning = false;
+    if (stream) {
+        m_tap = std::make_unique<TrackingStreamTap>(*stream);
+        m_tap->requestStatus(isVisible());
+    }
+    refresh();
+}
+
+TrackingStream* InstrumentView::stream() const {
+    return m_tap ? &m_tap->stream() : nullptr;
+}
+
+QString InstrumentView::stateText() const {
+    return m_state->isHidden() ? QString() : m_state->text();
+}
+
+void InstrumentView::showState() {
+    if (!m_tap) {
+        m_state->hide();
+        return;
+    }
+    const TrackingStream& stream = m_tap->stream();
+    const Stream::State state = stream.currentState();
+    if (state == Stream::State::Running) {
+        m_lastRunningMs = Time::utcMilliseconds();
+        m_sawRunning = true;
+        m_state->hide();
+        return;
+    }
+    // A stream reports its fault just before or just after it closes itself, maybe between two
+    // refreshes that saw it running: errors from a second before the last such refresh count.
+    const std::string error = m_sawRunning
+                                  ? static_cast<NewestError&>(*m_errors).newestSince(m_lastRunningMs - 1000)
+                                  : std::string();
+    const QString name = QString::fromStdString(stream.name());
+    const QString stateName = QString::fromLatin1(Stream::stateName(state));
+    if (m_sawRunning) {
+        m_sawRunning = false;
+        m_state->setText(error.empty() ? tr("The stream \"%1\" stopped; it is %2.").arg(name, stateName)
+                                       : tr("The stream \"%1\" stopped; it is %2. Last error: %3")
+                                             .arg(name, stateName, QString::fromStdString(error)));
+    } else if (m_state->isHidden()) {
+        m_state->setText(tr("The stream \"%1\" is %2.").arg(name, stateName));
+    }
+    m_state->show();
+}
+
+QString InstrumentView::placeholderText() const {
+    return m_placeholder->isHidden() ? QString() : m_placeholder->text();
+}
+
+void InstrumentView::showPlaceholder(const QString& text) {
+    m_placeholder->setText(text);
+    m_placeholder->setVisible(!text.isEmpty());
+    m_table->setVisible(text.isEmpty());
+}
+
+void InstrumentView::refresh() {
+    showState();
+    if (!m_tap) {
+        showPlaceholder(tr("No tracking stream: create a tracking algorithm (or open a workspace with "
+                           "one) to see its instruments here."));
+        return;
+    }
+    const std::uint64_t now = Time::utcMilliseconds();
+    if (const std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take())
+        m_model->showFrame(*frame, now);
+    else
+        m_model->showTime(now);
+    if (m_model->rowCount() > 0)
+        showPlaceholder(QString());
+    else if (m_tap->latest().framesPut() == 0)
+        showPlaceholder(tr("Waiting for the first frame of the stream (it shows once the stream runs)."));
+    else
+        showPlaceholder(tr("The stream has no instruments: load a marker geometry to track one."));
+}
+
+void InstrumentView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (m_tap)
+        m_tap->requestStatus(true);
+    m_timer.start();
+    refresh();
+}
+
+void InstrumentView::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    if (m_tap)
+        m_tap->requestStatus(false);
+    m_timer.stop();
+}
+
+} // namespace Kestrion

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QTimer>
+#include <QWidget>
+
+#include <cstdint>
+#include <memory>
+
+class QLabel;
+class QTableView;
+
+namespace Kestrion {
+class LogSink;
+}
+
+namespace Kestrion {
+
+class InstrumentTableModel;
+class TrackingStream;
+class TrackingStreamTap;
+
+/// A table of the instruments of a tracking stream (see InstrumentTableModel), refreshed at
+/// screen rate (about 30 times a second) from the newest frame: the stream's worker thread only
+/// hands each frame over (LatestTrackingFrame), so the view never slows the stream. While shown,
+/// the view asks the stream for the instrument status (the reasons); hidden, it releases it.
+/// Without a stream, or with one that has no instrument, it says so; a stream that is not running
+/// is named with its state above the table, and one that stopped while followed (by itself, after
+/// a fault, or by the user) with the last error logged since it was last seen running.
+/// GUI thread only.
+class InstrumentView : public QWidget {
+    Q_OBJECT
+public:
+    explicit InstrumentView(QWidget* parent = nullptr);
+    ~InstrumentView() override;
+
+    /// Follows that stream (null: none). The stream must outlive its following: call
+    /// setStream(nullptr) before it goes.
+    void setStream(TrackingStream* stream);
+    TrackingStream* stream() const;
+
+    InstrumentTableModel* model() const { return m_model; }
+    QTableView* table() const { return m_table; }
+    /// The text shown instead of the table ("" while the table shows).
+    QString placeholderText() const;
+    /// The stream's state line ("" while it runs).
+    QString stateText() const;
+
+public slots:
+    /// Shows the newest frame (the timer calls it).
+    void refresh();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    void showPlaceholder(const QString& text);
+    void showState();
+
+    InstrumentTableModel* m_model;
+    QTableView* m_table;
+    QLabel* m_placeholder;
+    QLabel* m_state;
+    /// The newest error of the log, written from any thread.
+    std::shared_ptr<LogSink> m_errors;
+    bool m_sawRunning = false;
+    std::uint64_t m_lastRunningMs = 0;
+    std::unique_ptr<TrackingStreamTap> m_tap;
+    QTimer m_timer;
+};
+
+} // namespace Kestrion

@@ -1,0 +1,207 @@
+// The instrument table of any tracking stream: the model over frames with and without the
+// instrument status, the newest-frame hand-over from the worker thread, and the view following a
+// stream that the test feeds.
+
+#include "host/lib/trackingviews/InstrumentView.h"
+#include "host/core/Log.h"
+#include "host/lib/trackingviews/InstrumentTableModel.h"
+#include "host/lib/trackingviews/LatestTrackingFrame.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/InstrumentStatusData.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/gui/GuiTestApplication.h"
+
+#include <QSignalSpy>
+#include <QTableView>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <thread>
+
+using namespace Kestrion;
+
+namespace {
+
+TrackingInstrument instrument(const std::string& id, const std::string& name, double quality,
+                              Eigen::Vector3d position = Eigen::Vector3d::Zero(), bool active = true) {
+    TrackingInstrument result(TrackerID(id, name), active);
+    result.quality = quality;
+    result.matrix.block<3, 1>(0, 3) = position;
+    return result;
+}
+
+std::shared_ptr<TrackingStreamData> frame(std::vector<TrackingInstrument> instruments,
+                                          std::uint64_t arrivalMs) {
+    return std::make_shared<TrackingStreamData>(nullptr, std::move(instruments), arrivalMs, arrivalMs);
+}
+
+QString cell(const InstrumentTableModel& model, int row, int column, int role = Qt::DisplayRole) {
+    return model.data(model.index(row, column), role).toString();
+}
+
+/// A tracking stream whose frames the test emits.
+class FedStream : public TrackingStream {
+public:
+    FedStream()
+        : TrackingStream("fed") {}
+    std::vector<TrackingInstrument> instruments() const override { return {}; }
+    void feed(std::shared_ptr<const StreamData> data) { emitStreamData(std::move(data)); }
+};
+
+} // namespace
+
+TEST(InstrumentTableModel, ShowsTrackedStateFromQualityAndKeepsTheLastTrackedPosition) {
+    InstrumentTableModel model;
+    QSignalSpy resets(&model, &QAbstractItemModel::modelReset);
+    QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
+    model.showFrame(*frame({instrument("atracsys-1000", "pointer", 0.95, {1.5, -2.25, 800}),
+                            instrument("atracsys-1001", "reference", 0.0),
+                            instrument("atracsys-1002", "spare", 0.0, {}, false)},
+                           10000),
+                    10000);
+    ASSERT_EQ(model.rowCount(), 3);
+    EXPECT_EQ(resets.count(), 1);
+    const std::vector<std::vector<QString>> expected = {
+        {"atracsys-1000", "pointer", "tracked", "", "0.950", "1.50", "-2.25", "800.00", "", "0.0 s"},
+        {"atracsys-1001", "reference", "not tracked", "", "0.000", "", "", "", "", "never"},
+        {"atracsys-1002", "spare", "inactive", "", "0.000", "", "", "", "", "never"}};
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < InstrumentTableModel::ColumnCount; ++column)
+            EXPECT_EQ(cell(model, row, column), expected[row][column]) << row << "," << column;
+    EXPECT_TRUE(model.isTracked(0));
+    EXPECT_FALSE(model.isTracked(1));
+
+    // Lost 2.5 s later: the same rows change in place, the last position stays, greyed.
+    model.showFrame(
+        *frame({instrument("atracsys-1000", "pointer", 0.0), instrument("atracsys-1001", "reference", 0.0),
+                instrument("atracsys-1002", "spare", 0.0, {}, false)},
+               12000),
+        12500);
+    EXPECT_EQ(resets.count(), 1);
+    EXPECT_EQ(changes.count(), 1);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Status), "not tracked");
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Z), "800.00");
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::LastSeen), "2.5 s");
+    EXPECT_EQ(model.data(model.index(0, InstrumentTableModel::Z), Qt::ForegroundRole).value<QBrush>().color(),
+              QColor(128, 128, 128));
+    model.showTime(14000);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::LastSeen), "4.0 s");
+
+    // Another set of instruments (one removed) resets the table; a known id keeps its history.
+    model.showFrame(*frame({instrument("atracsys-1000", "pointer", 0.0)}, 15000), 15000);
+    EXPECT_EQ(resets.count(), 2);
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::X), "1.50");
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::LastSeen), "5.0 s");
+    model.clear();
+    EXPECT_EQ(model.rowCount(), 0);
+}
+
+TEST(InstrumentTableModel, TakesStatusReasonAndRegistrationErrorFromTheStatusComponent) {
+    auto data = frame({instrument("atracsys-1000", "pointer", 0.9, {10, 20, 900}),
+                       instrument("atracsys-1001", "reference", 0.8, {0, 0, 1000}),
+                       instrument("atracsys-1002", "probe", 0.0)},
+                      1000);
+    auto status = std::make_shared<InstrumentStatusData>();
+    status->entries().push_back({"atracsys-1000", InstrumentStatusData::State::Tracked, "", 0.1234, 4, 4});
+    status->entries().push_back({"atracsys-1001", InstrumentStatusData::State::TrackedHighError,
+                                 "registration error 0.62 mm above 0.50 mm", 0.62, 4, 4});
+    status->entries().push_back({"atracsys-1002", InstrumentStatusData::State::PartlySeen,
+                                 "fiducials 1, 2 of 4 found", std::numeric_limits<double>::quiet_NaN(), 2,
+                                 4});
+    data->addComponent(status);
+    InstrumentTableModel model;
+    model.showFrame(*data, 1000);
+    ASSERT_EQ(model.rowCount(), 3);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Status), "tracked");
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::RegistrationError), "0.123");
+    EXPECT_EQ(cell(model, 1, InstrumentTableModel::Status), "high error");
+    EXPECT_EQ(cell(model, 1, InstrumentTableModel::Reason), "registration error 0.62 mm above 0.50 mm");
+    EXPECT_EQ(cell(model, 2, InstrumentTableModel::Status), "partly seen");
+    EXPECT_EQ(cell(model, 2, InstrumentTableModel::Reason), "fiducials 1, 2 of 4 found");
+    EXPECT_EQ(cell(model, 2, InstrumentTableModel::RegistrationError), "");
+    // Three colours: tracked, high error, not tracked.
+    const auto colour = [&](int row) {
+        return model.data(model.index(row, 0), Qt::BackgroundRole).value<QBrush>().color();
+    };
+    EXPECT_NE(colour(0), colour(1));
+    EXPECT_NE(colour(1), colour(2));
+    EXPECT_NE(colour(0), colour(2));
+    EXPECT_TRUE(model.isTracked(1));
+    EXPECT_FALSE(model.isTracked(2));
+}
+
+TEST(LatestTrackingFrame, KeepsTheNewestTrackingPartOfEachItemUntilTaken) {
+    LatestTrackingFrame latest;
+    EXPECT_EQ(latest.take(), nullptr);
+    auto first = frame({instrument("a", "a", 1.0)}, 1);
+    auto second = frame({instrument("a", "a", 1.0)}, 2);
+    latest.put(first);
+    latest.put(
+        std::make_shared<CompoundStreamData>(second, std::vector<std::shared_ptr<const StreamData>>{}));
+    latest.put(
+        std::make_shared<CompoundStreamData>(nullptr, std::vector<std::shared_ptr<const StreamData>>{}));
+    EXPECT_EQ(latest.framesPut(), 2u);
+    EXPECT_EQ(latest.take(), second);
+    EXPECT_EQ(latest.take(), nullptr);
+    EXPECT_EQ(first.use_count(), 1) << "a skipped frame is not kept";
+}
+
+TEST(InstrumentView, FollowsAStreamAsksForTheStatusWhileShownAndLetsGo) {
+    TestSupport::guiApplication();
+    FedStream stream;
+    InstrumentView view;
+    EXPECT_NE(view.placeholderText().indexOf("No tracking stream"), -1)
+        << view.placeholderText().toStdString();
+    view.setStream(&stream);
+    EXPECT_FALSE(stream.instrumentStatusRequested()) << "hidden views do not ask";
+    EXPECT_NE(view.placeholderText().indexOf("Waiting for the first frame"), -1);
+    view.show();
+    EXPECT_TRUE(stream.instrumentStatusRequested());
+
+    // Frames from another thread: the view shows the newest at its refresh.
+    std::thread worker([&stream]() {
+        for (std::uint64_t i = 1; i <= 50; ++i)
+            stream.feed(frame({instrument("atracsys-1000", "pointer", 0.5, {double(i), 0, 700})}, i));
+    });
+    worker.join();
+    view.refresh();
+    ASSERT_EQ(view.model()->rowCount(), 1);
+    EXPECT_EQ(cell(*view.model(), 0, InstrumentTableModel::X), "50.00");
+    EXPECT_EQ(view.placeholderText(), "");
+    EXPECT_TRUE(view.table()->isVisibleTo(&view));
+
+    stream.feed(frame({}, 60));
+    view.refresh();
+    EXPECT_NE(view.placeholderText().indexOf("no instruments"), -1);
+
+    // The stream's state: named while not running, with the reason once it stopped.
+    EXPECT_EQ(view.stateText(), "The stream \"fed\" is closed.");
+    ASSERT_TRUE(stream.open() && stream.start());
+    view.refresh();
+    EXPECT_EQ(view.stateText(), "");
+    {
+        TestSupport::LogCapture capture;
+        Log::log(Log::Error, "Test", "Marker overflow. Please increase cstMarkersCount.", __FILE__, __LINE__);
+        ASSERT_TRUE(stream.close());
+    }
+    view.refresh();
+    EXPECT_EQ(view.stateText(),
+              "The stream \"fed\" stopped; it is closed. Last error: Marker overflow. Please "
+              "increase cstMarkersCount.");
+    view.refresh();
+    EXPECT_NE(view.stateText().indexOf("stopped"), -1) << "stays until the stream runs again";
+
+    view.hide();
+    EXPECT_FALSE(stream.instrumentStatusRequested());
+    view.show();
+    view.setStream(nullptr);
+    EXPECT_FALSE(stream.instrumentStatusRequested()) << "released when it lets go of the stream";
+    stream.feed(frame({instrument("x", "x", 1.0)}, 70)); // no longer connected
+    view.refresh();
+    EXPECT_EQ(view.model()->rowCount(), 0);
+}
