@@ -180,8 +180,11 @@ std::string TrackCommand::help() const {
            "Opens the tracking camera through the Atracsys plugin, loads the marker geometries and\n"
            "shows, about once a second: the device (type and serial number), the frames received,\n"
            "the frames the device produced that never arrived (gaps in its frame counter), the\n"
-           "frame rate, and for each instrument its id, name, position in mm, quality and the time\n"
-           "since it was last seen. Runs until --duration or --frames is reached, or Ctrl-C; then\n"
+           "frame rate, and for each instrument its id, name, position in mm and quality (\"-\"\n"
+           "while it is not tracked), the time since it was last seen, and its status: tracked,\n"
+           "or why not (fiducials missing, fiducials not at the geometry's distances, not in view,\n"
+           "geometry refused by the camera; see docs/instrument-status.md).\n"
+           "Runs until --duration or --frames is reached, or Ctrl-C; then\n"
            "stops and closes the camera and prints a summary.\n"
            "With no options it tracks the example markers (:/markers/geometry1000.ini and\n"
            ":/markers/geometry1001.ini) on the first camera found (the simulated one in a build\n"
@@ -202,8 +205,10 @@ std::string TrackCommand::help() const {
            "  --frames N              stop after N frames\n"
            "  --csv FILE              record every frame: one row per instrument with the frame's\n"
            "                          host timestamps (arrival_ms, device_ms), the device counter\n"
-           "                          and clock, tracked flag, quality, position (mm) and rotation;\n"
-           "                          written to FILE.part and renamed to FILE when complete\n"
+           "                          and clock, tracked flag, quality, position (mm) and rotation\n"
+           "                          (empty while not tracked), registration error (mm), status\n"
+           "                          and its reason; written to FILE.part and renamed to FILE\n"
+           "                          when complete\n"
            "  --force                 replace an existing --csv file, or the images of an earlier\n"
            "                          run in the --images folder; without it they are refused\n"
            "  --refresh S             seconds between table refreshes (default 1)\n"
@@ -325,6 +330,9 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         err << "kestrion track: " << error << "\n";
         return 1;
     }
+
+    // The table and the CSV say why an instrument is not tracked.
+    stream->requestInstrumentStatus();
 
     // Listen to the frames, then start tracking.
     // Runs on the stream's worker thread (signals are synchronous), so its state needs no lock.
@@ -464,6 +472,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     const double elapsedS =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - startTime).count();
     const bool closed = stream->close();
+    stream->releaseInstrumentStatus();
     igtl.stop();
     algorithm.reset();
     Log::removeSink(fetchFailures);

@@ -2,9 +2,11 @@
 
 #include "host/apps/kestrion/TrackStatistics.h"
 #include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <unistd.h>
 
@@ -13,7 +15,7 @@ namespace Kestrion::Cli {
 namespace {
 const char* const Header =
     "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
-    "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33\n";
+    "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason\n";
 
 /// A CSV field: quoted when it holds a separator, a quote or a line break.
 std::string csvField(const std::string& text) {
@@ -49,7 +51,7 @@ bool TrackCsvWriter::open(const std::string& file) {
         return fail("cannot create " + m_partialFile, errno);
     m_buffer.resize(1 << 20);
     std::setvbuf(m_file, m_buffer.data(), _IOFBF, m_buffer.size());
-    m_line.resize(1024);
+    m_line.resize(4096);
     if (std::fputs(Header, m_file) == EOF)
         return fail("cannot write", errno);
     return true;
@@ -66,18 +68,28 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
         std::snprintf(deviceTime, sizeof deviceTime, "%llu",
                       static_cast<unsigned long long>(device->deviceTimestampUS()));
     }
+    const InstrumentStatusData* status = frame.component<InstrumentStatusData>();
     for (const TrackingInstrument& instrument : frame.instruments()) {
         const Eigen::Matrix4d& m = instrument.matrix;
+        const bool tracked = TrackStatistics::isTracked(instrument);
+        // An untracked instrument has no pose: its fields stay empty.
+        char pose[256] = ",,,,,,,,,,,";
+        if (tracked)
+            std::snprintf(pose, sizeof pose, "%.4f,%.4f,%.4f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f",
+                          m(0, 3), m(1, 3), m(2, 3), m(0, 0), m(0, 1), m(0, 2), m(1, 0), m(1, 1), m(1, 2),
+                          m(2, 0), m(2, 1), m(2, 2));
+        const InstrumentStatusData::Entry* entry = status ? status->find(instrument.ID()) : nullptr;
+        char error[32] = "";
+        if (entry && std::isfinite(entry->registrationErrorMm))
+            std::snprintf(error, sizeof error, "%.4f", entry->registrationErrorMm);
         const int length = std::snprintf(
-            m_line.data(), m_line.size(),
-            "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%.4f,%.4f,%.4f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%.7f,%."
-            "7f\n",
+            m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%s,%s,%s,%s\n",
             static_cast<unsigned long long>(frameIndex), deviceCounter,
             static_cast<unsigned long long>(frame.arrivalTimestamp()),
             static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
-            csvField(instrument.ID()).c_str(), csvField(instrument.id.name).c_str(),
-            TrackStatistics::isTracked(instrument) ? 1 : 0, instrument.quality, m(0, 3), m(1, 3), m(2, 3),
-            m(0, 0), m(0, 1), m(0, 2), m(1, 0), m(1, 1), m(1, 2), m(2, 0), m(2, 1), m(2, 2));
+            csvField(instrument.ID()).c_str(), csvField(instrument.id.name).c_str(), tracked ? 1 : 0,
+            instrument.quality, pose, error, entry ? InstrumentStatusData::stateName(entry->state) : "",
+            entry ? csvField(entry->reason).c_str() : "");
         if (length < 0 || static_cast<std::size_t>(length) >= m_line.size()) {
             errno = EOVERFLOW;
             return fail("row too long for instrument " + instrument.ID(), errno);

@@ -15,13 +15,15 @@ namespace Kestrion::Cli {
 /// Records tracking frames as CSV, one row per instrument per frame:
 ///
 ///     frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,
-///     x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33
+///     x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason
 ///
 /// arrival_ms and device_ms are the frame's host timestamps (ms since the epoch, UTC: when the
 /// host received it, and when the device measured it as the stream reports it); device_counter
 /// and device_time_us are the device's own frame counter and clock (empty when unknown). The
 /// pose is the instrument's rotation (row-major) and translation; an untracked instrument has
-/// tracked 0, quality 0 and the identity pose.
+/// tracked 0, quality 0 and empty pose fields. The last three come from the frame's instrument
+/// status (empty without it): the registration error while tracked, the state's short name and
+/// the reason in words.
 ///
 /// The rows go to "<file>.part", which close() flushes to disk and renames to the file, so that
 /// the file name only ever holds a complete recording. The first failing write ends the

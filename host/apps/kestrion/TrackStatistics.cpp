@@ -1,6 +1,7 @@
 #include "host/apps/kestrion/TrackStatistics.h"
 
 #include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
 
 #include <cstdio>
@@ -25,12 +26,16 @@ void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo
         m_lastCounter = device->frameCounter();
     }
     bool anyTracked = false;
+    const InstrumentStatusData* status = frame.component<InstrumentStatusData>();
     for (const TrackingInstrument& instrument : frame.instruments()) {
         auto [it, inserted] = m_instruments.try_emplace(instrument.ID());
         if (inserted)
             m_order.push_back(instrument.ID());
         it->second.name = instrument.id.name;
-        if (isTracked(instrument)) {
+        it->second.trackedNow = isTracked(instrument);
+        const InstrumentStatusData::Entry* entry = status ? status->find(instrument.ID()) : nullptr;
+        it->second.status = entry ? entry->reason : std::string();
+        if (it->second.trackedNow) {
             anyTracked = true;
             it->second.last = instrument;
             it->second.lastSeenMs = frame.arrivalTimestamp();
@@ -53,24 +58,29 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
                   static_cast<unsigned long long>(m_framesReceived),
                   static_cast<unsigned long long>(m_framesDropped), rateHz, elapsedS);
     out << line << "\n";
-    std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", "Instrument", "Name", "x [mm]",
-                  "y [mm]", "z [mm]", "Quality", "Last seen");
+    std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s  %s", "Instrument", "Name",
+                  "x [mm]", "y [mm]", "z [mm]", "Quality", "Last seen", "Status");
     out << line << "\n";
     for (const std::string& id : m_order) {
         const InstrumentState& state = m_instruments.at(id);
-        if (state.lastSeenMs == 0) {
-            std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", id.c_str(),
-                          state.name.c_str(), "-", "-", "-", "-", "never");
-        } else {
+        char age[32] = "never";
+        if (state.lastSeenMs != 0)
+            std::snprintf(age, sizeof age, "%.1f s ago",
+                          nowMs > state.lastSeenMs ? static_cast<double>(nowMs - state.lastSeenMs) / 1000.0
+                                                   : 0.0);
+        // A pose is shown only while the instrument is tracked: an old one would look current.
+        if (state.trackedNow) {
             const Eigen::Vector3d t = state.last.translation();
-            const double ageS =
-                nowMs > state.lastSeenMs ? static_cast<double>(nowMs - state.lastSeenMs) / 1000.0 : 0.0;
-            char age[32];
-            std::snprintf(age, sizeof age, "%.1f s ago", ageS);
             std::snprintf(line, sizeof line, "%-16s %-20s %10.2f %10.2f %10.2f %8.3f %10s", id.c_str(),
                           state.name.c_str(), t.x(), t.y(), t.z(), state.last.quality, age);
+        } else {
+            std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", id.c_str(),
+                          state.name.c_str(), "-", "-", "-", "-", age);
         }
-        out << line << "\n";
+        out << line;
+        if (!state.status.empty())
+            out << "  " << state.status;
+        out << "\n";
     }
     return out.str();
 }

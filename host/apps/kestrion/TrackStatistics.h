@@ -17,7 +17,8 @@ namespace Kestrion::Cli {
 
 /// What `kestrion track` shows: the device, the frames received and those the device produced but
 /// the host never received (gaps in the device's frame counter), and for each instrument its
-/// latest pose and quality and when it was last seen. Used on the command's thread only.
+/// pose and quality while tracked, when it was last seen, and the reason of its status when the
+/// frames carry one. Used on the command's thread only.
 class TrackStatistics {
 public:
     /// Whether the instrument was measured in its frame (an untracked one has identity pose and
@@ -42,6 +43,8 @@ private:
         std::string name;
         TrackingInstrument last;      // latest tracked measurement
         std::uint64_t lastSeenMs = 0; // arrival time of that frame; 0: never tracked
+        bool trackedNow = false;      // tracked in the latest frame
+        std::string status;           // the reason of the latest frame's instrument status, if any
     };
 
     std::string m_deviceType;

@@ -38,16 +38,24 @@ void start(QProcess& process, const std::vector<std::string>& arguments) {
     process.start(QString(KESTRION_APP), list);
 }
 
+/// The rows of a recording; a quoted field (the status reason) may hold commas and doubled quotes.
 std::vector<std::vector<std::string>> readCsv(const std::string& file) {
     std::vector<std::vector<std::string>> rows;
     std::ifstream in(file);
     std::string line;
     while (std::getline(in, line)) {
-        std::vector<std::string> fields;
-        std::stringstream s(line);
-        std::string field;
-        while (std::getline(s, field, ','))
-            fields.push_back(field);
+        std::vector<std::string> fields(1);
+        bool quoted = false;
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (line[i] == '"' && quoted && i + 1 < line.size() && line[i + 1] == '"')
+                fields.back() += line[++i];
+            else if (line[i] == '"')
+                quoted = !quoted;
+            else if (line[i] == ',' && !quoted)
+                fields.emplace_back();
+            else
+                fields.back() += line[i];
+        }
         rows.push_back(fields);
     }
     return rows;
@@ -105,7 +113,7 @@ void expectTruePoses(const std::vector<std::vector<std::string>>& rows,
     std::map<std::string, std::size_t> seen;
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const auto& row = rows[i];
-        ASSERT_EQ(row.size(), 21u) << "row " << i;
+        ASSERT_EQ(row.size(), 24u) << "row " << i;
         EXPECT_EQ(std::stoull(row[0]), (i - 1) / markers.size()) << "row " << i;
         const long long counter = std::stoll(row[1]);
         EXPECT_NEAR(static_cast<double>(std::stoll(row[4]) - firstDeviceUs),
@@ -117,6 +125,10 @@ void expectTruePoses(const std::vector<std::vector<std::string>>& rows,
         ++seen[row[5]];
         EXPECT_EQ(row[7], "1") << "row " << i << " " << row[5];
         EXPECT_GT(std::stod(row[8]), 0.9) << "row " << i;
+        EXPECT_EQ(row[22], "tracked") << "row " << i << ": " << row[23];
+        const std::string said = "tracked, registration error ";
+        ASSERT_EQ(row[23].rfind(said, 0), 0u) << "row " << i << ": " << row[23];
+        EXPECT_NEAR(std::stod(row[23].substr(said.size())), std::stod(row[21]), 0.0051) << "row " << i;
         double translation[3], rotation[9];
         marker->poseAt(static_cast<double>(counter) / rateHz, translation, rotation);
         for (int k = 0; k < 3; ++k)
@@ -244,4 +256,16 @@ TEST_F(TrackCommand, FailuresNameTheProblemAndExitNonZero) {
           "kestrion track: the Atracsys tracking plugin is not licensed");
     fails({"--duration", "1"}, {{"KESTRION_PLUGIN_PATH", folder.path()}},
           "kestrion track: no Atracsys tracking plugin found in " + folder.path());
+}
+
+TEST_F(TrackCommand, TheTableSaysWhyAMarkerIsNotTracked) {
+    const Result r = track({"--frames", "30", "--geometry", ":/markers/geometry1000.ini", "--geometry",
+                            ":/markers/geometry1001.ini"},
+                           {{"FTK_SIMULATOR_SCENE", DataDir + "/static-marker.json"}});
+    ASSERT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(
+        r.outHas("atracsys-1001    geometry1001                  -          -          -        -      "
+                 "never  no fiducial of the geometry in view\n"))
+        << r;
+    EXPECT_TRUE(r.outHas("  tracked, registration error 0.")) << r;
 }

@@ -2,6 +2,7 @@
 #include "host/apps/kestrion/TrackOptions.h"
 #include "host/apps/kestrion/TrackStatistics.h"
 #include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
 
 #include <QTemporaryDir>
@@ -18,7 +19,8 @@ using namespace Kestrion::Cli;
 
 namespace {
 
-TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
+/// A frame of instrument atracsys-1000, with an instrument status entry when `reason` is given.
+TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked, const char* reason = nullptr) {
     TrackingInstrument instrument(TrackerID("atracsys-1000", "pointer"));
     if (tracked) {
         instrument.matrix(0, 3) = 1.5;
@@ -26,7 +28,20 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
         instrument.matrix(2, 3) = 800.0;
         instrument.quality = 0.75;
     }
-    return TrackingStreamData(nullptr, {instrument}, arrivalMs, arrivalMs);
+    TrackingStreamData data(nullptr, {instrument}, arrivalMs, arrivalMs);
+    if (reason) {
+        auto status = std::make_shared<InstrumentStatusData>();
+        InstrumentStatusData::Entry entry;
+        entry.instrumentId = "atracsys-1000";
+        entry.state =
+            tracked ? InstrumentStatusData::State::Tracked : InstrumentStatusData::State::PartlySeen;
+        entry.reason = reason;
+        if (tracked)
+            entry.registrationErrorMm = 0.25;
+        status->entries().push_back(entry);
+        data.addComponent(status);
+    }
+    return data;
 }
 
 } // namespace
@@ -62,7 +77,7 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     }
 }
 
-TEST(TrackStatistics, CountsCounterGapsAsDroppedAndRemembersTheLastTrackedPose) {
+TEST(TrackStatistics, CountsCounterGapsAsDroppedAndShowsThePoseOnlyWhileTracked) {
     TrackStatistics statistics;
     const DeviceFrameInfo f1("sTk 180", 0xABCDull, 0xFFFFFFFEu, 10);
     const DeviceFrameInfo f2("sTk 180", 0xABCDull, 0xFFFFFFFFu, 20);
@@ -70,16 +85,23 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndRemembersTheLastTrackedPose) 
     statistics.add(frame(1000, true), &f1);
     statistics.add(frame(1020, false), &f2);
     statistics.add(frame(1040, false), &f3);
-    statistics.add(frame(1060, false), nullptr); // a frame without device information counts, no gap
+    // A frame without device information counts, no gap.
+    statistics.add(frame(1060, false, "fiducials 0, 2 of 3 found; 1 missing"), nullptr);
     EXPECT_EQ(statistics.framesWithPose(), 1u);
-    const std::string table = statistics.table(3500, 2.0, 50.0);
+    std::string table = statistics.table(3500, 2.0, 50.0);
     EXPECT_NE(table.find("Device: sTk 180, serial 0x000000000000abcd"), std::string::npos) << table;
     EXPECT_NE(table.find("Frames: 4 received, 2 dropped, 50.0 Hz"), std::string::npos) << table;
-    // The pose of the last tracked frame, 2.5 s before "now".
-    EXPECT_NE(
-        table.find(
-            "atracsys-1000    pointer                    1.50      -2.25     800.00    0.750  2.5 s ago"),
-        std::string::npos)
+    // Untracked now: no pose, when it was last tracked (2.5 s before "now") and why not.
+    EXPECT_NE(table.find("Quality  Last seen  Status\n"
+                         "atracsys-1000    pointer                       -          -          -        -  "
+                         "2.5 s ago  fiducials 0, 2 of 3 found; 1 missing\n"),
+              std::string::npos)
+        << table;
+    statistics.add(frame(3400, true), nullptr);
+    table = statistics.table(3500, 2.0, 50.0);
+    EXPECT_NE(table.find("atracsys-1000    pointer                    1.50      -2.25     800.00    0.750  "
+                         "0.1 s ago\n"),
+              std::string::npos)
         << table;
 
     TrackStatistics never;
@@ -101,17 +123,23 @@ TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrument
     const DeviceFrameInfo device("sTk 180", 1, 41, 123456789);
     EXPECT_TRUE(writer.write(0, frame(1000, true), &device));
     EXPECT_TRUE(writer.write(1, frame(1017, false), nullptr));
+    EXPECT_TRUE(writer.write(2, frame(1034, true, "tracked, registration error 0.25 mm"), nullptr));
+    EXPECT_TRUE(writer.write(3, frame(1051, false, "fiducials 0, 2 of 3 found; 1 missing"), nullptr));
     EXPECT_FALSE(std::filesystem::exists(file)); // still being written
     ASSERT_TRUE(writer.close()) << writer.error();
     EXPECT_FALSE(std::filesystem::exists(file + ".part"));
     std::ifstream in(file);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
               "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
-              "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33\n"
+              "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason\n"
               "0,41,1000,1000,123456789,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
-              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000\n"
-              "1,,1017,1017,,atracsys-1000,pointer,0,0.0000,0.0000,0.0000,0.0000,"
-              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000\n");
+              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,,,\n"
+              "1,,1017,1017,,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,,\n"
+              "2,,1034,1034,,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
+              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,"
+              "0.2500,tracked,\"tracked, registration error 0.25 mm\"\n"
+              "3,,1051,1051,,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,"
+              "partly seen,\"fiducials 0, 2 of 3 found; 1 missing\"\n");
 }
 
 TEST_F(TrackCsvWriterTest, AFailedWriteIsReportedWithTheFileAndReasonAndKeepsThePartialFile) {
