@@ -38,9 +38,10 @@ bool IgtlClientConnection::hasPending() const {
 void IgtlClientConnection::queueStatus(Packet message, Clock::time_point now) {
     touch(now);
     if (m_queue.size() - m_queuedFrames >= MaxQueuedStatuses) {
-        m_closeReason = "stopped reading (" + std::to_string(MaxQueuedStatuses) + " status messages waiting)";
-        m_closed = true;
-        return;
+        const auto oldest =
+            std::find_if(m_queue.begin(), m_queue.end(), [](const Entry& e) { return !e.frame; });
+        m_dropped += oldest->messages;
+        m_queue.erase(oldest);
     }
     m_queue.push_back({std::move(message), nullptr, 1, false});
 }

@@ -152,7 +152,8 @@ void IgtlServer::onStreamData(const std::shared_ptr<const StreamData>& data) {
     }
     if (replaced)
         m_framesSkipped.fetch_add(1, std::memory_order_relaxed);
-    if (!m_wakePending.exchange(true))
+    // Without clients nobody waits for the frame: the server takes it at its next round.
+    if (m_clientCount.load(std::memory_order_relaxed) > 0 && !m_wakePending.exchange(true))
         wake();
 }
 
@@ -364,6 +365,7 @@ void IgtlServer::updateCameraState(Clock::time_point now) {
 }
 
 void IgtlServer::publishClients() {
+    m_clientCount.store(m_clients.size(), std::memory_order_relaxed);
     std::lock_guard<std::mutex> lock(m_clientsMutex);
     m_clientInfo.resize(m_clients.size());
     for (std::size_t i = 0; i < m_clients.size(); ++i) {

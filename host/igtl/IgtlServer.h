@@ -109,6 +109,7 @@ private:
     std::mutex m_slotMutex;
     std::shared_ptr<const StreamData> m_slot;
     std::atomic<bool> m_wakePending{false};
+    std::atomic<std::size_t> m_clientCount{0};
     std::atomic<std::uint64_t> m_framesSkipped{0};
 
     // The images to pack (server thread -> image thread) and the packed ones (back).

@@ -118,6 +118,9 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     EXPECT_TRUE(waitFor([&] { return server.clients()[0].messagesSent == 7; }));
     EXPECT_TRUE(server.clients()[0].trackingData);
     EXPECT_FALSE(server.clients()[1].trackingData);
+    const std::string bAddress = b.address();
+    b.finishSending();
+    ASSERT_TRUE(waitForClients(server, 1));
 
     stream.close(); // through stopping (not tracking) to closed
     std::optional<Igtl::IgtlTest::ReceivedMessage> status;
@@ -133,6 +136,7 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server listening on " + where))
         << log->dump();
     EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink client " + aAddress + " connected"));
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink client " + bAddress + " disconnected"));
     EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink server stopped"));
 }
 
