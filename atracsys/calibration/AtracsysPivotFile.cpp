@@ -67,6 +67,14 @@ bool AtracsysPivotFile::save(const std::string& path, const Eigen::Vector3d& tip
     return true;
 }
 
+bool AtracsysPivotFile::hasPivot(const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (sectionOf(line) == std::optional<std::string>("pivot"))
+            return true;
+    return false;
+}
+
 std::optional<unsigned> AtracsysPivotFile::fiducialCount(const std::string& text) {
     std::optional<unsigned> count;
     bool inGeometry = false;

@@ -24,6 +24,8 @@ public:
     /// The fiducial count of a geometry text (the "count" key of its [geometry] section, a plain
     /// decimal number); empty when there is none.
     static std::optional<unsigned> fiducialCount(const std::string& text);
+    /// Whether a geometry text has a [pivot] section, that is a tool tip.
+    static bool hasPivot(const std::string& text);
 };
 
 } // namespace Kestrion

@@ -9,6 +9,7 @@
 #include "host/apps/kestrion/TrackImageSaver.h"
 #include "host/apps/kestrion/TrackOptions.h"
 #include "host/apps/kestrion/TrackStatistics.h"
+#include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/core/CaptureLogSink.h"
 #include "host/core/Configurable.h"
 #include "host/core/Log.h"
@@ -260,7 +261,8 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             return 1;
         }
     TrackCsvWriter csv;
-    if (!options->csvFile.empty() && !csv.open(options->csvFile)) {
+    if (!options->csvFile.empty() &&
+        !csv.open(options->csvFile, TrackTipColumns::anyTip(configuration->targets))) {
         err << "kestrion track: " << csv.error() << "\n";
         return 1;
     }

@@ -1,6 +1,7 @@
 #include "host/apps/kestrion/TrackCsvWriter.h"
 
 #include "host/apps/kestrion/TrackStatistics.h"
+#include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
@@ -15,7 +16,7 @@ namespace Kestrion::Cli {
 namespace {
 const char* const Header =
     "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
-    "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason\n";
+    "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason";
 
 /// A CSV field: quoted when it holds a separator, a quote or a line break.
 std::string csvField(const std::string& text) {
@@ -42,7 +43,8 @@ bool TrackCsvWriter::fail(const std::string& what, int errorNumber) {
     return false;
 }
 
-bool TrackCsvWriter::open(const std::string& file) {
+bool TrackCsvWriter::open(const std::string& file, bool tipColumns) {
+    m_tipColumns = tipColumns;
     m_target = file;
     m_partialFile = file + ".part";
     // Exclusive creation: a file of that name that exists is someone else's, never overwritten.
@@ -52,7 +54,9 @@ bool TrackCsvWriter::open(const std::string& file) {
     m_buffer.resize(1 << 20);
     std::setvbuf(m_file, m_buffer.data(), _IOFBF, m_buffer.size());
     m_line.resize(4096);
-    if (std::fputs(Header, m_file) == EOF)
+    if (std::fputs(Header, m_file) == EOF ||
+        (tipColumns && std::fputs(TrackTipColumns::csvHeader(), m_file) == EOF) ||
+        std::fputs("\n", m_file) == EOF)
         return fail("cannot write", errno);
     return true;
 }
@@ -82,14 +86,22 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
         char error[32] = "";
         if (entry && std::isfinite(entry->registrationErrorMm))
             std::snprintf(error, sizeof error, "%.4f", entry->registrationErrorMm);
-        const int length = std::snprintf(
-            m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%s,%s,%s,%s\n",
+        int length = std::snprintf(
+            m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%s,%s,%s,%s",
             static_cast<unsigned long long>(frameIndex), deviceCounter,
             static_cast<unsigned long long>(frame.arrivalTimestamp()),
             static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
             csvField(instrument.ID()).c_str(), csvField(instrument.id.name).c_str(), tracked ? 1 : 0,
             instrument.quality, pose, error, entry ? InstrumentStatusData::stateName(entry->state) : "",
             entry ? csvField(entry->reason).c_str() : "");
+        if (m_tipColumns && length >= 0 && static_cast<std::size_t>(length) < m_line.size())
+            length += TrackTipColumns::csvFields(m_line.data() + length,
+                                                 m_line.size() - static_cast<std::size_t>(length), frame,
+                                                 instrument.ID());
+        if (length >= 0 && static_cast<std::size_t>(length) + 1 < m_line.size())
+            m_line[static_cast<std::size_t>(length++)] = '\n';
+        else
+            length = static_cast<int>(m_line.size()); // too long, below
         if (length < 0 || static_cast<std::size_t>(length) >= m_line.size()) {
             errno = EOVERFLOW;
             return fail("row too long for instrument " + instrument.ID(), errno);

@@ -21,9 +21,10 @@ namespace Kestrion::Cli {
 /// host received it, and when the device measured it as the stream reports it); device_counter
 /// and device_time_us are the device's own frame counter and clock (empty when unknown). The
 /// pose is the instrument's rotation (row-major) and translation; an untracked instrument has
-/// tracked 0, quality 0 and empty pose fields. The last three come from the frame's instrument
+/// tracked 0, quality 0 and empty pose fields. The next three come from the frame's instrument
 /// status (empty without it): the registration error while tracked, the state's short name and
-/// the reason in words.
+/// the reason in words. Opened with tip columns, each row ends with tip_x_mm,tip_y_mm,tip_z_mm:
+/// the instrument's tool tip in camera coordinates (empty when it has none in that frame).
 ///
 /// The rows go to "<file>.part", which close() flushes to disk and renames to the file, so that
 /// the file name only ever holds a complete recording. The first failing write ends the
@@ -38,7 +39,7 @@ public:
 
     /// Creates "<file>.part" and writes the header. False (see error()) on failure, also when
     /// "<file>.part" exists already: it is not ours to replace.
-    bool open(const std::string& file);
+    bool open(const std::string& file, bool tipColumns = false);
     /// Appends the rows of one frame; false once a write has failed.
     bool write(std::uint64_t frameIndex, const TrackingStreamData& frame, const DeviceFrameInfo* device);
     /// Flushes, syncs and closes the file and gives it its name. False (see error()) on failure
@@ -61,6 +62,7 @@ private:
     std::string m_partialFile;
     std::string m_error;
     std::uint64_t m_rows = 0;
+    bool m_tipColumns = false;
     std::vector<char> m_line; // reused for every row
     std::vector<char> m_buffer;
 };

@@ -1,5 +1,7 @@
 #include "host/apps/kestrion/TrackStatistics.h"
 
+#include "host/apps/kestrion/TrackTipColumns.h"
+
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
@@ -39,6 +41,8 @@ void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo
             anyTracked = true;
             it->second.last = instrument;
             it->second.lastSeenMs = frame.arrivalTimestamp();
+            it->second.tip = TrackTipColumns::tipOf(frame, instrument.ID());
+            m_anyTip = m_anyTip || it->second.tip.has_value();
         }
     }
     if (anyTracked)
@@ -58,9 +62,9 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
                   static_cast<unsigned long long>(m_framesReceived),
                   static_cast<unsigned long long>(m_framesDropped), rateHz, elapsedS);
     out << line << "\n";
-    std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s  %s", "Instrument", "Name",
-                  "x [mm]", "y [mm]", "z [mm]", "Quality", "Last seen", "Status");
-    out << line << "\n";
+    std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", "Instrument", "Name", "x [mm]",
+                  "y [mm]", "z [mm]", "Quality", "Last seen");
+    out << line << (m_anyTip ? TrackTipColumns::tableHeader() : "") << "  Status\n";
     for (const std::string& id : m_order) {
         const InstrumentState& state = m_instruments.at(id);
         char age[32] = "never";
@@ -78,6 +82,9 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
                           state.name.c_str(), "-", "-", "-", "-", age);
         }
         out << line;
+        // The tip, like the pose, only while tracked; before the status, whose text is free.
+        if (m_anyTip)
+            out << TrackTipColumns::tableCell(state.trackedNow ? state.tip : std::nullopt);
         if (!state.status.empty())
             out << "  " << state.status;
         out << "\n";

@@ -41,10 +41,11 @@ public:
 private:
     struct InstrumentState {
         std::string name;
-        TrackingInstrument last;      // latest tracked measurement
-        std::uint64_t lastSeenMs = 0; // arrival time of that frame; 0: never tracked
-        bool trackedNow = false;      // tracked in the latest frame
-        std::string status;           // the reason of the latest frame's instrument status, if any
+        TrackingInstrument last;            // latest tracked measurement
+        std::uint64_t lastSeenMs = 0;       // arrival time of that frame; 0: never tracked
+        bool trackedNow = false;            // tracked in the latest frame
+        std::string status;                 // the reason of the latest frame's instrument status, if any
+        std::optional<Eigen::Vector3d> tip; // where that frame put the tool tip, if it has one
     };
 
     std::string m_deviceType;
@@ -55,6 +56,7 @@ private:
     std::optional<std::uint32_t> m_lastCounter;
     std::vector<std::string> m_order; // instrument ids in order of first appearance
     std::map<std::string, InstrumentState> m_instruments;
+    bool m_anyTip = false; // the tip column is shown once a tip was seen
 };
 
 } // namespace Kestrion::Cli

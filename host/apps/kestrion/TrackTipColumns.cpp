@@ -1,0 +1,64 @@
+#include "host/apps/kestrion/TrackTipColumns.h"
+
+#include "atracsys/calibration/AtracsysPivotFile.h"
+
+#include "host/stream/InstrumentTipData.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+
+#include <cstdio>
+
+namespace Kestrion::Cli {
+
+bool TrackTipColumns::anyTip(const std::vector<TrackConfiguration::Target>& targets) {
+    for (const auto& target : targets) {
+        QFile file(QString::fromStdString(target.path));
+        if (!file.open(QIODevice::ReadOnly))
+            continue; // the stream reports a file it cannot load
+        const QByteArray bytes = file.readAll();
+        if (AtracsysPivotFile::hasPivot(
+                std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()))))
+            return true;
+    }
+    return false;
+}
+
+const char* TrackTipColumns::csvHeader() {
+    return ",tip_x_mm,tip_y_mm,tip_z_mm";
+}
+
+std::optional<Eigen::Vector3d> TrackTipColumns::tipOf(const TrackingStreamData& frame,
+                                                      const std::string& id) {
+    const auto* tips = frame.component<InstrumentTipData>();
+    const InstrumentTipData::Entry* entry = tips ? tips->find(id) : nullptr;
+    if (!entry)
+        return std::nullopt;
+    return entry->tipInCamera;
+}
+
+int TrackTipColumns::csvFields(char* out, std::size_t size, const TrackingStreamData& frame,
+                               const std::string& id) {
+    const std::optional<Eigen::Vector3d> tip = tipOf(frame, id);
+    if (!tip)
+        return std::snprintf(out, size, ",,,");
+    return std::snprintf(out, size, ",%.4f,%.4f,%.4f", tip->x(), tip->y(), tip->z());
+}
+
+std::string TrackTipColumns::tableHeader() {
+    return tableCell(std::nullopt).replace(2, 1, "Tip x, y, z [mm]");
+}
+
+std::string TrackTipColumns::tableCell(const std::optional<Eigen::Vector3d>& tip) {
+    // Of one width, so that the columns after it line up.
+    char text[96] = "-";
+    if (tip)
+        std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", tip->x(), tip->y(), tip->z());
+    char cell[128];
+    std::snprintf(cell, sizeof cell, "  %-26s", text);
+    return cell;
+}
+
+} // namespace Kestrion::Cli
