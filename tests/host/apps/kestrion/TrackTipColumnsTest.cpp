@@ -73,8 +73,9 @@ TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     EXPECT_TRUE(endsWith(lines[1], ",12.5000,-3.2500,905.5000")) << lines[1];
     for (std::size_t i = 1; i < 5; ++i) {
         EXPECT_EQ(commas(lines[i]), commas(lines[0])) << lines[i];
-        if (i > 1)
+        if (i > 1) {
             EXPECT_TRUE(endsWith(lines[i], ",,,")) << lines[i];
+        }
     }
 
     // Only geometry files with a [pivot] section ask for the CSV columns.
