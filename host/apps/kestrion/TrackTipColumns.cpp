@@ -47,18 +47,26 @@ int TrackTipColumns::csvFields(char* out, std::size_t size, const TrackingStream
     return std::snprintf(out, size, ",%.4f,%.4f,%.4f", tip->x(), tip->y(), tip->z());
 }
 
-std::string TrackTipColumns::tableHeader() {
-    return tableCell(std::nullopt).replace(2, 1, "Tip x, y, z [mm]");
-}
+namespace {
 
-std::string TrackTipColumns::tableCell(const std::optional<Eigen::Vector3d>& tip) {
-    // Of one width, so that the columns after it line up.
-    char text[96] = "-";
-    if (tip)
-        std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", tip->x(), tip->y(), tip->z());
+// A cell of one width, so that the columns after it line up.
+std::string padded(const char* text) {
     char cell[128];
     std::snprintf(cell, sizeof cell, "  %-26s", text);
     return cell;
+}
+
+} // namespace
+
+std::string TrackTipColumns::tableHeader() {
+    return padded("Tip x, y, z [mm]");
+}
+
+std::string TrackTipColumns::tableCell(const std::optional<Eigen::Vector3d>& tip) {
+    char text[96] = "-";
+    if (tip)
+        std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", tip->x(), tip->y(), tip->z());
+    return padded(text);
 }
 
 } // namespace Kestrion::Cli
