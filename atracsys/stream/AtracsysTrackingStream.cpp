@@ -3,6 +3,8 @@
 #include "atracsys/device/AtracsysDeviceHelpers.h"
 #include "atracsys/device/AtracsysGeometryHelpers.h"
 #include "atracsys/device/AtracsysOptionHelpers.h"
+#include "atracsys/recording/AtracsysRecorder.h"
+#include "atracsys/recording/AtracsysRecordingCopy.h"
 #include "atracsys/stream/AtracsysDeviceContext.h"
 
 #include "host/core/Log.h"
@@ -38,6 +40,7 @@ AtracsysTrackingStream::AtracsysTrackingStream(const std::string& name)
     : AtracsysTrackingStreamBase(name)
     , m_instruments(std::make_unique<AtracsysInstruments>())
     , m_device(std::make_unique<AtracsysDeviceContext>())
+    , m_recorder(std::make_unique<AtracsysRecorder>())
     , m_converter(AtracsysDeviceContext::fiducialsCapacity, AtracsysDeviceContext::markersCapacity) {
     AtracsysTrackingStream* expected = nullptr;
     if (!m_instance.compare_exchange_strong(expected, this))
@@ -111,6 +114,10 @@ void AtracsysTrackingStream::configure(const Properties* properties) {
         setMaxFiducialMarkerDistance(distance);
     if (properties->getParam("registrationErrorThreshold", distance))
         setRegistrationErrorThreshold(distance);
+    std::string recordFile;
+    if (properties->getParam("recordFile", recordFile))
+        m_recorder->setTarget(recordFile, properties->param("recordImages", false),
+                              properties->param("recordReplace", false));
 
     const Properties* targets = properties->subProperty("TrackingTargets");
     if (!targets)
@@ -253,6 +260,7 @@ bool AtracsysTrackingStream::closeImpl() {
     // the same time is either pushed before the close (and marked here) or added as not on the
     // device.
     std::lock_guard<std::mutex> lock(m_device->mutex());
+    m_recorder->finish(); // does not wait: close may run on the worker thread
     m_device->releaseFrame();
     if (m_device->closeLibrary() != ftkError::FTK_OK) {
         KESTRION_LOG_ERROR(Category, "Cannot close Atracsys tracking library");
@@ -282,7 +290,22 @@ bool AtracsysTrackingStream::startImpl() {
     const int integrationTime = m_imageIntegrationTime.load();
     if (integrationTime >= 1)
         setImageIntegrationTime(integrationTime);
+    if (m_recorder->wanted())
+        startRecording();
     return true;
+}
+
+void AtracsysTrackingStream::startRecording() {
+    std::vector<std::pair<std::string, ftkGeometry>> geometries;
+    for (auto& [id, geometry] : m_instruments->specialObjects())
+        if (geometry->isOnDevice())
+            geometries.emplace_back(geometry->path(), geometry->geometry());
+    std::unique_lock<std::mutex> lock(m_device->mutex()); // the option values come from the device
+    const AtracsysHelpers::DeviceData device = m_device->device();
+    Recording::SessionHeader header = AtracsysRecordingCopy::sessionHeader(
+        m_device->library(), device.serialNumber, device.type, device.name, geometries, queryImages());
+    lock.unlock();
+    m_recorder->start(header); // creates the file: not under the device mutex
 }
 
 bool AtracsysTrackingStream::stopImpl() {
@@ -424,6 +447,7 @@ void AtracsysTrackingStream::acquire(Clock::time_point& wakeUp) {
     }
     m_device->errorCount = 0;
     m_device->errorCodes.clear();
+    m_recorder->record(*frame);
     processFrame(*frame, wakeUp);
 }
 

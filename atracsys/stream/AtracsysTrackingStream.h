@@ -23,6 +23,7 @@ class ImageStreamData;
 namespace Kestrion::SpryTrack {
 
 class AtracsysDeviceContext;
+class AtracsysRecorder;
 
 /// The tracking stream of an Atracsys camera driven through the SDK's ftk* interface: it opens the
 /// camera, pushes the marker geometries of its instruments to it, and turns every frame into
@@ -97,6 +98,8 @@ private:
     void prepareImageSubstreams();
     bool openDevice();
     void setSpryTrackOptions();
+    /// Starts the recording with the camera's description and the geometries on it.
+    void startRecording();
     /// Releases the frame record, logs "AtracsysTrackingStream: <message>" and the SDK's last
     /// error. reportError takes the device mutex; reportErrorLocked expects it held.
     void reportError(const std::string& message);
@@ -118,6 +121,9 @@ private:
     /// closed; -1: the device keeps its own.
     std::atomic<int> m_imageIntegrationTime{-1};
     std::unique_ptr<AtracsysDeviceContext> m_device;
+    /// Records the fetched frames when "recordFile" is set (worker thread hands over, its own
+    /// thread writes).
+    std::unique_ptr<AtracsysRecorder> m_recorder;
     /// The update of the last frame with images; refilled for every such frame (worker thread).
     std::unique_ptr<AtracsysUpdate> m_currentUpdate;
 

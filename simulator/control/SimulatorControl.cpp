@@ -64,6 +64,14 @@ FTK_API bool ftkSimLoadSceneFile(const char* path) {
     return sceneResult(Simulator::instance().loadSceneFile(path, error), error);
 }
 
+FTK_API bool ftkSimLoadReplay(const char* path, bool matchMarkers) {
+    if (path == nullptr) {
+        return fail("ftkSimLoadReplay: no file name");
+    }
+    std::string error;
+    return sceneResult(Simulator::instance().loadReplay(path, matchMarkers, error), error);
+}
+
 FTK_API bool ftkSimResetScene() {
     std::string error;
     return sceneResult(Simulator::instance().loadDefaultScene(error), error);

@@ -46,6 +46,11 @@ extern "C" {
 
 FTK_API bool ftkSimLoadScene(const char* json);
 FTK_API bool ftkSimLoadSceneFile(const char* path);
+/// Replaces the devices with one that plays a recording (as FTK_SIMULATOR_REPLAY does): the
+/// recorded markers, or with `matchMarkers` those found again in the recorded fiducials with the
+/// geometries registered now. A recording that cannot be played fails with the file, the frame
+/// and the problem in ftkSimGetLastError.
+FTK_API bool ftkSimLoadReplay(const char* path, bool matchMarkers);
 /// Back to the built-in default scene (one spryTrack 180, markers 1000 and 1001, three strays).
 FTK_API bool ftkSimResetScene();
 /// Copies the last control or scene error (empty when none) into buffer, truncated to size - 1

@@ -2,10 +2,12 @@
 
 #include "simulator/src/ErrorCodes.h"
 #include "simulator/src/OptionCatalog.h"
+#include "simulator/src/ReplaySource.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <thread>
 
@@ -59,6 +61,13 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
     for (const FaultRule& fault : description.faults) {
         m_faults.add(fault);
     }
+}
+
+Device::~Device() = default;
+
+void Device::setReplay(std::unique_ptr<ReplaySource> replay) {
+    m_rematch = replay && replay->markers() == ReplaySource::Markers::Matched;
+    m_replay = std::move(replay);
 }
 
 bool Device::hidden() {
@@ -293,15 +302,29 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
     faults = outcome.delivery;
 
     const auto deadline = now + std::chrono::milliseconds(timeoutMS);
+    // A replay has no frame after the recording's last one.
+    const auto deliver = [this, &message](std::uint64_t taken) {
+        if (m_replay && !m_replayStarted) {
+            // The recording starts with the first frame fetched, whenever that is.
+            m_replayStarted = true;
+            m_replayBase = taken;
+        }
+        if (m_replay && taken - m_replayBase >= m_replay->frameCount()) {
+            message = "The recording " + m_replay->path() + " ended after " +
+                      std::to_string(m_replay->frameCount()) + " frames";
+            return ftkError::FTK_WAR_NO_FRAME;
+        }
+        return ftkError::FTK_OK;
+    };
     for (;;) {
         if (m_steppedClock.load()) {
             index = m_clock.takeNext(true, now);
-            return ftkError::FTK_OK;
+            return deliver(index);
         }
         const std::uint64_t newest = m_clock.currentIndex(false, now);
         if (!hasLast || newest > lastIndex) {
             index = newest;
-            return ftkError::FTK_OK;
+            return deliver(index);
         }
         const auto next = m_clock.timeOf(lastIndex + 1);
         // The wait happens without the lock, so options and geometries stay usable meanwhile.
@@ -332,12 +355,20 @@ float Device::matchingToleranceLocked() const {
 const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool& withImages) {
     const ProductionSettings settings = settingsLocked();
     if (!m_frameValid || m_frame.index != index) {
-        m_producer.produce(index, settings, m_frame, m_truth);
+        if (m_replay) {
+            std::string error;
+            if (!m_replay->load(index - m_replayBase, m_frame, error)) {
+                std::fprintf(stderr, "ftkGetLastFrame: %s\n", error.c_str());
+            }
+            m_frame.index = index;
+        } else {
+            m_producer.produce(index, settings, m_frame, m_truth);
+        }
         m_frameValid = true;
     }
     const bool imagesEnabled = !m_model.usb || m_options.intValue(OptionCatalog::SendImages) == 1;
     withImages = wantImages && imagesEnabled;
-    if (withImages && !m_frame.hasImages) {
+    if (withImages && !m_frame.hasImages && !m_replay) {
         m_producer.renderImages(settings, m_frame);
     }
     if (!m_delivered || index > m_lastDelivered) {

@@ -20,6 +20,7 @@
 namespace Kestrion::Simulator {
 
 class FrameRecord;
+class ReplaySource;
 
 /// One simulated camera. Devices live for the process (or until a new scene replaces them for
 /// handles opened later); every library handle connected to a device shares its options, clock,
@@ -33,6 +34,16 @@ class Device {
 public:
     Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
            const std::atomic<bool>& steppedClock);
+    ~Device();
+
+    /// Plays a recording instead of measuring the scene: the first frame fetched is the
+    /// recording's first, the next ones follow at the recorded rate (one per fetch on the stepped
+    /// clock), and fetches after its last frame find no new frame. Called before the device is
+    /// shared.
+    void setReplay(std::unique_ptr<ReplaySource> replay);
+    /// Markers are matched again in the replayed fiducials rather than taken as recorded. Fixed
+    /// at setReplay(), so it needs no lock.
+    bool rematchesReplay() const { return m_rematch; }
 
     std::uint64_t serial() const { return m_serial; }
     ftkDeviceType type() const { return m_model.type; }
@@ -105,6 +116,10 @@ private:
     std::uint64_t m_lastDelivered = 0;
     std::uint64_t m_lostFrames = 0;
     bool m_disconnected = false;
+    std::unique_ptr<ReplaySource> m_replay;
+    bool m_rematch = false;
+    bool m_replayStarted = false;
+    std::uint64_t m_replayBase = 0; ///< Device frame index of the recording's first frame.
 };
 
 } // namespace Kestrion::Simulator

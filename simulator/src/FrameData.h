@@ -2,6 +2,7 @@
 
 #include <ftkInterface.h>
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -23,6 +24,15 @@ struct FrameData {
     std::uint16_t height = 0;
     std::vector<std::uint8_t> imageLeft; ///< width * height bytes, row after row.
     std::vector<std::uint8_t> imageRight;
+
+    /// A frame of a recording (ReplaySource): the device's own counter and desynchronisation,
+    /// the container statuses and the markers as the camera delivered them.
+    bool replayed = false;
+    std::uint32_t counter = 0;
+    std::uint64_t desynchroUS = 0;
+    /// Image header, left and right image, left and right raw data, fiducials, markers, events.
+    std::array<std::int8_t, 8> recordedStatuses{};
+    std::vector<ftkMarker> recordedMarkers;
 };
 
 /// Container status overrides a fault script may impose on one delivery.

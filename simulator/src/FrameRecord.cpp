@@ -157,8 +157,8 @@ void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& mar
     ftkFrameQuery& q = m_query;
     if (q.imageHeader != nullptr) {
         m_header.timestampUS = frame.timestampUS;
-        m_header.desynchroUS = 0;
-        m_header.counter = static_cast<std::uint32_t>(frame.index);
+        m_header.desynchroUS = frame.replayed ? frame.desynchroUS : 0;
+        m_header.counter = frame.replayed ? frame.counter : static_cast<std::uint32_t>(frame.index);
         m_header.format = ftkPixelFormat::GRAY8;
         m_header.width = frame.width;
         m_header.height = frame.height;
@@ -177,6 +177,9 @@ void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& mar
     q.markersStat = overflow(markers, m_markers);
     if (faults.overrideMarkers) {
         q.markersStat = faults.markersStatus;
+    }
+    if (frame.replayed) {
+        replayStatuses(frame, q);
     }
 
     if (!m_pixels) {
@@ -201,6 +204,20 @@ void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& mar
         q.imageLeftStat = ftkQueryStatus::QS_OK;
         q.imageRightStat = ftkQueryStatus::QS_OK;
     }
+}
+
+void FrameRecord::replayStatuses(const FrameData& frame, ftkFrameQuery& q) {
+    // A status the camera reported then (a skipped or overflowing container) is reported again;
+    // an overflow of this record's own capacities stays.
+    const auto replay = [](ftkQueryStatus& status, std::int8_t recorded) {
+        if (status == ftkQueryStatus::QS_OK && recorded != 0) {
+            status = static_cast<ftkQueryStatus>(recorded);
+        }
+    };
+    replay(q.rawDataLeftStat, frame.recordedStatuses[3]);
+    replay(q.rawDataRightStat, frame.recordedStatuses[4]);
+    replay(q.threeDFiducialsStat, frame.recordedStatuses[5]);
+    replay(q.markersStat, frame.recordedStatuses[6]);
 }
 
 void FrameRecord::markDelivered(std::uint64_t serial, std::uint64_t index) {

@@ -50,6 +50,7 @@ public:
 
 private:
     FrameRecord();
+    static void replayStatuses(const FrameData& frame, ftkFrameQuery& q);
 
     ftkFrameQuery m_query{};
     ftkImageHeader m_header{};

@@ -61,8 +61,12 @@ ftkError Session::fetch(FrameRecord& record, std::uint32_t timeoutMS, std::strin
     const FrameData& frame = m_device->frameLocked(index, record.wantsPixels(), withImages);
     const double tolerance = m_device->matchingToleranceLocked();
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_matcher.match(frame.fiducials, m_geometries.geometries(), tolerance, m_markers);
-    assignTrackingIds();
+    if (frame.replayed && !m_device->rematchesReplay()) {
+        m_markers.assign(frame.recordedMarkers.begin(), frame.recordedMarkers.end());
+    } else {
+        m_matcher.match(frame.fiducials, m_geometries.geometries(), tolerance, m_markers);
+        assignTrackingIds();
+    }
     m_truth = m_device->truthLocked();
     m_hasTruth = true;
     record.fill(frame, m_markers, faults, withImages);

@@ -3,6 +3,7 @@
 #include "simulator/src/DefaultScene.h"
 #include "simulator/src/Device.h"
 #include "simulator/src/LibraryHandle.h"
+#include "simulator/src/ReplayDeviceFactory.h"
 #include "simulator/src/SceneParser.h"
 
 #include <cstdio>
@@ -42,6 +43,21 @@ bool Simulator::ensureSceneLocked(std::string& error) {
     if (m_hasScene) {
         return true;
     }
+    const char* replay = std::getenv("FTK_SIMULATOR_REPLAY");
+    if (replay != nullptr && *replay != '\0') {
+        ReplaySource::Markers markers = ReplaySource::Markers::Recorded;
+        if (!ReplayDeviceFactory::markersFromEnvironment(markers, error) ||
+            !installReplayLocked(replay, markers, error)) {
+            m_lastSceneError = error;
+            return false;
+        }
+        // One recorded frame per fetch, as fast as they are fetched: the stepped clock.
+        const char* pace = std::getenv("FTK_SIMULATOR_REPLAY_PACE");
+        if (pace != nullptr && std::string(pace) == "fetch") {
+            m_stepped.store(true);
+        }
+        return true;
+    }
     SceneDescription scene;
     const char* path = std::getenv("FTK_SIMULATOR_SCENE");
     const bool parsed =
@@ -53,6 +69,28 @@ bool Simulator::ensureSceneLocked(std::string& error) {
         return false;
     }
     return install(scene, error);
+}
+
+bool Simulator::installReplayLocked(const std::string& path, ReplaySource::Markers markers,
+                                    std::string& error) {
+    std::shared_ptr<Device> device = ReplayDeviceFactory::create(path, markers, m_stepped, error);
+    if (!device) {
+        return false;
+    }
+    m_devices = {std::move(device)};
+    m_hasScene = true;
+    m_lastSceneError.clear();
+    return true;
+}
+
+bool Simulator::loadReplay(const std::string& path, bool matchMarkers, std::string& error) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!installReplayLocked(
+            path, matchMarkers ? ReplaySource::Markers::Matched : ReplaySource::Markers::Recorded, error)) {
+        m_lastSceneError = error;
+        return false;
+    }
+    return true;
 }
 
 ftkLibrary Simulator::open() {

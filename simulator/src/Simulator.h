@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/src/ReplaySource.h"
 #include "simulator/src/SceneDescription.h"
 
 #include <ftkInterface.h>
@@ -42,6 +43,8 @@ public:
     bool loadSceneText(const std::string& json, std::string& error);
     bool loadSceneFile(const std::string& path, std::string& error);
     bool loadDefaultScene(std::string& error);
+    /// Replaces the devices with one playing the recording `path` (as FTK_SIMULATOR_REPLAY does).
+    bool loadReplay(const std::string& path, bool matchMarkers, std::string& error);
     std::string lastSceneError();
 
     /// A device of the current scene, or null.
@@ -55,6 +58,7 @@ private:
     Simulator() = default;
     bool install(const SceneDescription& scene, std::string& error);
     bool ensureSceneLocked(std::string& error);
+    bool installReplayLocked(const std::string& path, ReplaySource::Markers markers, std::string& error);
 
     std::mutex m_mutex;
     bool m_hasScene = false;

@@ -8,6 +8,7 @@
 #include "host/apps/kestrion/TrackIgtl.h"
 #include "host/apps/kestrion/TrackImageSaver.h"
 #include "host/apps/kestrion/TrackOptions.h"
+#include "host/apps/kestrion/TrackSequenceWriter.h"
 #include "host/apps/kestrion/TrackStatistics.h"
 #include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/core/CaptureLogSink.h"
@@ -21,6 +22,8 @@
 #include "host/stream/StreamAlgorithm.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+
+#include <QFileInfo>
 
 #include <algorithm>
 #include <atomic>
@@ -163,6 +166,18 @@ bool hasMessage(const std::vector<LogRecord>& errors, const std::string& text) {
     return false;
 }
 
+/// Tells whether the recording was completed (the recorder's own lines, on the console, say why
+/// not); false when it was not.
+bool reportRecording(const std::string& file, std::ostream& out, std::ostream& err) {
+    const QFileInfo info(QString::fromStdString(file));
+    if (info.isFile() && !QFileInfo::exists(QString::fromStdString(file + ".part"))) {
+        out << "Recorded the camera's frames to " << file << "\n";
+        return true;
+    }
+    err << "kestrion track: the recording " << file << " was not completed\n";
+    return false;
+}
+
 std::string formatSeconds(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f", seconds);
@@ -210,6 +225,13 @@ std::string TrackCommand::help() const {
            "                          (empty while not tracked), registration error (mm), status\n"
            "                          and its reason; written to FILE.part and renamed to FILE\n"
            "                          when complete\n"
+           "  --record FILE           record everything the camera delivers, frame by frame (3D and\n"
+           "                          2D fiducials, markers, statuses), with the camera's options\n"
+           "                          and geometries, to FILE for replay (docs/recording-format.md);\n"
+           "                          written to FILE.part and renamed to FILE when complete\n"
+           "  --record-images         with --record: also record both camera images (lossless)\n"
+           "  --sequence FILE         write the poses as a tracking sequence (MetaImage, .igs.mha)\n"
+           "                          that 3D Slicer opens; via FILE.part like --csv\n"
            "  --force                 replace an existing --csv file, or the images of an earlier\n"
            "                          run in the --images folder; without it they are refused\n"
            "  --refresh S             seconds between table refreshes (default 1)\n"
@@ -255,7 +277,9 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     OutputPath csvOutput("CSV file", options->csvFile, OutputPath::Kind::File);
     OutputPath imagesOutput("image folder", options->imagesFolder, OutputPath::Kind::Folder);
     imagesOutput.setEarlierOutputs({"frame-*-left.png", "frame-*-right.png"});
-    for (OutputPath* output : {&csvOutput, &imagesOutput})
+    OutputPath recordOutput("recording file", options->recordFile, OutputPath::Kind::File);
+    OutputPath sequenceOutput("sequence file", options->sequenceFile, OutputPath::Kind::File);
+    for (OutputPath* output : {&csvOutput, &imagesOutput, &recordOutput, &sequenceOutput})
         if (!output->path().empty() && !output->check(options->force)) {
             err << "kestrion track: " << output->error() << "\n";
             return 1;
@@ -266,18 +290,26 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         err << "kestrion track: " << csv.error() << "\n";
         return 1;
     }
+    TrackSequenceWriter sequence;
+    if (!options->sequenceFile.empty() && !sequence.open(options->sequenceFile)) {
+        csv.discard();
+        err << "kestrion track: " << sequence.error() << "\n";
+        return 1;
+    }
     // Until tracking starts, a failure leaves no recording file and no new folder behind.
     struct DiscardUntilStarted {
         TrackCsvWriter& csv;
+        TrackSequenceWriter& sequence;
         OutputPath& images;
         bool started = false;
         ~DiscardUntilStarted() {
             if (!started) {
                 csv.discard();
+                sequence.discard();
                 images.removeIfUnused();
             }
         }
-    } csvGuard{csv, imagesOutput};
+    } csvGuard{csv, sequence, imagesOutput};
     std::optional<TrackImageSaver> images;
     if (!options->imagesFolder.empty()) {
         images.emplace(options->imagesFolder, options->imageIntervalS);
@@ -448,6 +480,10 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
                     << " holds the rows written so far\n";
                 failed = true;
             }
+            if (sequence.isOpen() && !sequence.failed() && !sequence.write(index, *frame, device)) {
+                err << "kestrion track: " << sequence.error() << "; no more frames are written to it\n";
+                failed = true;
+            }
             if (images && compound && !images->failed() && !images->offer(*compound, index)) {
                 err << "kestrion track: " << images->error() << "; no more images are saved\n";
                 failed = true;
@@ -476,7 +512,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     const bool closed = stream->close();
     stream->releaseInstrumentStatus();
     igtl.stop();
-    algorithm.reset();
+    algorithm.reset(); // the recorder finishes its file when the stream goes
     Log::removeSink(fetchFailures);
     if (!closed) {
         err << "kestrion track: the camera could not be closed properly\n";
@@ -506,6 +542,14 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     out << "\n";
     if (!options->csvFile.empty() && !csv.failed())
         out << "Recorded " << csv.rowsWritten() << " rows to " << options->csvFile << "\n";
+    if (sequence.isOpen() && !sequence.close())
+        err << "kestrion track: " << sequence.error() << "; " << sequence.partialFile()
+            << " holds the frames written so far\n";
+    else if (!options->sequenceFile.empty() && !sequence.failed())
+        out << "Wrote " << sequence.framesWritten() << " frames to " << options->sequenceFile << "\n";
+    failed = sequence.failed() || failed;
+    if (!options->recordFile.empty() && !reportRecording(options->recordFile, out, err))
+        failed = true;
     if (images)
         out << "Saved " << images->pairsSaved() << " image pair(s) to " << options->imagesFolder << "\n";
     if (statistics.framesReceived() == 0 && g_stopSignal.load() == 0) {

@@ -96,7 +96,13 @@ std::optional<TrackConfiguration> TrackConfiguration::build(const TrackOptions& 
     const int fiducialMode = options.fiducialMode.value_or(options.imagesFolder.empty() ? 0 : 3);
     if (options.fiducialMode || !p.hasParam("fiducialQueryMode") || !options.imagesFolder.empty())
         p.setParam("fiducialQueryMode", fiducialMode);
-    p.setParam("queryImages", !options.imagesFolder.empty());
+    p.setParam("queryImages", !options.imagesFolder.empty() || options.recordImages);
+    if (!options.recordFile.empty()) {
+        p.setParam("recordFile",
+                   QFileInfo(QString::fromStdString(options.recordFile)).absoluteFilePath().toStdString());
+        p.setParam("recordImages", options.recordImages);
+        p.setParam("recordReplace", options.force);
+    }
     if (options.integrationTimeUS)
         p.setParam("imageIntegrationTime", *options.integrationTimeUS);
     // The command connects and starts the stream itself, after it listens to the frames.

@@ -50,11 +50,15 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             options.force = true;
             continue;
         }
-        const bool takesValue = option == "--geometry" || option == "--workspace" ||
-                                option == "--fiducials" || option == "--images" ||
-                                option == "--integration-time" || option == "--duration" ||
-                                option == "--frames" || option == "--csv" || option == "--refresh" ||
-                                option == "--igtl" || option == "--igtl-bind";
+        if (option == "--record-images") {
+            options.recordImages = true;
+            continue;
+        }
+        const bool takesValue =
+            option == "--geometry" || option == "--workspace" || option == "--fiducials" ||
+            option == "--images" || option == "--integration-time" || option == "--duration" ||
+            option == "--frames" || option == "--csv" || option == "--refresh" || option == "--igtl" ||
+            option == "--igtl-bind" || option == "--record" || option == "--sequence";
         if (!takesValue)
             return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
                                                   : "unexpected argument '" + option + "'");
@@ -78,6 +82,10 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             options.imagesFolder = value;
         } else if (option == "--csv") {
             options.csvFile = value;
+        } else if (option == "--record") {
+            options.recordFile = value;
+        } else if (option == "--sequence") {
+            options.sequenceFile = value;
         } else if (option == "--integration-time") {
             const auto us = parseInteger(value);
             if (!us || *us < 1 || *us > 1000000)
@@ -107,6 +115,8 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
     }
     if (options.igtlBind != "127.0.0.1" && !options.igtlPort)
         return fail("--igtl-bind needs --igtl PORT");
+    if (options.recordImages && options.recordFile.empty())
+        return fail("--record-images needs --record FILE");
     return options;
 }
 

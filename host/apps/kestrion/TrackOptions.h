@@ -26,6 +26,12 @@ struct TrackOptions {
     std::string csvFile;
     /// Replaces an existing output file, or the output of an earlier run in an output folder.
     bool force = false;
+    /// Records what the camera delivers, frame by frame, to this recording file; empty: none.
+    std::string recordFile;
+    /// The recording holds the camera images too.
+    bool recordImages = false;
+    /// Writes the poses as a tracking sequence (MetaImage sequence) to this file; empty: none.
+    std::string sequenceFile;
     /// Seconds between two table refreshes.
     double refreshS = 1.0;
     /// Seconds between two saved image pairs.

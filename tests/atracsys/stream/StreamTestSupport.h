@@ -80,6 +80,9 @@ public:
     std::size_t modificationCount() const {
         return locked([this] { return m_modifications; });
     }
+    std::shared_ptr<const CompoundStreamData> dataAt(std::size_t index) const {
+        return locked([this, index] { return m_data.at(index); });
+    }
     std::shared_ptr<const CompoundStreamData> lastData() const {
         return locked([this] { return m_data.empty() ? nullptr : m_data.back(); });
     }

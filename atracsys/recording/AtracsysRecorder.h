@@ -1,0 +1,89 @@
+#pragma once
+
+#include "recording/RecordingTypes.h"
+
+#include <ftkInterface.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Kestrion::Recording {
+class RecordingWriter;
+}
+
+namespace Kestrion::SpryTrack {
+
+/// Records the frames a stream fetches to a recording file (docs/recording-format.md).
+///
+/// Threads. record() runs on the stream's worker thread and only copies the frame into a reused
+/// buffer and queues it; a writer thread of its own compresses and writes. The queue is bounded
+/// in frames and in bytes: when the writer falls behind, the frame is dropped and counted, and
+/// the writer logs the drops. m_mutex guards the queue, the free buffers and the counters
+/// shared by the two threads; it is held only to move pointers, never during a copy or a write.
+class AtracsysRecorder {
+public:
+    struct Limits {
+        std::size_t frames = 128;       ///< Frames waiting for the writer at most.
+        std::size_t bytes = 512u << 20; ///< Bytes of frames waiting for the writer at most.
+    };
+
+    explicit AtracsysRecorder(Limits limits);
+    AtracsysRecorder();
+    /// Finishes the recording (the frames queued are written) and ends the writer thread.
+    ~AtracsysRecorder();
+    AtracsysRecorder(const AtracsysRecorder&) = delete;
+    AtracsysRecorder& operator=(const AtracsysRecorder&) = delete;
+
+    /// The file to record to (empty: none), whether the camera images are recorded, and whether
+    /// an existing file of that name may be replaced. Taken into account by the next start().
+    void setTarget(const std::string& file, bool images, bool replace = false);
+    /// Whether a file is set and its recording not started yet.
+    bool wanted() const;
+    /// Creates the file, writes the header and starts the writer thread. False (and an error
+    /// line) when the file cannot be created; a file records one session only.
+    bool start(const Recording::SessionHeader& header);
+    /// Worker thread: copies the fetched frame and queues it for the writer, or drops it when the
+    /// queue is full. Does nothing while no recording runs.
+    void record(const ftkFrameQuery& frame);
+    /// Ends the recording after the frames queued so far, without waiting for the writer.
+    void finish();
+    /// Waits until the writer has finished the file (after finish()).
+    void wait();
+
+    bool recording() const { return m_active.load(); }
+    std::uint64_t framesQueued() const { return m_queued.load(); }
+    std::uint64_t framesDropped() const { return m_dropped.load(); }
+
+private:
+    void writerLoop();
+    void noteDrops(std::uint64_t& reported, std::chrono::steady_clock::time_point& lastNote, bool final);
+
+    const Limits m_limits;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::string m_file;                    // (mutex)
+    bool m_images = false;                 // (mutex)
+    bool m_replace = false;                // (mutex)
+    bool m_started = false;                // (mutex) a recording was started with this file
+    bool m_finishing = false;              // (mutex)
+    std::deque<Recording::Frame*> m_queue; // (mutex) frames for the writer, oldest first
+    std::vector<Recording::Frame*> m_free; // (mutex) buffers for the worker
+    std::vector<std::unique_ptr<Recording::Frame>> m_buffers; // (mutex) every buffer made
+    std::size_t m_queuedBytes = 0;                            // (mutex)
+    std::atomic<bool> m_active{false};
+    std::atomic<std::uint64_t> m_queued{0};
+    std::atomic<std::uint64_t> m_dropped{0};
+    std::thread m_writer;
+    /// The file; the writer thread's alone once started.
+    std::unique_ptr<Recording::RecordingWriter> m_output;
+};
+
+} // namespace Kestrion::SpryTrack

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "recording/RecordingTypes.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Kestrion::Recording {
+
+/// The byte layout of a recording file (docs/recording-format.md): the preamble, the framing of
+/// records, and the encoding of the session header and of frames. Little-endian throughout.
+///
+/// Decoding checks every length against the bytes at hand, so a damaged record is reported, never
+/// read past. An encoder keeps its buffers (and the compressor's) from one frame to the next.
+class RecordCodec {
+public:
+    static constexpr std::uint8_t Magic[8] = {0x89, 'K', 'R', 'E', 'C', '\r', '\n', 0x1a};
+    /// The format this program writes, and the oldest reader able to read it.
+    static constexpr std::uint16_t Version = 1;
+    static constexpr std::uint16_t MinimumReaderVersion = 1;
+    static constexpr std::size_t PreambleSize = 16;
+    /// Length field, type byte / checksum around a record's payload.
+    static constexpr std::size_t RecordHeadSize = 5;
+    static constexpr std::size_t RecordTailSize = 4;
+    /// Larger payloads are refused as damaged (two 16-megapixel images fit).
+    static constexpr std::uint32_t MaxPayload = 64u << 20;
+
+    enum RecordType : std::uint8_t { SessionRecord = 1, FrameRecord = 2, EndRecord = 3 };
+
+    RecordCodec();
+    ~RecordCodec();
+    RecordCodec(const RecordCodec&) = delete;
+    RecordCodec& operator=(const RecordCodec&) = delete;
+
+    static void encodePreamble(std::vector<std::uint8_t>& out);
+    /// A whole record: length, type, payload and checksum, appended to `out`.
+    static void frameRecord(RecordType type, const std::vector<std::uint8_t>& payload,
+                            std::vector<std::uint8_t>& out);
+    static std::uint32_t checksum(std::uint8_t type, const std::uint8_t* payload, std::size_t size);
+
+    static void encodeSession(const SessionHeader& header, std::vector<std::uint8_t>& payload);
+    static bool decodeSession(const std::uint8_t* data, std::size_t size, SessionHeader& header,
+                              std::string& problem);
+    /// Images are compressed (deflate) when `withImages` and the frame has them.
+    void encodeFrame(const Frame& frame, bool withImages, std::vector<std::uint8_t>& payload);
+    bool decodeFrame(const std::uint8_t* data, std::size_t size, Frame& frame, std::string& problem);
+    static void encodeEnd(std::uint64_t frames, std::uint64_t dropped, std::vector<std::uint8_t>& payload);
+    static bool decodeEnd(const std::uint8_t* data, std::size_t size, std::uint64_t& frames,
+                          std::uint64_t& dropped);
+
+private:
+    void compress(const std::vector<std::uint8_t>& image, std::vector<std::uint8_t>& out);
+
+    void* m_deflate = nullptr; ///< The compressor's state, kept for the next frame.
+};
+
+} // namespace Kestrion::Recording

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "recording/RecordCodec.h"
+#include "recording/RecordingTypes.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace Kestrion::Recording {
+
+/// Writes a recording file: the session header first, then one record per frame, then an end
+/// record. The records go to "<file>.part", which finish() syncs to disk and renames to the file,
+/// so that the file name only ever holds a finished recording; a recording cut short (a killed
+/// process, a full disk) stays in the ".part" file and reads up to its last whole frame.
+///
+/// Not thread safe: one thread (the recorder's writer thread) uses it. It does the compression
+/// and the disk writes, so it never runs on a thread that must not wait.
+class RecordingWriter {
+public:
+    RecordingWriter() = default;
+    /// Closes an unfinished ".part" file as it is.
+    ~RecordingWriter();
+    RecordingWriter(const RecordingWriter&) = delete;
+    RecordingWriter& operator=(const RecordingWriter&) = delete;
+
+    /// Creates "<file>.part" (never replacing an existing one) and writes the preamble and the
+    /// session header. An existing file of the name is refused unless `replace`; it is replaced
+    /// by finish(). False (see error()) on failure.
+    bool open(const std::string& file, const SessionHeader& header, bool replace = false);
+    /// Appends one frame (images compressed when the header says so); false once a write failed.
+    bool write(const Frame& frame);
+    /// Hands what was written to the system, so that a killed process loses nothing written.
+    bool flush();
+    /// Writes the end record, syncs, closes and renames "<file>.part" to the file.
+    bool finish(std::uint64_t dropped);
+
+    bool isOpen() const { return m_file != nullptr; }
+    const std::string& error() const { return m_error; }
+    const std::string& partialFile() const { return m_partialFile; }
+    std::uint64_t framesWritten() const { return m_frames; }
+    std::uint64_t bytesWritten() const { return m_bytes; }
+
+private:
+    bool put(RecordCodec::RecordType type);
+    bool fail(const std::string& what, int errorNumber);
+
+    RecordCodec m_codec;
+    std::FILE* m_file = nullptr;
+    std::string m_target;
+    std::string m_partialFile;
+    std::string m_error;
+    bool m_images = false;
+    std::uint64_t m_frames = 0;
+    std::uint64_t m_bytes = 0;
+    std::vector<std::uint8_t> m_payload; ///< Reused for every record.
+    std::vector<std::uint8_t> m_record;
+    std::vector<char> m_buffer;
+};
+
+} // namespace Kestrion::Recording

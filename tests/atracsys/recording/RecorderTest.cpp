@@ -1,0 +1,131 @@
+// The recorder on the running stream: what it writes for each fetched frame and for the camera,
+// its log lines, and the frames it drops when its writer falls behind.
+
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "atracsys/recording/AtracsysRecorder.h"
+#include "host/core/Properties.h"
+#include "recording/RecordingReader.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+
+namespace {
+
+constexpr const char* Category = "AtracsysRecorder";
+
+std::string freshFile(const std::string& name) {
+    const auto file = std::filesystem::temp_directory_path() / (std::to_string(::getpid()) + "-" + name);
+    std::filesystem::remove(file);
+    return file.string();
+}
+
+bool logged(CaptureLogSink& sink, int level, const std::string& message) {
+    for (const auto& record : sink.records())
+        if (record.category == Category && record.level == level && record.message == message)
+            return true;
+    return false;
+}
+
+} // namespace
+
+TEST(Recorder, RecordsEveryFetchedFrameWithTheCamerasDescription) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture log;
+    const std::string file = freshFile("stream.krec");
+    std::vector<std::shared_ptr<const CompoundStreamData>> emitted;
+    {
+        ProbedStream stream;
+        Properties settings;
+        settings.setParam("recordFile", file);
+        stream.configure(&settings);
+        ASSERT_TRUE(stream.openWithMarkers());
+        Recorder data(stream);
+        ASSERT_TRUE(stream.start());
+        ASSERT_TRUE(data.waitForData(30));
+        stream.close();
+        for (std::size_t i = 0; i < data.dataCount(); ++i)
+            emitted.push_back(data.dataAt(i));
+    } // the stream goes: the recorder finishes its file
+
+    Recording::RecordingReader reader;
+    ASSERT_TRUE(reader.open(file)) << reader.error();
+    const Recording::SessionHeader& header = reader.header();
+    EXPECT_EQ(header.deviceType, static_cast<int>(ftkDeviceType::DEV_SPRYTRACK_180));
+    EXPECT_NE(header.serialNumber, 0u);
+    EXPECT_FALSE(header.withImages);
+    ASSERT_EQ(header.geometries.size(), 2u);
+    EXPECT_EQ(header.geometries[0].id, 1000u);
+    EXPECT_EQ(header.geometries[0].path, dataFile("geometry1000.ini"));
+    EXPECT_EQ(header.geometries[1].pointsMM.size(), 4u);
+    const auto tolerance = std::find_if(header.options.begin(), header.options.end(), [](const auto& o) {
+        return o.name == "Distance matching tolerance";
+    });
+    ASSERT_NE(tolerance, header.options.end());
+    EXPECT_TRUE(tolerance->readable);
+    EXPECT_EQ(tolerance->floatValue, 1.0f); // as the stream wrote it at open
+
+    Recording::Frame frame;
+    std::uint64_t frames = 0;
+    while (reader.next(frame) == Recording::RecordingReader::Next::Frame) {
+        EXPECT_EQ(frame.header.counter, frames + 1) << "every fetched frame, in order";
+        if (frames < emitted.size()) {
+            // The poses the stream emitted are those of the recorded markers.
+            const auto tracking = trackingOf(emitted[frames]);
+            ASSERT_EQ(frame.markers.size(), 2u);
+            for (const auto& marker : frame.markers) {
+                for (const auto& instrument : tracking->instruments()) {
+                    if (instrument.ID() == "atracsys-" + std::to_string(marker.geometryId)) {
+                        EXPECT_EQ(instrument.matrix(2, 3), double(marker.translationMM[2]));
+                    }
+                }
+            }
+        }
+        ++frames;
+    }
+    EXPECT_FALSE(reader.cutShort()) << reader.error();
+    EXPECT_GE(frames, emitted.size());
+    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording frames to " + file));
+    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recorded " + std::to_string(frames) + " frames to " + file));
+    std::filesystem::remove(file);
+}
+
+// With no room in its queue every frame is dropped, counted, logged and noted in the file; the
+// worker's call never waits for the writer.
+TEST(Recorder, DropsAndCountsFramesTheWriterCannotTake) {
+    TestSupport::LogCapture log;
+    const std::string file = freshFile("drops.krec");
+    SpryTrack::AtracsysRecorder recorder(SpryTrack::AtracsysRecorder::Limits{0, 0});
+    recorder.setTarget(file, false);
+    ASSERT_TRUE(recorder.start(Recording::SessionHeader{}));
+    const ftkFrameQuery nothing{};
+    for (int i = 0; i < 5; ++i)
+        recorder.record(nothing);
+    recorder.finish();
+    recorder.wait();
+    EXPECT_EQ(recorder.framesDropped(), 5u);
+    EXPECT_TRUE(
+        logged(log.sink(), Log::Warning,
+               "Recording " + file + ".part: 5 frame(s) dropped so far, the writer does not keep up"));
+    EXPECT_TRUE(
+        logged(log.sink(), Log::Warning, "Recorded 0 frames to " + file + "; 5 frame(s) were dropped"));
+    Recording::RecordingReader reader;
+    ASSERT_TRUE(reader.open(file));
+    Recording::Frame frame;
+    EXPECT_EQ(reader.next(frame), Recording::RecordingReader::Next::End);
+    EXPECT_EQ(reader.framesDropped(), 5u);
+
+    // A second start of the same recorder, or another recorder on the same file, records nothing.
+    EXPECT_FALSE(recorder.start(Recording::SessionHeader{}));
+    SpryTrack::AtracsysRecorder other;
+    other.setTarget(file, false);
+    EXPECT_FALSE(other.start(Recording::SessionHeader{}));
+    EXPECT_TRUE(logged(log.sink(), Log::Error,
+                       "recording " + file + ": cannot record over an existing file: File exists"));
+    std::filesystem::remove(file);
+}

@@ -1,0 +1,162 @@
+// `kestrion track --record` and its replay through the simulated camera, as a user runs them:
+// the replay gives the recording run's CSV and sequence again, a recording killed mid-write
+// replays to its last whole frame, and files that cannot be replayed are refused by name.
+
+#include "tests/hardening/ProcessRun.h"
+
+#include "recording/RecordingReader.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+using namespace Kestrion::HardeningTest;
+
+namespace {
+
+ProcessResult track(const TemporaryFolder& folder, std::vector<std::string> arguments,
+                    std::map<std::string, std::string> variables = {}) {
+    arguments.insert(arguments.begin(), "track");
+    arguments.insert(arguments.end(), {"--refresh", "100"});
+    variables["KESTRION_PLUGIN_PATH"] = KESTRION_PLUGIN_FOLDER;
+    return runProcess(KESTRION_APP, arguments, variables, folder.path());
+}
+
+std::map<std::string, std::string> replay(const std::string& file, const std::string& markers = "recorded") {
+    return {{"FTK_SIMULATOR_REPLAY", file},
+            {"FTK_SIMULATOR_REPLAY_PACE", "fetch"},
+            {"FTK_SIMULATOR_REPLAY_MARKERS", markers}};
+}
+
+/// The CSV without the host's arrival times (arrival_ms, device_ms), which a replay cannot keep.
+std::string withoutArrivalTimes(const std::string& csv) {
+    std::istringstream in(csv);
+    std::string line;
+    std::string out;
+    while (std::getline(in, line)) {
+        const std::size_t first = line.find(',', line.find(',') + 1);
+        const std::size_t third = line.find(',', line.find(',', first + 1) + 1);
+        out += line.substr(0, first) + line.substr(third) + "\n";
+    }
+    return out;
+}
+
+std::uint64_t wholeFrames(const std::string& file) {
+    Kestrion::Recording::RecordingReader reader;
+    EXPECT_TRUE(reader.open(file)) << reader.error();
+    Kestrion::Recording::Frame frame;
+    while (reader.next(frame) == Kestrion::Recording::RecordingReader::Next::Frame) {
+    }
+    return reader.framesRead();
+}
+
+} // namespace
+
+TEST(TrackRecording, ReplayGivesTheRecordingRunsCsvAndSequenceAgain) {
+    TemporaryFolder folder;
+    const ProcessResult recorded = track(
+        folder, {"--frames", "60", "--record", "run.krec", "--csv", "run.csv", "--sequence", "run.igs.mha"});
+    ASSERT_EQ(recorded.exitCode, 0) << recorded;
+    EXPECT_TRUE(recorded.outHas("Recorded the camera's frames to run.krec\n")) << recorded;
+    EXPECT_TRUE(recorded.outHas("Wrote 60 frames to run.igs.mha\n")) << recorded;
+    const std::string csv = withoutArrivalTimes(readFile(folder.path("run.csv")));
+    const std::string sequence = readFile(folder.path("run.igs.mha"));
+    ASSERT_EQ(std::count(csv.begin(), csv.end(), '\n'), 121);
+    EXPECT_NE(sequence.find("Seq_Frame0059_Atracsys1001ToTrackerTransformStatus = OK\n"), std::string::npos);
+
+    for (const std::string markers : {"recorded", "matched"}) {
+        SCOPED_TRACE(markers);
+        const ProcessResult replayed =
+            track(folder, {"--frames", "60", "--csv", markers + ".csv", "--sequence", markers + ".igs.mha"},
+                  replay(folder.path("run.krec"), markers));
+        ASSERT_EQ(replayed.exitCode, 0) << replayed;
+        EXPECT_EQ(withoutArrivalTimes(readFile(folder.path(markers + ".csv"))), csv);
+        EXPECT_EQ(readFile(folder.path(markers + ".igs.mha")), sequence);
+    }
+}
+
+TEST(TrackRecording, RecordedImagesAreReplayed) {
+    TemporaryFolder folder;
+    const ProcessResult recorded =
+        track(folder, {"--frames", "3", "--record", "images.krec", "--record-images"});
+    ASSERT_EQ(recorded.exitCode, 0) << recorded;
+    const ProcessResult replayed =
+        track(folder, {"--frames", "3", "--images", "png"}, replay(folder.path("images.krec")));
+    ASSERT_EQ(replayed.exitCode, 0) << replayed;
+    EXPECT_TRUE(replayed.outHas("Saved 1 image pair(s) to png\n")) << replayed;
+}
+
+// A recording process killed mid-write leaves its ".part" file, which replays up to its last
+// whole frame.
+TEST(TrackRecording, KilledRecordingReplaysToItsLastWholeFrame) {
+    TemporaryFolder folder;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER);
+    env.remove("FTK_SIMULATOR_SCENE");
+    QProcess recorder;
+    recorder.setProcessEnvironment(env);
+    recorder.setWorkingDirectory(QString::fromStdString(folder.path()));
+    recorder.start(KESTRION_APP,
+                   {"track", "--record", "killed.krec", "--duration", "600", "--refresh", "100"});
+    ASSERT_TRUE(recorder.waitForStarted(60000));
+    const std::string part = folder.path("killed.krec.part");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+    const auto size = [&part] {
+        std::error_code missing;
+        const auto bytes = std::filesystem::file_size(part, missing);
+        return missing ? 0 : bytes;
+    };
+    while (size() < 40000 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    recorder.kill(); // SIGKILL: no chance to finish the file
+    ASSERT_TRUE(recorder.waitForFinished(60000));
+    ASSERT_GE(size(), 40000u) << "the recording grew";
+    EXPECT_FALSE(std::filesystem::exists(folder.path("killed.krec")));
+
+    const std::uint64_t frames = wholeFrames(part);
+    ASSERT_GT(frames, 10u);
+    const ProcessResult replayed =
+        track(folder, {"--frames", std::to_string(frames), "--csv", "replayed.csv"}, replay(part));
+    ASSERT_EQ(replayed.exitCode, 0) << replayed;
+    EXPECT_TRUE(replayed.errHas("ftkInit: recording " + part + ": cut short")) << replayed;
+    EXPECT_TRUE(replayed.errHas("; replaying its " + std::to_string(frames) + " whole frames\n")) << replayed;
+    EXPECT_TRUE(replayed.outHas("Summary: " + std::to_string(frames) + " frames received")) << replayed;
+}
+
+TEST(TrackRecording, FilesThatCannotBeReplayedAreRefusedByName) {
+    TemporaryFolder folder;
+    ASSERT_EQ(track(folder, {"--frames", "2", "--record", "good.krec"}).exitCode, 0);
+    std::string newer = readFile(folder.path("good.krec"));
+    newer[10] = '\x05'; // the oldest reader able to read it: version 5
+    struct Row {
+        const char* name;
+        std::string content;
+        std::string problem;
+    };
+    const Row rows[] = {
+        {"foreign", "frame,device_counter\n", "not a recording (no recording signature at its start)"},
+        {"newer", newer,
+         "written in format version 1, which needs a reader of version 5 or newer; this program reads up to "
+         "version 1"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string file = folder.write(std::string(row.name) + ".krec", row.content);
+        const ProcessResult r = track(folder, {"--frames", "2"}, replay(file));
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_TRUE(r.errHas("ftkInit: recording " + file + ": " + row.problem + "\n")) << r;
+        EXPECT_TRUE(r.errHas("kestrion track: the camera could not be opened\n")) << r;
+    }
+    const ProcessResult existing = track(folder, {"--frames", "2", "--record", "good.krec"});
+    EXPECT_EQ(existing.exitCode, 1) << existing;
+    EXPECT_TRUE(existing.errHas("recording file good.krec: exists; give --force to replace it")) << existing;
+    const ProcessResult lone = track(folder, {"--record-images"});
+    EXPECT_EQ(lone.exitCode, 2) << lone;
+    EXPECT_TRUE(lone.errHas("kestrion track: --record-images needs --record FILE")) << lone;
+}
