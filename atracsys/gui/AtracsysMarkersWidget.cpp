@@ -1,6 +1,7 @@
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 
 #include "atracsys/gui/AtracsysMetaTypes.h"
+#include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 #include "ui_AtracsysMarkersWidget.h"
@@ -62,6 +63,8 @@ AtracsysMarkersWidget::AtracsysMarkersWidget(AtracsysTrackingStreamBase* stream,
 
     m_ui->setupUi(this);
     m_ui->optimizeGeomButton->setVisible(m_showOptimizeButton);
+    // Beside the geometry actions, below the form's own controls.
+    m_ui->gridLayout->addWidget(new AtracsysPivotCalibrationPanel(m_stream, this), 6, 0, 1, 2);
     if (m_stream)
         m_ui->integrationTimeSpinbox->setValue(m_stream->imageIntegrationTime());
 

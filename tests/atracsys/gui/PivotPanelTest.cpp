@@ -1,0 +1,103 @@
+// The markers widget's pivot calibration on the simulated camera (stepped clock, the stream's own
+// worker thread): recording with progress, the result shown, cancel, and the tip saved into the
+// tool's geometry file, which is then loaded again with its tip.
+
+#include "atracsys/gui/AtracsysMarkersWidget.h"
+#include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
+#include "tests/atracsys/gui/GuiTestSupport.h"
+#include "tests/atracsys/stream/StreamTestSupport.h"
+#include "tests/support/LogCapture.h"
+
+#include "host/core/File.h"
+#include "host/lib/widgets/QtHelpers.h"
+#include "host/stream/InstrumentTipData.h"
+
+#include <QLabel>
+#include <QPushButton>
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+
+namespace {
+
+constexpr const char* Category = "AtracsysMarkersWidget";
+
+std::string label(QWidget& widget) {
+    return widget.findChild<QLabel*>("pivotResultLabel")->text().toStdString();
+}
+
+} // namespace
+
+TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
+    GuiTest::ensureApplication();
+    GuiTest::TemporaryHome home;
+    SceneGuard scene(KESTRION_TEST_DATA_DIR "/calibration/pivot.json");
+    TestSupport::LogCapture capture;
+    const std::string tool = home.path() + "/tool.ini";
+    const std::string original = *Filesystem::File::readText(dataFile("geometry1000.ini"));
+    ASSERT_TRUE(Filesystem::File::writeText(tool, original));
+
+    SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    AtracsysMarkersWidget widget(&stream, true);
+    auto* panel = widget.findChild<AtracsysPivotCalibrationPanel*>("pivotCalibrationPanel");
+    ASSERT_NE(panel, nullptr);
+    auto* start = widget.findChild<QPushButton*>("pivotCalibrationButton");
+    auto* save = widget.findChild<QPushButton*>("pivotSaveButton");
+    EXPECT_EQ(start->text(), "Pivot calibration");
+    EXPECT_FALSE(save->isEnabled());
+
+    // Without a tool nothing is recorded; the camera is opened and started on the way.
+    start->click();
+    EXPECT_TRUE(capture->contains(Log::Info, Category,
+                                  "Fiducial query mode changed to MARKER for pivot calibration"));
+    EXPECT_TRUE(capture->contains(Log::Warning, Category, "No active tracker for pivot calibration."));
+    EXPECT_FALSE(panel->isRecording());
+    ASSERT_TRUE(stream.addGeometry("tool", tool));
+
+    // Cancelled: no result, nothing to save.
+    start->click();
+    EXPECT_TRUE(panel->isRecording());
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "Run pivot calibration on tracker atracsys-1000"));
+    widget.findChild<QPushButton*>("pivotCancelButton")->click();
+    EXPECT_FALSE(panel->isRecording());
+    EXPECT_EQ(label(widget), "Pivot calibration cancelled.");
+    EXPECT_FALSE(panel->result().has_value());
+
+    panel->setFrames(200);
+    start->click();
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return panel->result().has_value(); }));
+    const auto& result = *panel->result();
+    ASSERT_TRUE(result.solved()) << result.refusal;
+    EXPECT_LT((result.tipInMarker - Eigen::Vector3d(45, 35, 150)).norm(), 0.5)
+        << result.tipInMarker.transpose();
+    EXPECT_EQ(result.usedFrames + result.rejectedFrames, 200u);
+    EXPECT_EQ(label(widget).rfind("Tip in the marker's frame: ", 0), 0u) << label(widget);
+    EXPECT_EQ(capture->countContaining("Pivot calibration of atracsys-1000: tip "), 1u) << capture->dump();
+    ASSERT_TRUE(save->isEnabled());
+
+    // A cancelled dialog writes nothing; the tool's own file gets the tip and is loaded again.
+    {
+        QtHelpers::ScopedFileDialogHook cancel(
+            [](const QtHelpers::FileDialogRequest&) { return std::string(); });
+        save->click();
+    }
+    EXPECT_EQ(*Filesystem::File::readText(tool), original);
+    QtHelpers::ScopedFileDialogHook chooseTool([&](const QtHelpers::FileDialogRequest& request) {
+        EXPECT_EQ(request.caption, "Save tool tip");
+        return tool;
+    });
+    save->click();
+    EXPECT_TRUE(capture->contains(Log::Info, Category, "the tool tip has been written to " + tool));
+    const std::string saved = *Filesystem::File::readText(tool);
+    EXPECT_EQ(saved.rfind(original + "[pivot]\nx=", 0), 0u) << saved;
+    EXPECT_FALSE(save->isEnabled());
+    Recorder recorder(stream);
+    ASSERT_TRUE(waitUntil([&] {
+        const auto data = recorder.lastData();
+        const auto tracking = data ? trackingOf(data) : nullptr;
+        return tracking && tracking->component<InstrumentTipData>() != nullptr;
+    })) << "the reloaded tool reports its tip";
+    stream.close();
+}
