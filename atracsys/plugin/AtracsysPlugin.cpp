@@ -1,4 +1,5 @@
 #include "atracsys/plugin/AtracsysPlugin.h"
+#include "atracsys/plugin/AtracsysWorkingVolumes.h"
 
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
 #include "atracsys/plugin/AtracsysControllerFactory.h"
@@ -35,6 +36,7 @@ int AtracsysPlugin::init() {
     WorkspaceConversionRegistry::instance().addConversion(
         WorkspaceConversion{"Renamed Atracsys tracking stream to standardized naming scheme", 34,
                             &AtracsysPlugin::renameLegacyStreams});
+    registerAtracsysWorkingVolumes();
     return 0;
 }
 

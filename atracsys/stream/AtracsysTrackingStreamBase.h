@@ -82,6 +82,10 @@ public:
     /// The fiducial coordinates (millimetres, file order) of an instrument's geometry; empty when
     /// there is no such instrument.
     virtual std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) = 0;
+    /// The same, for the host's views of any tracking stream.
+    std::vector<Eigen::Vector3d> instrumentGeometry(const std::string& instrumentId) override {
+        return geometryCoordinates(instrumentId);
+    }
     /// Clears an instrument's geometry on the device and removes the instrument.
     virtual bool removeGeometry(const std::string& instrumentId) = 0;
 

@@ -25,6 +25,12 @@ public:
 
     /// What changed in the instruments, emitted by emitSignals() on the calling thread.
     Signal<InstrumentModifications> signalInstrumentsModified;
+    /// The positions of an instrument's fiducials in its own frame (mm), for views that draw the
+    /// marker; empty when the stream cannot tell (the default) or has no such instrument.
+    virtual std::vector<Eigen::Vector3d> instrumentGeometry(const std::string& instrumentId) {
+        (void)instrumentId;
+        return {};
+    }
     /// Emits signalInstrumentsModified when the flags are not empty.
     void emitSignals(InstrumentModifications modifications);
 

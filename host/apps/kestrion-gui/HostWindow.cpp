@@ -3,6 +3,7 @@
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
 #include "host/apps/kestrion-gui/InstrumentDock.h"
+#include "host/apps/kestrion-gui/WorkingVolumeDock.h"
 #include "host/core/Log.h"
 #include "host/lib/widgets/QtHelpers.h"
 
@@ -27,7 +28,8 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     , m_session(std::make_unique<GuiSession>(*this, registry))
     , m_tree(new AlgorithmTree)
     , m_treeDock(new QDockWidget(tr("Algorithms"), this))
-    , m_instrumentDock(new InstrumentDock(*m_session, this)) {
+    , m_instrumentDock(new InstrumentDock(*m_session, this))
+    , m_volumeDock(new WorkingVolumeDock(*m_session, this)) {
     auto* treePanel = new QWidget;
     auto* layout = new QVBoxLayout(treePanel);
     layout->setContentsMargins(2, 2, 2, 2);
@@ -44,7 +46,11 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
 
     addDockWidget(Qt::BottomDockWidgetArea, m_instrumentDock);
     splitDockWidget(logDock(), m_instrumentDock, Qt::Horizontal);
-    m_session->setAlgorithmsChangedHandler([this]() { m_instrumentDock->followSession(); });
+    addDockWidget(Qt::RightDockWidgetArea, m_volumeDock);
+    m_session->setAlgorithmsChangedHandler([this]() {
+        m_instrumentDock->followSession();
+        m_volumeDock->followSession();
+    });
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("&New Workspace"), this, &HostWindow::newWorkspace, QKeySequence::New);
@@ -58,6 +64,7 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     view->addAction(m_treeDock->toggleViewAction());
     view->addAction(logDock()->toggleViewAction());
     view->addAction(m_instrumentDock->toggleViewAction());
+    view->addAction(m_volumeDock->toggleViewAction());
 
     refreshAlgorithms();
     updateTitle();

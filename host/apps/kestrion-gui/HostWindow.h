@@ -16,6 +16,7 @@ namespace Kestrion::Gui {
 class AlgorithmTree;
 class GuiSession;
 class InstrumentDock;
+class WorkingVolumeDock;
 
 /// The desktop host's window: the main window with the algorithm list in a dock on the left
 /// (double click or "Create" makes the algorithm and shows its panel) and the File menu for
@@ -30,6 +31,7 @@ public:
 
     AlgorithmTree* algorithmTree() const { return m_tree; }
     InstrumentDock* instrumentDock() const { return m_instrumentDock; }
+    WorkingVolumeDock* workingVolumeDock() const { return m_volumeDock; }
     GuiSession& session() { return *m_session; }
     /// The workspace file opened or saved last ("" for a new workspace).
     const std::string& workspaceFile() const { return m_workspaceFile; }
@@ -59,6 +61,7 @@ private:
     AlgorithmTree* m_tree;
     QDockWidget* m_treeDock;
     InstrumentDock* m_instrumentDock;
+    WorkingVolumeDock* m_volumeDock;
     std::string m_workspaceFile;
 };
 

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "host/lib/trackingviews/WorkingVolumeScene.h"
+
+#include <Eigen/Core>
+
+#include <QMatrix4x4>
+#include <QOpenGLFunctions>
+#include <QOpenGLWidget>
+#include <QPoint>
+#include <QTimer>
+
+#include <memory>
+#include <string>
+
+class QOpenGLShaderProgram;
+
+namespace Kestrion {
+
+class TrackingStream;
+class TrackingStreamTap;
+
+/// A 3D view of a tracking stream's working volume (see WorkingVolumeScene), drawn with OpenGL
+/// through Qt's QOpenGLWidget: the camera, the volume of its model when the camera's plugin
+/// registered it (WorkingVolume, looked up by the frames' device type), the tracked instruments
+/// and the raw fiducials. Refreshed about 30 times a second from the newest frame (the stream's
+/// worker only hands frames over). The mouse turns the view about its centre (left button), pans
+/// it (right or middle button) and zooms (wheel). GUI thread only.
+class WorkingVolumeView : public QOpenGLWidget, protected QOpenGLFunctions {
+    Q_OBJECT
+public:
+    explicit WorkingVolumeView(QWidget* parent = nullptr);
+    ~WorkingVolumeView() override;
+
+    /// Follows that stream (null: none). The stream must outlive its following: call
+    /// setStream(nullptr) before it goes.
+    void setStream(TrackingStream* stream);
+    TrackingStream* stream() const;
+
+    const WorkingVolumeScene& scene() const { return m_scene; }
+    /// Where a point (camera coordinates, mm) shows in the widget, in device-independent pixels.
+    QPointF project(const Eigen::Vector3d& point) const;
+    /// The view's orbit: angles in degrees, distance from the centre in mm.
+    double yawDegrees() const { return m_yaw; }
+    double pitchDegrees() const { return m_pitch; }
+    double distanceMM() const { return m_distance; }
+    const Eigen::Vector3d& centre() const { return m_centre; }
+    /// Back to the view that shows the whole volume from behind and above the camera.
+    void resetView();
+
+public slots:
+    /// Draws the newest frame (the timer calls it).
+    void refresh();
+
+protected:
+    void initializeGL() override;
+    void paintGL() override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+
+private:
+    QMatrix4x4 viewProjection() const;
+    double viewDistance() const;
+    void draw(const std::vector<WorkingVolumeScene::Vertex>& vertices, unsigned mode, float pointSize);
+
+    WorkingVolumeScene m_scene;
+    std::unique_ptr<TrackingStreamTap> m_tap;
+    std::unique_ptr<QOpenGLShaderProgram> m_program;
+    std::string m_deviceType;
+    QTimer m_timer;
+    QPoint m_lastMouse;
+    double m_yaw = 0.0;
+    double m_pitch = 0.0;
+    double m_distance = 0.0;
+    Eigen::Vector3d m_centre = Eigen::Vector3d::Zero();
+};
+
+} // namespace Kestrion
