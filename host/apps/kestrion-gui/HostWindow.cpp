@@ -46,7 +46,8 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
 
     addDockWidget(Qt::BottomDockWidgetArea, m_instrumentDock);
     splitDockWidget(logDock(), m_instrumentDock, Qt::Horizontal);
-    addDockWidget(Qt::RightDockWidgetArea, m_volumeDock);
+    addDockWidget(Qt::BottomDockWidgetArea, m_volumeDock);
+    splitDockWidget(m_instrumentDock, m_volumeDock, Qt::Horizontal);
     m_session->setAlgorithmsChangedHandler([this]() {
         m_instrumentDock->followSession();
         m_volumeDock->followSession();

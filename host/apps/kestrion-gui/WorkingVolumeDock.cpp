@@ -11,7 +11,7 @@ WorkingVolumeDock::WorkingVolumeDock(GuiSession& session, QWidget* parent)
     , m_view(new WorkingVolumeView(this)) {
     setObjectName(QStringLiteral("WorkingVolumeDock"));
     setWidget(m_view);
-    m_view->setMinimumWidth(420);
+    m_view->setMinimumSize(320, 240);
 }
 
 void WorkingVolumeDock::followSession() {

@@ -62,7 +62,6 @@ InstrumentView::InstrumentView(QWidget* parent)
     layout->addWidget(m_table);
     m_state->setObjectName(QStringLiteral("StreamState"));
     m_state->setWordWrap(true);
-    m_state->setStyleSheet(QStringLiteral("color: #c00000; font-weight: bold"));
     m_state->hide();
     m_placeholder->setAlignment(Qt::AlignCenter);
     m_placeholder->setWordWrap(true);
@@ -122,10 +121,12 @@ void InstrumentView::showState() {
     const QString stateName = QString::fromLatin1(Stream::stateName(state));
     if (m_sawRunning) {
         m_sawRunning = false;
+        m_state->setStyleSheet(QStringLiteral("color: #c00000; font-weight: bold"));
         m_state->setText(error.empty() ? tr("The stream \"%1\" stopped; it is %2.").arg(name, stateName)
                                        : tr("The stream \"%1\" stopped; it is %2. Last error: %3")
                                              .arg(name, stateName, QString::fromStdString(error)));
     } else if (m_state->isHidden()) {
+        m_state->setStyleSheet(QString());
         m_state->setText(tr("The stream \"%1\" is %2.").arg(name, stateName));
     }
     m_state->show();

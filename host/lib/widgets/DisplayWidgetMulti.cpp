@@ -31,8 +31,9 @@ GlView* DisplayWidgetMulti::addView2D(bool fitToView, bool interactive) {
                                                      << viewCount() << " views, the most it shows");
         return nullptr;
     }
-    auto* view = new GlView(fitToView, interactive, this);
+    auto* view = new GlView(fitToView, interactive || m_zoomAndPanForAll, this);
     m_views.push_back(view);
+    m_createdInteractive.push_back(interactive);
     arrange();
     emit viewsChanged();
     return view;
@@ -42,6 +43,7 @@ bool DisplayWidgetMulti::removeView(GlView* view) {
     auto it = std::find(m_views.begin(), m_views.end(), view);
     if (it == m_views.end())
         return false;
+    m_createdInteractive.erase(m_createdInteractive.begin() + (it - m_views.begin()));
     m_views.erase(it);
     m_grid->removeWidget(view);
     delete view;
@@ -57,6 +59,12 @@ void DisplayWidgetMulti::removeAllViews() {
 
 void DisplayWidgetMulti::setMaxViews(int maxViews) {
     m_maxViews = std::max(0, maxViews);
+}
+
+void DisplayWidgetMulti::setZoomAndPanForAllViews(bool enabled) {
+    m_zoomAndPanForAll = enabled;
+    for (std::size_t i = 0; i < m_views.size(); ++i)
+        m_views[i]->setInteractive(enabled || m_createdInteractive[i]);
 }
 
 void DisplayWidgetMulti::arrange() {

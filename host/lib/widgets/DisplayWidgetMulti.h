@@ -35,6 +35,12 @@ public:
     void setMaxViews(int maxViews);
     int maxViews() const { return m_maxViews; }
 
+    /// Lets the user zoom and pan every view of the display, also those created as not
+    /// interactive (a host where camera views are inspected closely); false leaves each view as
+    /// it was created. Applies to the views there and to those added later.
+    void setZoomAndPanForAllViews(bool enabled);
+    bool zoomAndPanForAllViews() const { return m_zoomAndPanForAll; }
+
 signals:
     void viewsChanged();
 
@@ -44,6 +50,8 @@ private:
     QGridLayout* m_grid;
     std::vector<GlView*> m_views;
     int m_maxViews = 16;
+    bool m_zoomAndPanForAll = false;
+    std::vector<bool> m_createdInteractive; // per view, what its creator asked for
 };
 
 } // namespace Kestrion

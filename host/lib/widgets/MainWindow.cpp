@@ -36,6 +36,8 @@ MainWindow::MainWindow(QWidget* parent)
     m_splitter->setStretchFactor(0, 0);
     m_splitter->setStretchFactor(1, 1);
     setCentralWidget(m_splitter);
+    // Camera views are inspected closely: every view zooms with the wheel and pans when dragged.
+    m_display->setZoomAndPanForAllViews(true);
 
     m_logDock->setObjectName(QStringLiteral("LogDock"));
     m_logDock->setWidget(m_log);

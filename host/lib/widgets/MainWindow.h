@@ -15,10 +15,10 @@ class Progress;
 class ProgressWidget;
 
 /// The desktop host's main window: controller panels in tabs on the left, the multi-view
-/// display in the middle, the log in a dock at the bottom and the progress of long tasks in
-/// the status bar. Plugins reach it through their controllers (StreamControllerBase::mainWindow)
-/// to report progress (progress()) and show views (displayWidget()). GUI thread only, except
-/// progress(), whose tasks may be updated from any thread.
+/// display in the middle (every view zooms and pans with the mouse), the log in a dock at the bottom and the
+/// progress of long tasks in the status bar. Plugins reach it through their controllers
+/// (StreamControllerBase::mainWindow) to report progress (progress()) and show views (displayWidget()). GUI
+/// thread only, except progress(), whose tasks may be updated from any thread.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:

@@ -6,7 +6,10 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
+#include <QMouseEvent>
 #include <QPointer>
+#include <QTest>
+#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -147,3 +150,40 @@ TEST_F(GlViewTest, ShowsTheFirstImageOfAnImageSetAndFollowsItsChanges) {
 }
 
 } // namespace
+
+// Camera views made as not interactive by their creator still zoom and pan in the desktop host.
+TEST_F(GlViewTest, DisplaysOfTheDesktopHostZoomAndPanEveryViewWithItsAnnotations) {
+    DisplayWidgetMulti display;
+    GlView* early = display.addView2D(true, false);
+    display.setZoomAndPanForAllViews(true);
+    GlView* late = display.addView2D(true, false);
+    EXPECT_TRUE(early->isInteractive() && late->isInteractive());
+    display.setZoomAndPanForAllViews(false);
+    EXPECT_FALSE(early->isInteractive());
+    display.setZoomAndPanForAllViews(true);
+
+    // The 100x50 image fills a 200x100 view at scale 2; two wheel steps about the view's centre
+    // zoom by 1.25^2 there, then a drag moves everything by (-30, 10).
+    QImage image(100, 50, QImage::Format_Grayscale8);
+    image.fill(Grey);
+    early->setImage(image);
+    early->addObject(ellipse.get());
+    early->resize(200, 100);
+    QWheelEvent wheel(QPointF(100, 50), QPointF(100, 50), QPoint(), QPoint(0, 240), Qt::NoButton,
+                      Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(early, &wheel);
+    EXPECT_DOUBLE_EQ(early->zoom(), 1.5625);
+    QTest::mousePress(early, Qt::LeftButton, Qt::NoModifier, QPoint(100, 50));
+    QMouseEvent drag(QEvent::MouseMove, QPointF(70, 60), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(early, &drag);
+    QTest::mouseRelease(early, Qt::LeftButton, Qt::NoModifier, QPoint(70, 60));
+    // The ellipse's right end, image (40, 20), was at view (80, 40): now 100 + 1.5625 * (80 - 100)
+    // - 30 = 38.75 and 50 + 1.5625 * (40 - 50) + 10 = 44.375.
+    const QPointF end = early->imageToView().map(QPointF(40, 20));
+    EXPECT_NEAR(end.x(), 38.75, 1e-9);
+    EXPECT_NEAR(end.y(), 44.375, 1e-9);
+    EXPECT_TRUE(isCyan(early->renderImage().pixel(38, 44)));
+    QTest::mouseDClick(early, Qt::LeftButton);
+    EXPECT_DOUBLE_EQ(early->zoom(), 1.0);
+    early->removeObject(ellipse.get());
+}
