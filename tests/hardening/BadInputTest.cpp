@@ -51,7 +51,7 @@ TEST(BadInput, BrokenGeometryFilesAreNamedAndNothingIsWritten) {
         const std::string file = folder.write("marker.ini", readFile(source));
         const std::string csv = folder.write("poses.csv", "earlier recording\n");
         const ProcessResult r =
-            kestrion(folder, {"track", "--geometry", file, "--csv", csv, "--duration", "1"});
+            kestrion(folder, {"track", "--geometry", file, "--csv", csv, "--force", "--duration", "1"});
         EXPECT_EQ(r.exitCode, 1) << r;
         EXPECT_TRUE(r.errHas("kestrion track: geometry file " + file + " could not be loaded")) << r;
         EXPECT_FALSE(r.outHas("Tracking ")) << r;
@@ -127,6 +127,9 @@ TEST(BadInput, BrokenWorkspacesAreNamedWithTheProblem) {
         << r;
     EXPECT_TRUE(
         r.errHas("kestrion run: 1 error(s) logged while computing the workspace " + noGeometry + "\n"))
+        << r;
+    // The algorithm computed, yet the run failed: the summary says so too.
+    EXPECT_TRUE(r.outHas("Summary: 1 of 1 algorithms computed, 1 error(s) logged; failed (exit status 1)\n"))
         << r;
 }
 

@@ -3,6 +3,7 @@
 #include "host/apps/kestrion/CommandContext.h"
 #include "host/core/Log.h"
 #include "host/core/LogSink.h"
+#include "host/core/Properties.h"
 #include "host/lib/Workspace.h"
 
 #include <atomic>
@@ -27,6 +28,16 @@ private:
     std::atomic<std::size_t> m_errors{0};
 };
 
+/// The algorithm's top-level parameters as the algorithm now reports them: "a=1, b=text".
+std::string parameters(const Algorithm& algorithm) {
+    Properties configuration;
+    algorithm.configuration(&configuration);
+    std::string text;
+    for (const std::string& name : configuration.paramNames())
+        text += (text.empty() ? "" : ", ") + name + "=" + configuration.paramText(name).value_or("");
+    return text;
+}
+
 } // namespace
 
 std::string RunCommand::summary() const {
@@ -38,7 +49,9 @@ std::string RunCommand::help() const {
            "\n"
            "Loads the plugins, reads the workspace file, applies the workspace conversions, then\n"
            "creates, configures and computes each algorithm of its \"Algorithms\" block in order.\n"
-           "Prints the outcome of each algorithm; problems are logged on stderr.\n"
+           "Prints the outcome of each algorithm with the parameters it ran with (as the algorithm\n"
+           "reports them), then a summary that ends in \"failed\" exactly when the exit status is 1;\n"
+           "problems are logged on stderr.\n"
            "Exits with 1 when the workspace cannot be read, an algorithm is unknown or fails, or an\n"
            "error is logged while computing (a marker file that cannot be read, for instance).\n";
 }
@@ -62,12 +75,14 @@ int RunCommand::run(CommandContext& context, const std::vector<std::string>& arg
     out << "Workspace " << file << "\n";
     for (const auto& conversion : report.conversions)
         out << "  converted: " << conversion << "\n";
-    for (const auto& item : workspace.algorithms())
+    for (const auto& item : workspace.algorithms()) {
         out << "  " << item.identifier << ": "
             << (!item.algorithm ? "unknown algorithm"
                 : item.computed ? "computed"
-                                : "failed")
-            << "\n";
+                                : "failed");
+        const std::string with = item.algorithm ? parameters(*item.algorithm) : std::string();
+        out << (with.empty() ? "" : " with " + with) << "\n";
+    }
     if (!report.read) {
         out << "Not loaded\n";
         // The reason is logged; say it here when the log level hides it.
@@ -75,14 +90,18 @@ int RunCommand::run(CommandContext& context, const std::vector<std::string>& arg
             context.err() << "kestrion run: " << report.errors.front() << "\n";
         return 1;
     }
+    // The summary says failed exactly when the exit status does.
+    const std::size_t errors = errorCounter->errors();
+    const bool ok = report.ok() && errors == 0;
     out << "Summary: " << report.computed << " of " << workspace.algorithms().size()
-        << " algorithms computed\n";
-    if (report.ok() && errorCounter->errors() > 0) {
-        context.err() << "kestrion run: " << errorCounter->errors()
-                      << " error(s) logged while computing the workspace " << file << "\n";
-        return 1;
-    }
-    return report.ok() ? 0 : 1;
+        << " algorithms computed";
+    if (report.ok() && errors > 0) // beyond the failures listed above
+        out << ", " << errors << " error(s) logged";
+    out << (ok ? "\n" : "; failed (exit status 1)\n");
+    if (report.ok() && errors > 0)
+        context.err() << "kestrion run: " << errors << " error(s) logged while computing the workspace "
+                      << file << "\n";
+    return ok ? 0 : 1;
 }
 
 } // namespace Kestrion::Cli

@@ -92,8 +92,8 @@ TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
     EXPECT_EQ(r.out, "Workspace " + file +
                          "\n"
                          "  converted: Renamed TestOld.Recorder to TestBase.Recorder\n"
-                         "  TestBase.Recorder: computed\n"
-                         "  TestDependent.Recorder: computed\n"
+                         "  TestBase.Recorder: computed with label=default, value=7, fail=false\n"
+                         "  TestDependent.Recorder: computed with label=dep, value=0, fail=false\n"
                          "Summary: 2 of 2 algorithms computed\n");
     // Default properties first, then the workspace's configuration.
     EXPECT_TRUE(r.hasError("[INFO] TestPlugin: TestBase.Recorder computed: label=default value=7")) << r;
@@ -110,9 +110,9 @@ TEST_F(KestrionCommand, RunConvertsCreatesConfiguresAndComputesTheWorkspace) {
     EXPECT_EQ(m.out, "Workspace " + mixed +
                          "\n"
                          "  Nobody.Knows: unknown algorithm\n"
-                         "  TestBase.Recorder: failed\n"
-                         "  TestBase.Recorder: computed\n"
-                         "Summary: 1 of 3 algorithms computed\n");
+                         "  TestBase.Recorder: failed with label=default, value=0, fail=true\n"
+                         "  TestBase.Recorder: computed with label=default, value=0, fail=false\n"
+                         "Summary: 1 of 3 algorithms computed; failed (exit status 1)\n");
 }
 
 TEST_F(KestrionCommand, AnUnreadableWorkspaceIsExplainedAtAnyLogLevel) {
