@@ -5,6 +5,9 @@
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace Kestrion {
 
 namespace {
@@ -37,6 +40,7 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file) {
 Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const FactoryRegistry& registry,
                                       bool compute) {
     clear();
+    m_file = file.str();
     LoadReport report;
     auto problem = [&report](const std::string& message) {
         KESTRION_LOG_ERROR(Category, message);
@@ -81,6 +85,7 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const Factor
             continue;
         }
         ++report.created;
+        item.loaded = block->clone();
         try {
             item.algorithm->configure(block);
             if (!compute) {
@@ -93,6 +98,7 @@ Workspace::LoadReport Workspace::load(const Filesystem::Path& file, const Factor
             else
                 problem("Workspace " + file.str() + ": algorithm " + item.identifier + " failed (status " +
                         std::to_string(item.algorithm->status()) + ")");
+            warnUnknownParameters(item);
         } catch (const std::exception& e) {
             problem("Workspace " + file.str() + ": algorithm " + item.identifier + " failed: " + e.what());
         }
@@ -121,6 +127,37 @@ Properties Workspace::toProperties() const {
             algorithms->addSubProperties(*item.unresolved);
     }
     return root;
+}
+
+std::vector<std::string> Workspace::warnUnknownParameters(const Item& item) const {
+    std::vector<std::string> unknown;
+    if (!item.algorithm || !item.loaded)
+        return unknown;
+    Properties configuration;
+    item.algorithm->configuration(&configuration);
+    std::vector<std::string> known = configuration.paramNames();
+    for (const Properties* block : static_cast<const Properties&>(configuration).subProperties())
+        known.push_back(block->name());
+    // The flags of the host's stream-creating algorithms, read when they compute.
+    const char* const flags[] = {"open", "autoOpen", "connect", "start", "autoStart"};
+    std::string knownText;
+    for (const std::string& key : known)
+        knownText += (knownText.empty() ? "" : ", ") + key;
+    const auto isKnown = [&](const std::string& key) {
+        return std::find(known.begin(), known.end(), key) != known.end() ||
+               std::find(std::begin(flags), std::end(flags), key) != std::end(flags);
+    };
+    std::vector<std::string> keys = item.loaded->paramNames();
+    for (const Properties* block : static_cast<const Properties&>(*item.loaded).subProperties())
+        keys.push_back(block->name());
+    for (const std::string& key : keys)
+        if (!isKnown(key)) {
+            unknown.push_back(key);
+            KESTRION_LOG_WARN(Category, "Workspace " << m_file << ": algorithm " << item.identifier
+                                                     << " knows no parameter \"" << key
+                                                     << "\" (its parameters: " << knownText << ")");
+        }
+    return unknown;
 }
 
 bool Workspace::save(const Filesystem::Path& file) const {

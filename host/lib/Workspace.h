@@ -42,6 +42,8 @@ public:
         std::unique_ptr<Properties> unresolved;
         /// compute() ran and the algorithm reported success.
         bool computed = false;
+        /// The configuration as read, for an algorithm that was created.
+        std::unique_ptr<Properties> loaded;
     };
 
     struct LoadReport {
@@ -69,6 +71,12 @@ public:
 
     /// Writes every algorithm's configuration under its identifier. False (logged) on failure.
     bool save(const Filesystem::Path& file) const;
+    /// The parameters of the item's configuration as read that its algorithm does not know: not
+    /// among the keys its configuration now holds, nor the open and start flags of the host's
+    /// stream-creating algorithms. Each is logged at warning level (category "Workspace") as
+    /// "Workspace <file>: algorithm <identifier> knows no parameter "<key>" (its parameters: a,
+    /// b, ...)". Ask once the algorithm has computed: a stream reports its keys once it exists.
+    std::vector<std::string> warnUnknownParameters(const Item& item) const;
     /// The tree save() writes.
     Properties toProperties() const;
 
@@ -79,6 +87,7 @@ public:
 
 private:
     std::vector<Item> m_items;
+    std::string m_file;                 // the file loaded last
     Properties m_document{"Workspace"}; // the loaded file without its algorithms
 };
 

@@ -88,6 +88,9 @@ void GuiSession::finishComputation(unsigned generation) {
     const std::string failure = m_running.result();
     if (!failure.empty())
         KESTRION_LOG_ERROR(Category, "Algorithm " << done.identifier << " failed: " << failure);
+    for (const Workspace::Item& item : m_workspace.algorithms())
+        if (item.algorithm.get() == done.algorithm)
+            m_workspace.warnUnknownParameters(item); // an algorithm created by hand has none
     attach(done.algorithm, done.identifier);
     computeNext();
 }

@@ -128,3 +128,26 @@ TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithThe
                                                              ": conversion \"breaks\" failed: no"});
     WorkspaceConversionRegistry::instance().removeOwnedBy("");
 }
+
+TEST_F(WorkspaceTest, AParameterNoAlgorithmKnowsIsNamedWithTheKnownOnes) {
+    TestSupport::LogCapture capture;
+    const std::string file = write(
+        "typo.kws", workspace("<properties name=\"Test.Settings\"><param name=\"gian\" type=\"double\">2.5"
+                              "</param><param name=\"open\" type=\"bool\">true</param>"
+                              "<properties name=\"Extra\"/></properties>\n"));
+    Workspace loaded;
+    EXPECT_EQ(loaded.load(file, m_registry).computed, 1u);
+    for (const char* key : {"gian", "Extra"})
+        EXPECT_TRUE(capture->contains(Log::Warning, "Workspace",
+                                      "Workspace " + file +
+                                          ": algorithm Test.Settings knows no parameter \"" + key +
+                                          "\" (its parameters: gain, enabled)"))
+            << capture->dump();
+    EXPECT_EQ(loaded.warnUnknownParameters(loaded.algorithms()[0]),
+              (std::vector<std::string>{"gian", "Extra"}));
+    EXPECT_FALSE(
+        capture->contains(Log::Warning, "Workspace",
+                          "Workspace " + file +
+                              ": algorithm Test.Settings knows no parameter \"open\" (its parameters: "
+                              "gain, enabled)"));
+}
