@@ -13,7 +13,8 @@ namespace Kestrion::Recording {
 /// records, and the encoding of the session header and of frames. Little-endian throughout.
 ///
 /// Decoding checks every length against the bytes at hand, so a damaged record is reported, never
-/// read past. An encoder keeps its buffers (and the compressor's) from one frame to the next.
+/// read past. An encoder keeps its buffers (and the compressors') from one frame to the next;
+/// it compresses the right image on a thread of its own while it compresses the left one.
 class RecordCodec {
 public:
     static constexpr std::uint8_t Magic[8] = {0x89, 'K', 'R', 'E', 'C', '\r', '\n', 0x1a};
@@ -43,7 +44,7 @@ public:
     static void encodeSession(const SessionHeader& header, std::vector<std::uint8_t>& payload);
     static bool decodeSession(const std::uint8_t* data, std::size_t size, SessionHeader& header,
                               std::string& problem);
-    /// Images are compressed (deflate) when `withImages` and the frame has them.
+    /// Images are compressed (zstd) when `withImages` and the frame has them.
     void encodeFrame(const Frame& frame, bool withImages, std::vector<std::uint8_t>& payload);
     bool decodeFrame(const std::uint8_t* data, std::size_t size, Frame& frame, std::string& problem);
     static void encodeEnd(std::uint64_t frames, std::uint64_t dropped, std::vector<std::uint8_t>& payload);
@@ -51,9 +52,17 @@ public:
                           std::uint64_t& dropped);
 
 private:
-    void compress(const std::vector<std::uint8_t>& image, std::vector<std::uint8_t>& out);
+    /// Compresses one image with the compressor of its side (0 left, 1 right).
+    void compress(int side, const std::vector<std::uint8_t>& image, std::vector<std::uint8_t>& out);
+    bool decompress(std::uint8_t encoding, const std::uint8_t* packed, std::size_t packedSize,
+                    std::vector<std::uint8_t>& image);
 
-    void* m_deflate = nullptr; ///< The compressor's state, kept for the next frame.
+    /// The compressors' states (left, right image: used at the same time on two threads) and
+    /// their outputs, kept for the next frame.
+    void* m_compressors[2] = {nullptr, nullptr};
+    std::vector<std::uint8_t> m_packedLeft;
+    std::vector<std::uint8_t> m_packedRight;
+    void* m_decompressor = nullptr; ///< The decompressor's state, kept for the next frame.
 };
 
 } // namespace Kestrion::Recording

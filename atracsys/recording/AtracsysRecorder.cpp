@@ -5,6 +5,8 @@
 #include "host/core/Log.h"
 #include "recording/RecordingWriter.h"
 
+#include <pthread.h>
+
 namespace Kestrion::SpryTrack {
 
 namespace {
@@ -128,6 +130,8 @@ void AtracsysRecorder::noteDrops(std::uint64_t& reported, std::chrono::steady_cl
 }
 
 void AtracsysRecorder::writerLoop() {
+    // Named, so that its CPU time can be told apart (docs/performance.md).
+    pthread_setname_np(pthread_self(), "kestrion-rec");
     Recording::RecordingWriter& output = *m_output;
     bool failed = false;
     std::uint64_t reported = 0;
