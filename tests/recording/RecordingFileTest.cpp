@@ -7,10 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+#include <sys/resource.h>
 
 using namespace Kestrion::Recording;
 
@@ -267,5 +270,38 @@ TEST_F(RecordingFile, UnknownRecordKindsAreSkipped) {
     store(part, data);
     std::string error;
     EXPECT_EQ(readAll(part, error), 2);
+    EXPECT_EQ(error, "");
+}
+
+// A full disk (here a file size limit) ends the recording with the file, the frames written and the
+// reason; the ".part" file reads up to its last whole frame.
+TEST_F(RecordingFile, AFullDiskEndsTheRecordingAndKeepsItsWholeFrames) {
+    const std::string file = path("full.krec");
+    RecordingWriter writer;
+    ASSERT_TRUE(writer.open(file, header(true)));
+    rlimit previous{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
+    auto* previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = previous;
+    limit.rlim_cur = 64 * 1024;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    bool ok = true;
+    std::uint32_t written = 0;
+    for (; ok && written < 10000; ++written)
+        ok = writer.write(frame(written, true)) && writer.flush();
+    const bool finished = writer.finish(0);
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_FALSE(finished);
+    EXPECT_EQ(writer.error().rfind("recording " + file + ": write failed after ", 0), 0u) << writer.error();
+    EXPECT_NE(writer.error().find("File too large"), std::string::npos) << writer.error();
+    EXPECT_FALSE(std::filesystem::exists(file));
+    std::string error;
+    bool cutShort = false;
+    const int frames = readAll(file + ".part", error, &cutShort);
+    EXPECT_GT(frames, 0);
+    EXPECT_LE(frames, int(written));
+    EXPECT_TRUE(cutShort);
     EXPECT_EQ(error, "");
 }
