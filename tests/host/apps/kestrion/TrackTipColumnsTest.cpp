@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 
 using namespace Kestrion;
@@ -70,16 +69,9 @@ TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     ASSERT_EQ(lines.size(), 5u);
-    // The last three columns, in every row.
-    const auto commas = [](const std::string& line) { return std::count(line.begin(), line.end(), ','); };
     EXPECT_TRUE(endsWith(lines[0], ",reason,tip_x_mm,tip_y_mm,tip_z_mm")) << lines[0];
-    EXPECT_TRUE(endsWith(lines[1], ",12.5000,-3.2500,905.5000")) << lines[1];
-    for (std::size_t i = 1; i < 5; ++i) {
-        EXPECT_EQ(commas(lines[i]), commas(lines[0])) << lines[i];
-        if (i > 1) {
-            EXPECT_TRUE(endsWith(lines[i], ",,,")) << lines[i];
-        }
-    }
+    EXPECT_TRUE(endsWith(lines[1], ",,,,12.5000,-3.2500,905.5000")) << lines[1];
+    EXPECT_TRUE(endsWith(lines[3], ",,,,,,")) << "untracked: no pose, no status, no tip: " << lines[3];
 
     // Only geometry files with a [pivot] section ask for the CSV columns.
     const std::string with = temp.filePath("with.ini").toStdString();
