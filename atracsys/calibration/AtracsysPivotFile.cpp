@@ -2,6 +2,8 @@
 
 #include "host/core/File.h"
 
+#include <cmath>
+#include <cstdlib>
 #include <iomanip>
 #include <optional>
 #include <sstream>
@@ -73,6 +75,33 @@ bool AtracsysPivotFile::hasPivot(const std::string& text) {
         if (sectionOf(line) == std::optional<std::string>("pivot"))
             return true;
     return false;
+}
+
+std::optional<Eigen::Vector3d> AtracsysPivotFile::pivotOf(const std::string& text) {
+    Eigen::Vector3d tip = Eigen::Vector3d::Constant(std::nan(""));
+    bool inPivot = false;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (const auto section = sectionOf(line)) {
+            inPivot = *section == "pivot";
+            continue;
+        }
+        const auto equals = line.find('=');
+        const std::string key = equals == std::string::npos ? std::string() : line.substr(0, equals);
+        if (!inPivot || (key != "x" && key != "y" && key != "z"))
+            continue;
+        const char* begin = line.c_str() + equals + 1;
+        char* end = nullptr;
+        const double value = std::strtod(begin, &end);
+        while (*end == ' ' || *end == '\t')
+            ++end;
+        tip[key[0] - 'x'] = end == begin || *end != '\0' ? std::nan("") : value; // the last value counts
+    }
+    if (!tip.allFinite())
+        return std::nullopt;
+    return tip;
 }
 
 std::optional<unsigned> AtracsysPivotFile::fiducialCount(const std::string& text) {

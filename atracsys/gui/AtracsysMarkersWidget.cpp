@@ -1,5 +1,6 @@
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 
+#include "atracsys/calibration/AtracsysPivotFile.h"
 #include "atracsys/gui/AtracsysMetaTypes.h"
 #include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
@@ -18,6 +19,7 @@
 #include "host/stream/TrackingStreamData.h"
 
 #include <QDesktopServices>
+#include <QFile>
 #include <QMetaObject>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -261,7 +263,12 @@ void AtracsysMarkersWidget::saveGeometry(bool optimized, std::string trackerId) 
         }
         suggestedName = "geometry" + std::to_string(id) + "_optimized.ini";
     }
-    const std::string text = geometryText(points, id);
+    std::string text = geometryText(points, id);
+    if (!trackerId.empty()) {
+        std::lock_guard<std::mutex> lock(m_pointsMutex); // written by the optimisation's thread
+        if (m_optimizedTip)
+            text = AtracsysPivotFile::withPivot(text, *m_optimizedTip);
+    }
 
     const std::string proposed = suggestedName == ".ini" ? std::string("newmarker") : suggestedName;
     const std::string fileName = QtHelpers::getSaveFilename("Save marker geometry", "ini", proposed);
@@ -361,6 +368,7 @@ void AtracsysMarkersWidget::optimize(const std::string& trackerId, Progress* pro
             return;
         }
         setMarkerPoints(algorithm.optimizedCoordinates());
+        keepTip(trackerId, algorithm.keepCoordinateLocation());
         if (m_stream->removeGeometry(trackerId))
             QMetaObject::invokeMethod(this, "saveGeometry", Qt::QueuedConnection, Q_ARG(bool, true),
                                       Q_ARG(std::string, trackerId));
@@ -368,6 +376,25 @@ void AtracsysMarkersWidget::optimize(const std::string& trackerId, Progress* pro
         // Nothing may leave a pool thread: report it and end the task.
         KESTRION_LOG_ERROR(Category, "Geometry optimization of " << trackerId << " failed: " << e.what());
     }
+}
+
+void AtracsysMarkersWidget::keepTip(const std::string& trackerId, bool sameFrame) {
+    std::optional<Eigen::Vector3d> tip;
+    QFile file(QString::fromStdString(AtracsysPivotCalibrationPanel::geometryPath(*m_stream, trackerId)));
+    if (file.open(QIODevice::ReadOnly)) {
+        const QByteArray bytes = file.readAll();
+        tip = AtracsysPivotFile::pivotOf(
+            std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+    }
+    // The tip is a point of the marker's frame: a refined geometry in a frame of its own loses it.
+    if (tip && !sameFrame) {
+        KESTRION_LOG_WARN(Category, "The tool tip of " << trackerId
+                                                       << " is not kept: the optimized geometry has a new "
+                                                          "coordinate frame, calibrate the tip again");
+        tip.reset();
+    }
+    std::lock_guard<std::mutex> lock(m_pointsMutex); // read by saveGeometry on the GUI thread
+    m_optimizedTip = tip;
 }
 
 } // namespace Kestrion

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -110,6 +111,9 @@ private:
     /// The optimisation task (pool thread).
     void optimize(const std::string& trackerId, Progress* progress, const Properties& parameters);
     void setMarkerPoints(std::vector<Eigen::Vector3d> points);
+    /// Notes the tool tip of the tracker's geometry file for the optimised geometry's save
+    /// (optimisation thread); none when the refined geometry does not keep the original frame.
+    void keepTip(const std::string& trackerId, bool sameFrame);
 
     std::unique_ptr<Ui_AtracsysMarkersWidget> m_ui;
     AtracsysTrackingStreamBase* m_stream; // not owned
@@ -121,6 +125,7 @@ private:
     // thread), read by saveGeometry (GUI thread).
     mutable std::mutex m_pointsMutex;
     std::vector<Eigen::Vector3d> m_markerPoints;
+    std::optional<Eigen::Vector3d> m_optimizedTip; // the tool tip kept with an optimised geometry
     std::unique_ptr<Filesystem::Directory> m_outputFolder;
     QFuture<void> m_optimization;
     QFutureWatcher<void> m_optimizationWatcher;

@@ -177,18 +177,23 @@ void AtracsysPivotCalibrationPanel::onCancel() {
     m_resultLabel->setText(QStringLiteral("Pivot calibration cancelled."));
 }
 
-std::string AtracsysPivotCalibrationPanel::geometryPath() const {
+std::string AtracsysPivotCalibrationPanel::geometryPath(const AtracsysTrackingStreamBase& stream,
+                                                        const std::string& instrumentId) {
+    std::string name;
+    for (const TrackingInstrument& instrument : stream.instruments())
+        if (instrument.ID() == instrumentId)
+            name = instrument.id.name;
     Properties settings;
-    static_cast<const Configurable*>(m_stream)->configuration(&settings);
+    static_cast<const Configurable&>(stream).configuration(&settings);
     const Properties* targets = settings.subProperty("TrackingTargets");
-    const Properties* target = targets ? targets->subProperty(m_instrumentName) : nullptr;
+    const Properties* target = targets && !name.empty() ? targets->subProperty(name) : nullptr;
     return target ? target->param("Path", std::string()) : std::string();
 }
 
 void AtracsysPivotCalibrationPanel::onSave() {
     if (!m_result || !m_result->solved())
         return;
-    const std::string source = geometryPath();
+    const std::string source = geometryPath(*m_stream, m_instrumentId);
     QFile file(QString::fromStdString(source));
     if (source.empty() || !file.open(QIODevice::ReadOnly)) {
         KESTRION_LOG_ERROR(Category, "The geometry file of " << m_instrumentId << " could not be read: \""

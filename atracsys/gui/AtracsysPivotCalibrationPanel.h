@@ -40,6 +40,11 @@ public:
     /// Frames recorded before solving (500 unless set).
     void setFrames(std::size_t frames) { m_frames = frames; }
     bool isRecording() const;
+    /// The geometry file an instrument of the stream was loaded from (its "TrackingTargets"
+    /// entry); empty when there is none.
+    static std::string geometryPath(const AtracsysTrackingStreamBase& stream,
+                                    const std::string& instrumentId);
+
     /// The last solve's result; empty before one or after a cancel.
     const std::optional<AtracsysPivotCalibration::Result>& result() const { return m_result; }
 
@@ -52,8 +57,6 @@ private:
     void poll();
     void finish();
     void showIdle();
-    /// The geometry file the instrument was loaded from, from the stream's configuration.
-    std::string geometryPath() const;
 
     AtracsysTrackingStreamBase* m_stream; // not owned
     QPushButton* m_start;

@@ -2,6 +2,7 @@
 // worker thread): recording with progress, the result shown, cancel, and the tip saved into the
 // tool's geometry file, which is then loaded again with its tip.
 
+#include "atracsys/device/AtracsysGeometryHelpers.h"
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 #include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
@@ -88,5 +89,38 @@ TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
         const auto data = recorder.lastData();
         return data && trackingOf(data)->component<InstrumentTipData>();
     })) << "the reloaded tool reports its tip";
+    stream.close();
+}
+
+TEST(PivotPanel, AnOptimisedGeometryKeepsTheToolTipOnlyInItsOriginalFrame) {
+    GuiTest::ensureApplication();
+    GuiTest::TemporaryHome home;
+    SceneGuard scene(GuiTest::dataFile("static-marker.json"));
+    TestSupport::LogCapture capture;
+    const std::string tool = home.path() + "/tool.ini", target = home.path() + "/optimized.ini";
+    ASSERT_TRUE(Filesystem::File::writeText(
+        tool, *Filesystem::File::readText(KESTRION_SOURCE_DIR "/data/markers/geometry1000.ini") +
+                  "[pivot]\nx=1.5\ny=-2\nz=150\n"));
+    SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    AtracsysMarkersWidget widget(&stream, true);
+    QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest&) { return target; });
+    for (bool keep : {true, false}) {
+        Properties parameters;
+        parameters.setParam("recordedFrames", 30);
+        parameters.setParam("keepCoordinateLocation", keep);
+        widget.setOptimizationParameters(parameters);
+        ASSERT_TRUE(stream.addGeometry("tool", tool));
+        ASSERT_TRUE(Filesystem::File::remove(target));
+        widget.onOptimizeMarker();
+        ASSERT_TRUE(GuiTest::processEventsUntil(
+            [&] { return !widget.isOptimizing() && Filesystem::File::readText(target).has_value(); }));
+        const auto saved = SpryTrack::AtracsysHelpers::loadGeometryFile(target);
+        ASSERT_TRUE(saved && saved->tip.has_value() == keep) << keep;
+        EXPECT_TRUE(!keep || (*saved->tip - Eigen::Vector3d(1.5, -2, 150)).norm() < 1e-3);
+    }
+    EXPECT_EQ(capture->count(Log::Warning, Category,
+                             "The tool tip of atracsys-1000 is not kept: the optimized geometry has a new "
+                             "coordinate frame, calibrate the tip again"),
+              1u);
     stream.close();
 }
