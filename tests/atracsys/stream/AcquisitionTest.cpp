@@ -161,7 +161,6 @@ TEST(TrackingStreamAcquisition, QualityFollowsTheRegistrationError) {
 
 TEST(TrackingStreamAcquisition, TrackedToolTipsAreReportedWhereThePoseCarriesThem) {
     SceneGuard scene("tracking.json");
-    TestSupport::LogCapture capture;
     QTemporaryDir dir;
     const std::string withTip = dir.filePath("geometry1000.ini").toStdString();
     {
@@ -183,17 +182,15 @@ TEST(TrackingStreamAcquisition, TrackedToolTipsAreReportedWhereThePoseCarriesThe
             continue;
         }
         ++tracked;
-        ASSERT_NE(tips, nullptr);
-        ASSERT_EQ(tips->entries().size(), 1u) << "the reference has no tip";
-        const InstrumentTipData::Entry* entry = tips->find("atracsys-1000");
-        ASSERT_NE(entry, nullptr);
+        ASSERT_TRUE(tips && tips->entries().size() == 1u) << "the reference has no tip";
+        const InstrumentTipData::Entry* entry = &tips->entries()[0];
+        EXPECT_EQ(entry->instrumentId, "atracsys-1000");
         EXPECT_EQ(entry->tipInMarker, Eigen::Vector3d(10, -20, -150.5));
         EXPECT_LT(
             (entry->tipInCamera - (tool->matrix * Eigen::Vector4d(10, -20, -150.5, 1)).head<3>()).norm(),
             1e-9);
     }
     EXPECT_GT(tracked, 30);
-    EXPECT_EQ(capture->countContaining("without tip"), 0u) << capture->dump();
 }
 
 TEST(TrackingStreamAcquisition, FiducialModesSelectExactlyTheirFiducials) {
