@@ -1,5 +1,6 @@
 #include "atracsys/device/AtracsysGeometryHelpers.h"
 
+#include "atracsys/device/AtracsysGeometryFileCheck.h"
 #include "atracsys/device/AtracsysPivotSection.h"
 
 #include "host/core/Log.h"
@@ -78,13 +79,14 @@ std::optional<ftkGeometry> fromIni(IniFile& ini) {
     return geometry;
 }
 
-std::optional<GeometryFile> fromText(std::string text) {
+std::optional<GeometryFile> fromText(std::string text, const std::string& path) {
     IniFile ini;
     if (!ini.parse(text.data(), text.size()))
         return std::nullopt;
     std::optional<ftkGeometry> geometry = fromIni(ini);
     if (!geometry)
         return std::nullopt;
+    warnAboutGeometryFile(ini, *geometry, path);
     return GeometryFile{*geometry, readPivot(ini, geometry->geometryId)};
 }
 
@@ -147,12 +149,12 @@ std::optional<GeometryFile> loadGeometryFile(const std::string& path) {
             return std::nullopt;
         const QByteArray bytes = file.readAll();
         std::istringstream in(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
-        return fromText(readText(in));
+        return fromText(readText(in), path);
     }
     std::ifstream in(path);
     if (!in.is_open())
         return std::nullopt;
-    return fromText(readText(in));
+    return fromText(readText(in), path);
 }
 
 } // namespace Kestrion::SpryTrack::AtracsysHelpers

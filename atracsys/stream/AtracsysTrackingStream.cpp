@@ -6,6 +6,7 @@
 #include "atracsys/recording/AtracsysRecorder.h"
 #include "atracsys/recording/AtracsysRecordingCopy.h"
 #include "atracsys/stream/AtracsysDeviceContext.h"
+#include "atracsys/stream/AtracsysGeometryWarnings.h"
 
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
@@ -343,7 +344,13 @@ bool AtracsysTrackingStream::addGeometry(const std::string& name, const std::str
         modifications = m_instruments->create(TrackerID(id, name), std::move(special), true);
     }
     emitSignals(modifications);
-    return modifications.testFlag(InstrumentModification::InstrumentsChanged);
+    const bool added = modifications.testFlag(InstrumentModification::InstrumentsChanged);
+    const std::string id = createId(static_cast<int>(geometry->geometryId));
+    if (added) // warns when the camera could confuse it with itself or another marker
+        warnAboutAmbiguity(*m_instruments, id, m_distanceMatchingTolerance.value());
+    else
+        explainDuplicateId(*m_instruments, id, path);
+    return added;
 }
 
 bool AtracsysTrackingStream::removeGeometry(const std::string& instrumentId) {

@@ -355,6 +355,12 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             err << "kestrion track: geometry file " << target.path << " could not be loaded";
             if (why.size() > 1) // the last line only repeats that it could not be loaded
                 err << ": " << why.front().message;
+            else if (why.empty()) // loaded, but not added: the stream says why, naming the file
+                for (const auto& record : errors)
+                    if (record.message.find(target.path + ":") != std::string::npos) {
+                        err << ": " << record.message;
+                        break;
+                    }
             err << "\n";
             return 1;
         }

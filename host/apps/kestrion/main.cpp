@@ -1,4 +1,5 @@
 #include "host/apps/kestrion/Application.h"
+#include "host/apps/kestrion/CheckGeometryCommand.h"
 #include "host/apps/kestrion/PivotCommand.h"
 #include "host/apps/kestrion/PluginsCommand.h"
 #include "host/apps/kestrion/RunCommand.h"
@@ -12,5 +13,6 @@ int main(int argc, char** argv) {
     application.addCommand(std::make_unique<Kestrion::Cli::RunCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::TrackCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::PivotCommand>());
+    application.addCommand(std::make_unique<Kestrion::Cli::CheckGeometryCommand>());
     return application.run(std::vector<std::string>(argv + 1, argv + argc), std::cout, std::cerr);
 }

@@ -269,3 +269,17 @@ TEST_F(TrackCommand, TheTableSaysWhyAMarkerIsNotTracked) {
         << r;
     EXPECT_TRUE(r.outHas("  tracked, registration error 0.")) << r;
 }
+
+TEST_F(TrackCommand, AGeometryWhoseIdIsTakenIsRefusedWithTheOtherFileNamed) {
+    const std::string second = std::string(KESTRION_TEST_DATA_DIR) + "/status/geometry1000.ini";
+    const Result r =
+        track({"--frames", "5", "--geometry", ":/markers/geometry1000.ini", "--geometry", second},
+              {{"FTK_SIMULATOR_SCENE", DataDir + "/static-marker.json"}});
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_TRUE(r.errHas("kestrion track: geometry file " + second +
+                         " could not be loaded: AtracsysTrackingStream: Cannot add the geometry of " +
+                         second +
+                         ": its instrument id atracsys-1000 is that of the geometry loaded from "
+                         ":/markers/geometry1000.ini\n"))
+        << r;
+}

@@ -42,6 +42,16 @@ TEST(InstrumentStatusScene, EachMarkerOfTheSceneGetsItsReason) {
                              "Cannot set geometry loaded from " + statusFile("geometry1103.ini") +
                                  " to tracking system"),
               1u);
+    // The nearly equal geometry is named when it is added.
+    EXPECT_EQ(capture->count(
+                  3, "AtracsysAmbiguityCheck",
+                  statusFile("geometry1105.ini") + " and " + statusFile("geometry1104.ini") +
+                      " could be confused: fiducials 0, 1, 2, 3 of " + statusFile("geometry1105.ini") +
+                      " lie at the distances of fiducials 0, 1, 2, 3 of " + statusFile("geometry1104.ini") +
+                      " (at most 0.19 mm apart: fiducial2-fiducial3 61.84 mm against fiducial2-fiducial3 "
+                      "61.64 mm; Distance matching tolerance 1.00 mm)"),
+              1u)
+        << capture->dump();
 
     stream.round();
     EXPECT_FALSE(statusOf(recorder.lastData())) << "nobody asked for the status";
