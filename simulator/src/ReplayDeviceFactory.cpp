@@ -26,6 +26,17 @@ bool ReplayDeviceFactory::markersFromEnvironment(ReplaySource::Markers& markers,
     return false;
 }
 
+bool ReplayDeviceFactory::paceFromEnvironment(bool& perFetch, std::string& error) {
+    const char* pace = std::getenv("FTK_SIMULATOR_REPLAY_PACE");
+    const std::string text = pace != nullptr ? pace : "";
+    perFetch = text == "fetch";
+    if (text.empty() || text == "fetch" || text == "recorded") {
+        return true;
+    }
+    error = "FTK_SIMULATOR_REPLAY_PACE: recorded or fetch, not '" + text + "'";
+    return false;
+}
+
 std::shared_ptr<Device> ReplayDeviceFactory::create(const std::string& path, ReplaySource::Markers markers,
                                                     const std::atomic<bool>& steppedClock,
                                                     std::string& error) {

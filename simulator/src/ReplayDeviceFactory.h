@@ -23,6 +23,9 @@ public:
                                           const std::atomic<bool>& steppedClock, std::string& error);
     /// The markers FTK_SIMULATOR_REPLAY_MARKERS asks for; false with the reason for another value.
     static bool markersFromEnvironment(ReplaySource::Markers& markers, std::string& error);
+    /// Whether FTK_SIMULATOR_REPLAY_PACE asks for one frame per fetch ("fetch") rather than the
+    /// recorded rate ("recorded", the default); false with the reason for another value.
+    static bool paceFromEnvironment(bool& perFetch, std::string& error);
 };
 
 } // namespace Kestrion::Simulator

@@ -46,14 +46,15 @@ bool Simulator::ensureSceneLocked(std::string& error) {
     const char* replay = std::getenv("FTK_SIMULATOR_REPLAY");
     if (replay != nullptr && *replay != '\0') {
         ReplaySource::Markers markers = ReplaySource::Markers::Recorded;
+        bool fetchPace = false;
         if (!ReplayDeviceFactory::markersFromEnvironment(markers, error) ||
+            !ReplayDeviceFactory::paceFromEnvironment(fetchPace, error) ||
             !installReplayLocked(replay, markers, error)) {
             m_lastSceneError = error;
             return false;
         }
         // One recorded frame per fetch, as fast as they are fetched: the stepped clock.
-        const char* pace = std::getenv("FTK_SIMULATOR_REPLAY_PACE");
-        if (pace != nullptr && std::string(pace) == "fetch") {
+        if (fetchPace) {
             m_stepped.store(true);
         }
         return true;

@@ -153,6 +153,12 @@ TEST(TrackRecording, FilesThatCannotBeReplayedAreRefusedByName) {
         EXPECT_TRUE(r.errHas("ftkInit: recording " + file + ": " + row.problem + "\n")) << r;
         EXPECT_TRUE(r.errHas("kestrion track: the camera could not be opened\n")) << r;
     }
+    auto slow = replay(folder.path("good.krec"));
+    slow["FTK_SIMULATOR_REPLAY_PACE"] = "slow";
+    const ProcessResult badPace = track(folder, {"--frames", "2"}, slow);
+    EXPECT_EQ(badPace.exitCode, 1) << badPace;
+    EXPECT_TRUE(badPace.errHas("ftkInit: FTK_SIMULATOR_REPLAY_PACE: recorded or fetch, not 'slow'\n"))
+        << badPace;
     const ProcessResult existing = track(folder, {"--frames", "2", "--record", "good.krec"});
     EXPECT_EQ(existing.exitCode, 1) << existing;
     EXPECT_TRUE(existing.errHas("recording file good.krec: exists; give --force to replace it")) << existing;
