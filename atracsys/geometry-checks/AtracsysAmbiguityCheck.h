@@ -8,6 +8,10 @@
 
 namespace Kestrion::SpryTrack {
 
+/// Log category of the ambiguity warnings of the plugin (the host's check-geometry command reads
+/// them).
+constexpr const char* AmbiguityCategory = "AtracsysAmbiguityCheck";
+
 /// A marker geometry to check: its file (as the user named it) and its fiducials (mm).
 struct AmbiguityGeometry {
     std::string file;

@@ -1,7 +1,9 @@
 #include "atracsys/gui/AtracsysMarkersWidget.h"
+#include "atracsys/gui/AtracsysNewMarkerCheck.h"
 
 #include "atracsys/calibration/AtracsysPivotFile.h"
 #include "atracsys/gui/AtracsysMetaTypes.h"
+#include "atracsys/gui/AtracsysNewMarkerCheck.h"
 #include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
@@ -281,6 +283,8 @@ void AtracsysMarkersWidget::saveGeometry(bool optimized, std::string trackerId) 
     if (trackerId.empty())
         KESTRION_LOG_INFO(Category, "before being used, it is recommend to run a geometry optimization");
     KESTRION_LOG_INFO(Category, "suggested name: " << suggestedName);
+    if (trackerId.empty() && m_stream) // a new marker the camera could confuse with a loaded one
+        SpryTrack::warnAboutNewMarker(*m_stream, fileName, points);
     QDesktopServices::openUrl(QtHelpers::localFileUrl(Filesystem::Path(fileName).parent().str()));
 }
 

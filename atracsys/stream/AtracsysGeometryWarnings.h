@@ -6,9 +6,6 @@
 
 namespace Kestrion::SpryTrack {
 
-/// Log category of the ambiguity warnings (the host's check-geometry command reads them).
-constexpr const char* AmbiguityCategory = "AtracsysAmbiguityCheck";
-
 /// Compares the geometry of instrument `id` with itself and with every other geometry of the
 /// registry at the distance tolerance, and logs one warning per finding (AtracsysAmbiguityCheck)
 /// under AmbiguityCategory. Reads clones of the geometries: the registry is locked only while

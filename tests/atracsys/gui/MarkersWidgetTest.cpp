@@ -320,3 +320,27 @@ TEST_F(MarkersWidgetTest, OpensTheUserGeometryFolderOnlyWhenItExists) {
     EXPECT_EQ(urls.urls(), QList<QUrl>{QUrl::fromLocalFile(
                                QString::fromStdString(AtracsysMarkersWidget::userGeometryFolder()))});
 }
+
+TEST_F(MarkersWidgetTest, ANewMarkerThatALoadedGeometryDescribesIsNamedWhenSaved) {
+    // The first four fiducials of the made marker are those of the example marker 1000.
+    const std::string tool = output.filePath("tool.ini").toStdString();
+    ASSERT_TRUE(Filesystem::File::writeText(
+        Filesystem::Path(tool),
+        AtracsysMarkersWidget::geometryText({{0, 0, 0}, {31, 82, 0}, {96, -10, 0}, {61, 46, 0}}, 1000)));
+    ASSERT_TRUE(stream.addGeometry("tool", tool));
+    TestSupport::LogCapture capture;
+    const std::string target = output.filePath("pointer.ini").toStdString();
+    DialogAnswers dialogs(target);
+    AtracsysMarkersWidget widget(&stream, true);
+    widget.findChild<QLineEdit*>("nameEdit")->setText("Pointer");
+    const TrackingInstrumentFiducialsData six = fiducialsAt(markerInCamera());
+    widget.createMarker(&six);
+    EXPECT_EQ(capture->countContaining("could be confused"), 0u) << "only once saved, with its file";
+    QCoreApplication::processEvents();
+    ASSERT_EQ(capture->countContaining("could be confused"), 1u) << capture->dump();
+    const std::string expected =
+        target + " and tool (atracsys-1000) could be confused: fiducials 0, 1, 2 of " + target +
+        " lie at the distances of fiducials 0, 1, 2 of tool (atracsys-1000) (at "
+        "most 0.00 mm apart: ";
+    EXPECT_EQ(capture->countContaining(expected), 1u) << capture->dump();
+}
