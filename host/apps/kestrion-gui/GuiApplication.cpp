@@ -1,6 +1,7 @@
 #include "host/apps/kestrion-gui/GuiApplication.h"
 
 #include "host/apps/kestrion-gui/HostWindow.h"
+#include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/core/Log.h"
 #include "host/lib/FactoryRegistry.h"
 
@@ -31,6 +32,7 @@ bool GuiApplication::start() {
     KESTRION_LOG_INFO(Category, m_loader.initialised().size()
                                     << " plugins active, " << FactoryRegistry::instance().algorithms().size()
                                     << " algorithms offered");
+    IgtlServing::registerAlgorithm();
     m_window->refreshAlgorithms();
     return loaded;
 }

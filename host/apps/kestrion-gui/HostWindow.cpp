@@ -2,6 +2,7 @@
 
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/apps/kestrion-gui/InstrumentDock.h"
 #include "host/apps/kestrion-gui/WorkingVolumeDock.h"
 #include "host/core/Log.h"
@@ -51,6 +52,7 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     m_session->setAlgorithmsChangedHandler([this]() {
         m_instrumentDock->followSession();
         m_volumeDock->followSession();
+        IgtlServing::followSession(*m_session);
     });
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
