@@ -1,5 +1,7 @@
 // The messages the OpenIGTLink server packs for a frame, unpacked again with the library, and the
 // reading of what clients send, whole and in pieces.
+#include "IgtlTestClient.h"
+
 #include "host/igtl/IgtlFrameEncoder.h"
 #include "host/igtl/IgtlMessageReader.h"
 #include "host/stream/InstrumentStatusData.h"
@@ -16,6 +18,7 @@
 namespace Kestrion::Igtl {
 namespace {
 
+using IgtlTest::packed;
 using Bytes = std::vector<std::uint8_t>;
 
 TrackingInstrument instrument(const std::string& id, double quality, double x) {
@@ -51,17 +54,9 @@ std::vector<Unpacked> split(const Bytes& bytes) {
 }
 template <class M>
 typename M::Pointer unpack(const Bytes& pack) {
-    auto message = M::New();
-    auto header = igtl::MessageHeader::New();
-    header->InitPack();
-    std::memcpy(header->GetPackPointer(), pack.data(), IgtlMessageReader::HeaderSize);
-    header->Unpack();
-    message->SetMessageHeader(header);
-    message->AllocatePack();
-    std::memcpy(message->GetPackBodyPointer(), pack.data() + IgtlMessageReader::HeaderSize,
-                pack.size() - IgtlMessageReader::HeaderSize);
-    EXPECT_TRUE(message->Unpack(1) & igtl::MessageHeader::UNPACK_BODY);
-    return message;
+    auto message = IgtlTest::unpackAs<M>(pack);
+    EXPECT_TRUE(message);
+    return message ? message : M::New();
 }
 
 TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
@@ -145,12 +140,6 @@ TEST(IgtlFrameEncoder, LongNamesFitTheProtocolAndStayDistinct) {
     EXPECT_EQ(a.substr(0, 12), "a-very-long~");
     EXPECT_NE(a, b);
     EXPECT_EQ(a, IgtlFrameEncoder::deviceName("a-very-long-instrument-name-1"));
-}
-
-Bytes packed(igtl::MessageBase* message) {
-    message->Pack();
-    const auto* bytes = static_cast<const std::uint8_t*>(message->GetPackPointer());
-    return Bytes(bytes, bytes + message->GetPackSize());
 }
 
 Bytes startRequest(int resolutionMs) {

@@ -90,19 +90,4 @@ std::optional<ReceivedMessage> IgtlTestClient::next(const std::string& type,
     }
 }
 
-bool IgtlTestClient::closedByServer(std::chrono::milliseconds within) {
-    const auto deadline = std::chrono::steady_clock::now() + within;
-    std::uint8_t buffer[4096];
-    while (m_socket >= 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        pollfd polled{m_socket, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&polled, 1, static_cast<int>(left.count())) <= 0)
-            return false;
-        if (::recv(m_socket, buffer, sizeof buffer, 0) <= 0)
-            return true;
-    }
-    return false;
-}
-
 } // namespace Kestrion::Igtl::IgtlTest

@@ -2,8 +2,12 @@
 
 // A client of the OpenIGTLink server on the loopback address, reading messages with a deadline.
 
+#include <igtlMessageBase.h>
+#include <igtlMessageHeader.h>
+
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +19,29 @@ struct ReceivedMessage {
     std::string name;
     std::vector<std::uint8_t> pack; // header and body
 };
+
+/// The bytes of a packed message.
+inline std::vector<std::uint8_t> packed(igtl::MessageBase* message) {
+    message->Pack();
+    const auto* bytes = static_cast<const std::uint8_t*>(message->GetPackPointer());
+    return std::vector<std::uint8_t>(bytes, bytes + message->GetPackSize());
+}
+
+/// The message of type M in `pack` (header and body), unpacked with its CRC checked (null when
+/// the check fails).
+template <class M>
+typename M::Pointer unpackAs(const std::vector<std::uint8_t>& pack) {
+    auto header = igtl::MessageHeader::New();
+    header->InitPack();
+    std::memcpy(header->GetPackPointer(), pack.data(), header->GetPackSize());
+    header->Unpack();
+    auto message = M::New();
+    message->SetMessageHeader(header);
+    message->AllocatePack();
+    std::memcpy(message->GetPackBodyPointer(), pack.data() + header->GetPackSize(),
+                message->GetPackBodySize());
+    return (message->Unpack(1) & igtl::MessageHeader::UNPACK_BODY) ? message : nullptr;
+}
 
 class IgtlTestClient {
 public:
@@ -35,8 +62,6 @@ public:
     /// closes the connection or none comes within the time.
     std::optional<ReceivedMessage> next(const std::string& type,
                                         std::chrono::milliseconds within = std::chrono::seconds(20));
-    /// Whether the server closed the connection within the time (everything before is skipped).
-    bool closedByServer(std::chrono::milliseconds within = std::chrono::seconds(20));
 
 private:
     bool readFully(std::uint8_t* data, std::size_t size, std::chrono::steady_clock::time_point deadline);
