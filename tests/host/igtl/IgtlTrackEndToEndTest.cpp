@@ -170,3 +170,22 @@ TEST(IgtlTrackEndToEnd, ExampleClientsGetTheRecordedPosesWhileBrokenClientsCanno
 
 } // namespace
 } // namespace Kestrion::Igtl
+
+namespace Kestrion::Igtl {
+namespace {
+
+TEST(IgtlTrackEndToEnd, AnAddressItCannotServeOnEndsTheCommandBeforeTracking) {
+    QProcess track;
+    launch(track, KESTRION_APP, {"track", "--igtl", "0", "--igtl-bind", "256.1.1.1", "--duration", "1"});
+    ASSERT_TRUE(track.waitForFinished(120000));
+    const std::string out = track.readAllStandardOutput().toStdString();
+    EXPECT_EQ(track.exitCode(), 1) << out;
+    EXPECT_NE(
+        out.find("kestrion track: OpenIGTLink server cannot listen on 256.1.1.1:0: not an IPv4 address\n"),
+        std::string::npos)
+        << out;
+    EXPECT_EQ(out.find("Tracking "), std::string::npos);
+}
+
+} // namespace
+} // namespace Kestrion::Igtl

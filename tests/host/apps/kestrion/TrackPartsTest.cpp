@@ -48,10 +48,14 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked, const char* reas
 
 TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     std::string error;
-    const auto options = TrackOptions::parse(
-        {"--geometry", "a.ini", "--geometry", ":/b.ini", "--fiducials", "vicinity", "--images", "dir",
-         "--integration-time", "350", "--duration", "2.5", "--frames", "10", "--csv", "x.csv", "--force"},
-        &error);
+    const auto options = TrackOptions::parse({"--geometry", "a.ini",       "--geometry",
+                                              ":/b.ini",    "--fiducials", "vicinity",
+                                              "--images",   "dir",         "--integration-time",
+                                              "350",        "--duration",  "2.5",
+                                              "--frames",   "10",          "--csv",
+                                              "x.csv",      "--force",     "--igtl",
+                                              "0",          "--igtl-bind", "0.0.0.0"},
+                                             &error);
     ASSERT_TRUE(options) << error;
     EXPECT_EQ(options->geometries, (std::vector<std::string>{"a.ini", ":/b.ini"}));
     EXPECT_EQ(options->fiducialMode, 2);
@@ -61,6 +65,8 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     EXPECT_EQ(options->frames, 10u);
     EXPECT_EQ(options->csvFile, "x.csv");
     EXPECT_TRUE(options->force);
+    EXPECT_EQ(options->igtlPort, 0);
+    EXPECT_EQ(options->igtlBind, "0.0.0.0");
 
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
         {{"--bogus"}, "unknown option '--bogus'"},
@@ -70,6 +76,8 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
         {{"--frames", "-3"}, "--frames takes a positive number of frames, not '-3'"},
         {{"--duration", "nan"}, "--duration takes a positive number of seconds, not 'nan'"},
         {{"--workspace", "a.kws", "--workspace", "b.kws"}, "option --workspace given twice"},
+        {{"--igtl", "65536"}, "--igtl takes a TCP port from 0 to 65535, not '65536'"},
+        {{"--igtl-bind", "0.0.0.0"}, "--igtl-bind needs --igtl PORT"},
     };
     for (const auto& [arguments, message] : bad) {
         EXPECT_FALSE(TrackOptions::parse(arguments, &error));
