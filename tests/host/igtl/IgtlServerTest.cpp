@@ -2,12 +2,17 @@
 // and surplus clients are dropped without disturbing the others.
 #include "IgtlTestClient.h"
 
+#include "host/core/SharedImage.h"
+#include "host/core/TypedImage.h"
 #include "host/igtl/IgtlServer.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/ImageStreamData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 #include "tests/support/LogCapture.h"
 
+#include <igtlImageMessage.h>
 #include <igtlStatusMessage.h>
 #include <igtlTrackingDataMessage.h>
 
@@ -31,7 +36,7 @@ public:
         : TrackingStream("scripted") {}
     ~ScriptedStream() override { close(); }
     std::vector<TrackingInstrument> instruments() const override { return {}; }
-    void emitFrame(std::uint64_t timestampMs, std::size_t fiducials = 0) {
+    void emitFrame(std::uint64_t timestampMs, std::size_t fiducials = 0, bool withImage = false) {
         TrackingInstrument tool{TrackerID("atracsys-1")};
         tool.quality = 0.9;
         tool.matrix(2, 3) = static_cast<double>(timestampMs % 1000);
@@ -41,7 +46,12 @@ public:
         for (std::size_t i = 0; i < fiducials; ++i)
             points->addFiducial({1, 2, 3}, 0, 0, 1, 0, 0, 1, 1);
         frame->addComponent(points);
-        emitStreamData(frame);
+        if (!withImage)
+            return emitStreamData(frame);
+        auto image = std::make_shared<TypedImage<std::uint8_t>>(ImageDescriptor(PixelType::UInt8, 1, 4, 3));
+        auto camera = std::make_shared<ImageStreamData>(nullptr, std::make_shared<SharedImage>(image));
+        emitStreamData(std::make_shared<CompoundStreamData>(
+            frame, std::vector<std::shared_ptr<const StreamData>>{camera}));
     }
 };
 
@@ -84,11 +94,16 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     start->SetResolution(0);
     a.send(packed(start));
     ASSERT_TRUE(a.next("RTS_TDATA"));
-    stream.emitFrame(1700000000100);
+    stream.emitFrame(1700000000100, 0, true);
     auto pose = a.next("TRANSFORM");
     ASSERT_TRUE(pose);
     EXPECT_EQ(pose->name, "atracsys-1");
     ASSERT_TRUE(a.next("TDATA"));
+    auto image = a.next("IMAGE"); // packed on its own thread, after the poses
+    ASSERT_TRUE(image);
+    int size[3];
+    IgtlTest::unpackAs<igtl::ImageMessage>(image->pack)->GetDimensions(size);
+    EXPECT_EQ(size[0] * 10 + size[1], 43);
 
     // A later client hears of the camera and of the instrument first.
     IgtlTestClient b(server.port());
@@ -98,8 +113,8 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     stream.emitFrame(1700000000200);
     EXPECT_TRUE(b.next("TRANSFORM"));
     EXPECT_TRUE(a.next("TRANSFORM"));
-    // Camera and instrument status, RTS_TDATA, two frames of TRANSFORM and TDATA.
-    EXPECT_TRUE(waitFor([&] { return server.clients()[0].messagesSent == 7; }));
+    // Camera and instrument status, RTS_TDATA, two frames of TRANSFORM and TDATA, the image.
+    EXPECT_TRUE(waitFor([&] { return server.clients()[0].messagesSent == 8; }));
     EXPECT_TRUE(server.clients()[0].trackingData);
     EXPECT_FALSE(server.clients()[1].trackingData);
     const std::string bAddress = b.address();
