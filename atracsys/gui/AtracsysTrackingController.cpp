@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QMetaObject>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 namespace Kestrion {
@@ -34,6 +35,9 @@ AtracsysTrackingController::AtracsysTrackingController(CreateAlgorithm* algorith
     , m_startButton(nullptr)
     , m_fiducialModeCombo(nullptr)
     , m_showImagesCheck(nullptr)
+    , m_framePacingSpin(nullptr)
+    , m_reconnectCheck(nullptr)
+    , m_reconnectLabel(nullptr)
     , m_markersWidget(nullptr) {
     registerAtracsysMetaTypes();
     setupGUI();
@@ -43,6 +47,7 @@ AtracsysTrackingController::~AtracsysTrackingController() {
     // The state-change slot queues calls on this panel from the stream's control thread: end it
     // before the panel's members go.
     disconnectAllSignals();
+    m_reconnector.reset(); // before anything it may still reopen the stream for
     m_renderer.reset();
 }
 
@@ -78,6 +83,7 @@ void AtracsysTrackingController::setupGUI() {
     m_generalLayout->addWidget(m_showImagesCheck, 2, 0, 2, 1);
     connect(m_showImagesCheck, &QCheckBox::stateChanged, this,
             &AtracsysTrackingController::onQueryImagesStateChanged);
+    setupAcquisitionControls();
 
     // The properties go below the general box.
     m_propertiesWidget->setCamelCaseSplitting(true);
@@ -127,6 +133,7 @@ void AtracsysTrackingController::updateGUI() {
         const QSignalBlocker blocker(m_showImagesCheck);
         m_showImagesCheck->setChecked(m_stream->queryImages());
     }
+    updateAcquisitionControls(state);
 }
 
 void AtracsysTrackingController::onValueChanged() {
@@ -134,12 +141,16 @@ void AtracsysTrackingController::onValueChanged() {
     if (!m_stream || !widget)
         return;
     if (widget == m_connectionButton) {
-        if (m_stream->isInitialized())
+        if (m_stream->isInitialized()) {
+            if (m_reconnector)
+                m_reconnector->disarm(); // a close asked for stays closed
             m_stream->closeAsync();
-        else
+        } else
             m_stream->openAsync();
     } else if (widget == m_startButton) {
         if (m_stream->isStateOneOf({State::Starting, State::Running})) {
+            if (m_reconnector)
+                m_reconnector->disarm();
             m_stream->stopAsync().get();
         } else {
             if (m_stream->numInstruments(false) == 0)
@@ -193,14 +204,74 @@ void AtracsysTrackingController::init() {
     m_markersWidget->setMainWindow(mainWindow());
     m_layout->addWidget(m_markersWidget);
 
-    // State changes come from the stream's control thread.
+    // State changes come from the stream's control thread, and the reconnector's from its own.
     m_stream->signalStateChanged.connect(
         this, [this](State) { QMetaObject::invokeMethod(this, "updateGUI", Qt::QueuedConnection); });
+    m_reconnector = std::make_unique<StreamReconnector>(*m_stream);
+    m_reconnector->signalStateChanged.connect(this, [this](StreamReconnector::State) {
+        QMetaObject::invokeMethod(this, "updateGUI", Qt::QueuedConnection);
+    });
     updateGUI();
 
     if (m_stream->startAfterInit() && m_stream->isInitialized() &&
         !m_stream->isStateOneOf({State::Starting, State::Running}))
         createAlgorithm->stream()->startAsync().get();
+}
+
+} // namespace Kestrion
+
+namespace Kestrion {
+
+void AtracsysTrackingController::setupAcquisitionControls() {
+    // Rows 2 and 3 belong to "Show images"; these follow.
+    m_framePacingSpin = new QSpinBox(m_generalBox);
+    m_framePacingSpin->setObjectName("framePacingSpin");
+    m_framePacingSpin->setRange(0, 1000);
+    m_framePacingSpin->setSuffix(" ms");
+    m_framePacingSpin->setSpecialValueText("camera");
+    m_framePacingSpin->setToolTip("Time between two frame fetches; \"camera\" (0): every frame as the "
+                                  "camera delivers it");
+    m_generalLayout->addWidget(new QLabel("Frame pacing:", m_generalBox), 4, 0);
+    m_generalLayout->addWidget(m_framePacingSpin, 4, 1);
+    connect(m_framePacingSpin, qOverload<int>(&QSpinBox::valueChanged), this,
+            &AtracsysTrackingController::onFramePacingChanged);
+
+    m_reconnectCheck = new QCheckBox("Reconnect", m_generalBox);
+    m_reconnectCheck->setToolTip("Reopen the camera once a second when it stops delivering frames");
+    m_reconnectLabel = new QLabel(m_generalBox);
+    m_reconnectLabel->setObjectName("reconnectLabel");
+    m_generalLayout->addWidget(m_reconnectCheck, 5, 0);
+    m_generalLayout->addWidget(m_reconnectLabel, 5, 1);
+    connect(m_reconnectCheck, &QCheckBox::stateChanged, this,
+            &AtracsysTrackingController::onReconnectStateChanged);
+}
+
+void AtracsysTrackingController::updateAcquisitionControls(State state) {
+    {
+        const QSignalBlocker blocker(m_framePacingSpin);
+        m_framePacingSpin->setValue(m_stream->framePacingMs());
+    }
+    if (!m_reconnector)
+        return;
+    // A stream that runs is watched from now on; one the reconnector brings back already is.
+    if (m_reconnectCheck->isChecked() && state == State::Running &&
+        m_reconnector->state() == StreamReconnector::State::Idle)
+        m_reconnector->arm();
+    m_reconnectLabel->setText(
+        m_reconnector->state() == StreamReconnector::State::Waiting ? "waiting for the camera" : "");
+}
+
+void AtracsysTrackingController::onFramePacingChanged(int milliseconds) {
+    if (m_stream)
+        m_stream->setFramePacingMs(milliseconds);
+}
+
+void AtracsysTrackingController::onReconnectStateChanged(int checkState) {
+    if (!m_reconnector)
+        return;
+    if (checkState != Qt::Checked)
+        m_reconnector->disarm();
+    updateGUI();
 }
 
 } // namespace Kestrion

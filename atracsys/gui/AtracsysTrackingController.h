@@ -4,6 +4,7 @@
 #include "atracsys/plugin/AtracsysStreamAlgorithm.h"
 #include "atracsys/stream/AtracsysTrackingStream.h"
 #include "host/lib/widgets/StreamControllerBase.h"
+#include "host/stream/connection/StreamReconnector.h"
 
 #include <QString>
 
@@ -13,7 +14,9 @@ class QCheckBox;
 class QComboBox;
 class QGridLayout;
 class QGroupBox;
+class QLabel;
 class QPushButton;
+class QSpinBox;
 class QVBoxLayout;
 
 namespace Kestrion {
@@ -46,6 +49,8 @@ public:
     SpryTrack::AtracsysTrackingStream* stream() const { return m_stream; }
     AtracsysMarkersWidget* markersWidget() const { return m_markersWidget; }
     AtracsysRenderer* renderer() const { return m_renderer.get(); }
+    /// Brings the stream back after the camera was unplugged, while "Reconnect" is checked.
+    StreamReconnector* reconnector() const { return m_reconnector.get(); }
 
 public slots:
     void setupGUI();
@@ -54,10 +59,15 @@ public slots:
     void onValueChanged();
     void onFiducialQueryModeChanged(const QString& text);
     void onQueryImagesStateChanged(int checkState);
+    void onFramePacingChanged(int milliseconds);
+    void onReconnectStateChanged(int checkState);
 
 private:
     /// Replaces the camera view by a new one on the stream and the host's display.
     void createRenderer();
+    /// The frame pacing and reconnection controls, below the general ones.
+    void setupAcquisitionControls();
+    void updateAcquisitionControls(Stream::State state);
 
     PropertiesWidget* m_propertiesWidget;
     QVBoxLayout* m_layout;
@@ -68,8 +78,12 @@ private:
     QPushButton* m_startButton;
     QComboBox* m_fiducialModeCombo;
     QCheckBox* m_showImagesCheck;
+    QSpinBox* m_framePacingSpin;
+    QCheckBox* m_reconnectCheck;
+    QLabel* m_reconnectLabel;
     AtracsysMarkersWidget* m_markersWidget; // a Qt child of the panel
     std::unique_ptr<AtracsysRenderer> m_renderer;
+    std::unique_ptr<StreamReconnector> m_reconnector; // from init(), with the stream
 };
 
 } // namespace Kestrion

@@ -1,6 +1,7 @@
 #include "atracsys/stream/AtracsysTrackingStream.h"
 
 #include "atracsys/device/AtracsysDeviceHelpers.h"
+#include "atracsys/device/AtracsysDeviceList.h"
 #include "atracsys/device/AtracsysGeometryHelpers.h"
 #include "atracsys/device/AtracsysOptionHelpers.h"
 #include "atracsys/recording/AtracsysRecorder.h"
@@ -32,6 +33,10 @@ constexpr const char* RightCameraName = "Camera (right)";
 /// and image sending.
 constexpr std::uint32_t OnboardProcessingOption = 6000;
 constexpr std::uint32_t SendImagesOption = 6003;
+/// The wait between acquisition rounds without a pacing setting, and after a failed fetch.
+constexpr int DefaultFramePacingMs = 10;
+constexpr const char* FramePacingKey = "framePacingMs";
+constexpr const char* CameraSerialKey = "cameraSerialNumber";
 
 } // namespace
 
@@ -90,6 +95,34 @@ std::vector<TrackingInstrument> AtracsysTrackingStream::instruments() const {
     return m_instruments->instruments();
 }
 
+std::vector<ConnectedCamera> AtracsysTrackingStream::connectedCameras(std::string* error) const {
+    std::vector<AtracsysHelpers::DeviceData> devices;
+    {
+        // The open handle when there is one (SDK calls on it hold the mutex), else one of its own.
+        std::lock_guard<std::mutex> lock(m_device->mutex());
+        ftkLibrary library = m_device->library();
+        if (library) {
+            devices = AtracsysHelpers::listDevices(library);
+        } else if ((library = ftkInit())) {
+            devices = AtracsysHelpers::listDevices(library);
+            ftkClose(&library);
+        } else if (error) {
+            *error = "the Atracsys tracking driver cannot be initialized";
+        }
+    }
+    std::vector<ConnectedCamera> cameras;
+    for (const auto& device : devices)
+        cameras.push_back({device.serialNumber, device.name});
+    return cameras;
+}
+
+ConnectedCamera AtracsysTrackingStream::cameraInUse() const {
+    std::lock_guard<std::mutex> lock(m_device->mutex()); // the device record is the context's
+    if (!m_device->library())
+        return {}; // the record of the last open stays after the close
+    return {m_device->serialNumber(), m_device->device().name};
+}
+
 // Configuration -------------------------------------------------------------------------------
 
 void AtracsysTrackingStream::configure(const Properties* properties) {
@@ -119,6 +152,18 @@ void AtracsysTrackingStream::configure(const Properties* properties) {
     if (properties->getParam("recordFile", recordFile))
         m_recorder->setTarget(recordFile, properties->param("recordImages", false),
                               properties->param("recordReplace", false));
+    int pacing = 0;
+    if (properties->getParam(FramePacingKey, pacing))
+        setFramePacingMs(pacing);
+    std::string serial;
+    std::uint64_t serialNumber = 0;
+    if (properties->getParam(CameraSerialKey, serial)) {
+        if (parseSerial(serial, serialNumber))
+            selectCameraSerial(serialNumber);
+        else
+            KESTRION_LOG_ERROR(Category, "The camera serial number \""
+                                             << serial << "\" is not a number; it is ignored");
+    }
 
     const Properties* targets = properties->subProperty("TrackingTargets");
     if (!targets)
@@ -151,6 +196,11 @@ void AtracsysTrackingStream::configuration(Properties* properties) const {
     properties->setParam("maxFiducialMarkerDistance", maxFiducialMarkerDistance());
     if (registrationErrorThreshold() != 0.5)
         properties->setParam("registrationErrorThreshold", registrationErrorThreshold());
+    // Written only when they differ from the defaults, so that older configurations stay as they are.
+    if (framePacingMs() != DefaultFramePacingMs)
+        properties->setParam(FramePacingKey, framePacingMs());
+    if (selectedCameraSerial() != 0)
+        properties->setParam(CameraSerialKey, serialText(selectedCameraSerial()));
 
     // Names and paths are collected under the registry's lock and written after it.
     std::vector<std::pair<std::string, std::string>> targets;
@@ -216,7 +266,7 @@ bool AtracsysTrackingStream::openDevice() {
         KESTRION_LOG_ERROR(Category, "Cannot initialize Atracsys tracking driver");
         return false;
     }
-    device.setDevice(AtracsysHelpers::retrieveLastDevice(device.library(), true, false));
+    device.setDevice(AtracsysHelpers::selectDevice(device.library(), m_cameraSerial.load()));
     if (device.serialNumber() == 0)
         return fail();
     device.setOptions(AtracsysHelpers::enumerateOptions(device.library(), device.serialNumber()));
@@ -392,7 +442,7 @@ std::vector<Eigen::Vector3d> AtracsysTrackingStream::geometryCoordinates(const s
 // Acquisition ---------------------------------------------------------------------------------
 
 std::optional<Stream::Clock::time_point> AtracsysTrackingStream::doWork() {
-    Clock::time_point wakeUp = Clock::now() + std::chrono::milliseconds(10);
+    Clock::time_point wakeUp = Clock::now() + std::chrono::milliseconds(m_framePacingMs.load());
     try {
         acquire(wakeUp);
     } catch (const std::exception& e) {
@@ -441,6 +491,10 @@ void AtracsysTrackingStream::acquire(Clock::time_point& wakeUp) {
         close();
         return;
     }
+    // Paced by the camera, a fetch that failed without waiting for a frame must not be repeated at
+    // once: failures keep the default wait.
+    if (result != ftkError::FTK_OK && result != ftkError::FTK_WAR_NO_FRAME && m_framePacingMs.load() == 0)
+        wakeUp = Clock::now() + std::chrono::milliseconds(DefaultFramePacingMs);
     if (result == ftkError::FTK_ERR_INTERNAL) {
         reportError("Internal system error, report to Atracsys.");
         return;

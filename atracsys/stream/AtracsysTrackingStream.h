@@ -8,6 +8,7 @@
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
 #include "host/core/Parameter.h"
+#include "host/stream/connection/CameraSelection.h"
 
 #include <ftkInterface.h>
 
@@ -35,7 +36,7 @@ class AtracsysRecorder;
 /// thread, the settings and geometry operations on any thread (usually the user interface's).
 /// Every SDK call is made with the device mutex held; the registry has its own mutex and, where
 /// both are needed, the device mutex is taken first. Settings are atomics read once per frame.
-class AtracsysTrackingStream : public AtracsysTrackingStreamBase {
+class AtracsysTrackingStream : public AtracsysTrackingStreamBase, public CameraSelection {
 public:
     /// Throws std::runtime_error when another AtracsysTrackingStream exists.
     explicit AtracsysTrackingStream(const std::string& name);
@@ -58,11 +59,22 @@ public:
     }
     double maxFiducialMarkerDistance() const override { return m_maxFiducialMarkerDistance.load(); }
     bool isInitialized() const override;
+    /// Milliseconds from the start of one acquisition round to the next (default 10); 0: the next
+    /// round follows at once and its fetch waits for the camera's next frame. Failed fetches keep
+    /// their own waits. Negative values are taken as 0.
+    int framePacingMs() const { return m_framePacingMs.load(); }
+    void setFramePacingMs(int milliseconds) { m_framePacingMs = milliseconds < 0 ? 0 : milliseconds; }
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;
 
     std::vector<TrackingInstrument> instruments() const override;
+
+    // Camera choice: the serial number takes effect at the next open.
+    std::vector<ConnectedCamera> connectedCameras(std::string* error) const override;
+    std::uint64_t selectedCameraSerial() const override { return m_cameraSerial.load(); }
+    void selectCameraSerial(std::uint64_t serialNumber) override { m_cameraSerial = serialNumber; }
+    ConnectedCamera cameraInUse() const override;
     /// The instruments with their geometries.
     AtracsysInstruments& registry() { return *m_instruments; }
 
@@ -120,6 +132,8 @@ private:
     /// Integration time applied at start and written to the configuration while the device is
     /// closed; -1: the device keeps its own.
     std::atomic<int> m_imageIntegrationTime{-1};
+    std::atomic<int> m_framePacingMs{10};
+    std::atomic<std::uint64_t> m_cameraSerial{0};
     std::unique_ptr<AtracsysDeviceContext> m_device;
     /// Records the fetched frames when "recordFile" is set (worker thread hands over, its own
     /// thread writes).

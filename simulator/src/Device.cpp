@@ -85,11 +85,11 @@ bool Device::enumerate(ftkError& status) {
     if (auto scripted = m_faults.enumerationStatus(report)) {
         status = *scripted;
     }
-    return report && !m_disconnected;
+    return report && !disconnectedLocked();
 }
 
 ftkError Device::optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message) {
-    if (m_disconnected) {
+    if (disconnectedLocked()) {
         message = "Device " + ErrorCodes::serialText(m_serial) + " is disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
@@ -191,7 +191,7 @@ void Device::mirrorProcessingOptions(std::uint32_t id) {
 ftkError Device::optionInfos(std::vector<ftkOptionsInfo>& infos) {
     std::lock_guard<std::mutex> lock(m_mutex);
     infos.clear();
-    if (m_disconnected) {
+    if (disconnectedLocked()) {
         return ftkError::FTK_ERR_DISCONNECTION;
     }
     for (const OptionDefinition& d : m_options.definitions()) {
@@ -274,7 +274,7 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
     std::unique_lock<std::mutex> lock(m_mutex);
     // Texts are made only on the failure paths: a successful fetch allocates nothing here.
     const auto device = [this] { return ErrorCodes::serialText(m_serial); };
-    if (m_disconnected) {
+    if (disconnectedLocked()) {
         message = "Device " + device() + " is disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
@@ -290,6 +290,7 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
     }
     if (outcome.disconnect) {
         m_disconnected = true;
+        m_reconnectAtS = outcome.reconnectAtS;
         message = "Device " + device() + " was disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
@@ -406,6 +407,18 @@ std::uint64_t Device::fetchCount() {
 
 bool Device::disconnected() {
     std::lock_guard<std::mutex> lock(m_mutex);
+    return disconnectedLocked();
+}
+
+bool Device::disconnectedLocked() {
+    // A disconnection with a duration ends when the device's clock reaches its end: the camera is
+    // plugged back in.
+    if (m_disconnected && m_reconnectAtS &&
+        timeOfIndex(m_clock.currentIndex(m_steppedClock.load(), std::chrono::steady_clock::now())) >=
+            *m_reconnectAtS) {
+        m_disconnected = false;
+        m_reconnectAtS.reset();
+    }
     return m_disconnected;
 }
 

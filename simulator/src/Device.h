@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,8 @@ private:
     ftkError optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message);
     void mirrorProcessingOptions(std::uint32_t id);
     ProductionSettings settingsLocked() const;
+    /// Whether the device is disconnected now, ending a disconnection whose time is over.
+    bool disconnectedLocked();
     double timeOfIndex(std::uint64_t index) const { return static_cast<double>(index) / m_model.rateHz; }
 
     const std::uint64_t m_serial;
@@ -119,7 +122,8 @@ private:
     std::unique_ptr<ReplaySource> m_replay;
     bool m_rematch = false;
     bool m_replayStarted = false;
-    std::uint64_t m_replayBase = 0; ///< Device frame index of the recording's first frame.
+    std::uint64_t m_replayBase = 0;       ///< Device frame index of the recording's first frame.
+    std::optional<double> m_reconnectAtS; ///< Device time at which a disconnection ends.
 };
 
 } // namespace Kestrion::Simulator

@@ -74,6 +74,8 @@ FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double
         switch (fault.rule.kind) {
         case FaultRule::Kind::Disconnection:
             outcome.disconnect = true;
+            if (fault.rule.atTimeS && fault.rule.durationS)
+                outcome.reconnectAtS = *fault.rule.atTimeS + *fault.rule.durationS;
             break;
         case FaultRule::Kind::FetchError:
             if (outcome.error == ftkError::FTK_OK) {

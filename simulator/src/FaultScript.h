@@ -14,8 +14,9 @@ class FaultScript {
 public:
     /// What one fetch must do according to the script.
     struct FetchOutcome {
-        ftkError error = ftkError::FTK_OK; ///< Non-zero: return it, deliver nothing.
-        bool disconnect = false;           ///< The device disconnects now.
+        ftkError error = ftkError::FTK_OK;  ///< Non-zero: return it, deliver nothing.
+        bool disconnect = false;            ///< The device disconnects now ...
+        std::optional<double> reconnectAtS; ///< ... and comes back at this device time, if set.
         DeliveryFaults delivery;
     };
 

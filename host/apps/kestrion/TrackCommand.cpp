@@ -22,6 +22,8 @@
 #include "host/stream/StreamAlgorithm.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/connection/CameraSelection.h"
+#include "host/stream/connection/StreamReconnector.h"
 
 #include <QFileInfo>
 
@@ -178,6 +180,21 @@ bool reportRecording(const std::string& file, std::ostream& out, std::ostream& e
     return false;
 }
 
+/// Which camera is used when several are connected and none was chosen; empty otherwise.
+std::string cameraChoiceNote(const CameraSelection& cameras) {
+    const std::vector<ConnectedCamera> connected = cameras.connectedCameras(nullptr);
+    if (connected.size() < 2)
+        return "";
+    const ConnectedCamera used = cameras.cameraInUse();
+    std::string others;
+    for (const ConnectedCamera& camera : connected)
+        if (camera.serialNumber != used.serialNumber)
+            others += (others.empty() ? "" : ", ") + camera.typeName + " " +
+                      CameraSelection::serialText(camera.serialNumber);
+    return "Using camera " + used.typeName + " " + CameraSelection::serialText(used.serialNumber) +
+           "; also connected: " + others + " (choose one with --serial)\n";
+}
+
 std::string formatSeconds(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f", seconds);
@@ -243,6 +260,13 @@ std::string TrackCommand::help() const {
            "                          OpenIGTLink has no authentication: any other address lets\n"
            "                          everyone on that network read the poses; do not serve a\n"
            "                          hospital network this way\n"
+           "  --poll-ms N             fetch a frame every N ms (1-1000) instead of every frame as\n"
+           "                          the camera delivers it (0, the default)\n"
+           "  --serial SN             use the camera with this serial number (0x... or decimal;\n"
+           "                          see kestrion cameras); default: the last camera reported\n"
+           "  --reconnect             when the camera stops delivering frames, show \"waiting for\n"
+           "                          the camera\" and reopen it once a second; the recording goes\n"
+           "                          on into the same CSV file when it is back\n"
            "\n"
            "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
            "does not load or that the camera refuses, a camera lost while tracking, an output that\n"
@@ -345,6 +369,9 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             err << "kestrion track: the camera could not be opened\n" << reasons(errors);
         return 1;
     }
+    auto* cameras = dynamic_cast<CameraSelection*>(stream);
+    if (cameras && !options->serialNumber)
+        out << cameraChoiceNote(*cameras);
     const std::vector<TrackingInstrument> instruments = stream->instruments();
     for (const auto& target : configuration->targets) {
         bool loaded = false;
@@ -436,6 +463,10 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
                 << (used > 0 ? std::to_string(used) + " us" : std::string("an unknown value")) << "\n";
     }
     out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
+    std::optional<StreamReconnector> reconnector;
+    std::uint64_t reconnections = 0;
+    if (options->reconnect)
+        reconnector.emplace(*stream).arm();
 
     const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);
     TrackStatistics statistics;
@@ -456,10 +487,11 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             rateHz = static_cast<double>(statistics.framesReceived() - framesAtRefresh) / window;
         framesAtRefresh = statistics.framesReceived();
         lastRefresh = now;
-        const std::string table =
-            statistics.table(Time::utcMilliseconds(), std::chrono::duration<double>(now - startTime).count(),
-                             rateHz) +
-            igtl.table();
+        std::string table = statistics.table(Time::utcMilliseconds(),
+                                             std::chrono::duration<double>(now - startTime).count(), rateHz);
+        if (reconnector && reconnector->state() == StreamReconnector::State::Waiting)
+            table += "State: waiting for the camera\n";
+        table += igtl.table();
         if (tty && tableLines > 0)
             out << "\033[" << tableLines << "F\033[J"; // redraw in place
         out << table << (tty ? "" : "\n") << std::flush;
@@ -478,6 +510,10 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             if (!frame)
                 continue;
             const DeviceFrameInfo* device = frame->component<DeviceFrameInfo>();
+            if (reconnector && reconnector->reconnections() != reconnections) {
+                reconnections = reconnector->reconnections(); // a reopened camera counts anew
+                statistics.forgetFrameCounter();
+            }
             const std::uint64_t index = statistics.framesReceived();
             statistics.add(*frame, device);
             if (!firstPoseMs && statistics.framesWithPose() > 0)
@@ -504,7 +540,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             done = true;
         if (g_stopSignal.load() != 0)
             done = true;
-        if (!stream->isStateOneOf({Stream::State::Running})) {
+        if (!reconnector && !stream->isStateOneOf({Stream::State::Running})) {
             cameraLost = true;
             done = true;
         }
@@ -513,6 +549,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     }
 
     // Stop listening first (the queue goes with this scope), then stop and close the camera.
+    reconnector.reset();
     connection.disconnect();
     const double elapsedS =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - startTime).count();

@@ -1,5 +1,7 @@
 #include "host/apps/kestrion/TrackConfiguration.h"
 
+#include "host/stream/connection/CameraSelection.h"
+
 #include "host/core/PropertiesXml.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
 
@@ -105,6 +107,9 @@ std::optional<TrackConfiguration> TrackConfiguration::build(const TrackOptions& 
     }
     if (options.integrationTimeUS)
         p.setParam("imageIntegrationTime", *options.integrationTimeUS);
+    p.setParam("framePacingMs", options.pollMs);
+    if (options.serialNumber)
+        p.setParam("cameraSerialNumber", CameraSelection::serialText(*options.serialNumber));
     // The command connects and starts the stream itself, after it listens to the frames.
     for (const char* key : {"open", "autoOpen", "connect", "start", "autoStart"})
         p.removeParam(key);

@@ -1,5 +1,7 @@
 #include "host/apps/kestrion/TrackOptions.h"
 
+#include "host/stream/connection/CameraSelection.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -46,19 +48,20 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
     };
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& option = arguments[i];
-        if (option == "--force") {
-            options.force = true;
+        if (option == "--force" || option == "--reconnect") {
+            (option == "--force" ? options.force : options.reconnect) = true;
             continue;
         }
         if (option == "--record-images") {
             options.recordImages = true;
             continue;
         }
-        const bool takesValue =
-            option == "--geometry" || option == "--workspace" || option == "--fiducials" ||
-            option == "--images" || option == "--integration-time" || option == "--duration" ||
-            option == "--frames" || option == "--csv" || option == "--refresh" || option == "--igtl" ||
-            option == "--igtl-bind" || option == "--record" || option == "--sequence";
+        const bool takesValue = option == "--geometry" || option == "--workspace" ||
+                                option == "--fiducials" || option == "--images" ||
+                                option == "--integration-time" || option == "--duration" ||
+                                option == "--frames" || option == "--csv" || option == "--refresh" ||
+                                option == "--igtl" || option == "--igtl-bind" || option == "--record" ||
+                                option == "--sequence" || option == "--poll-ms" || option == "--serial";
         if (!takesValue)
             return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
                                                   : "unexpected argument '" + option + "'");
@@ -98,6 +101,17 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             options.igtlPort = static_cast<int>(*port);
         } else if (option == "--igtl-bind") {
             options.igtlBind = value;
+        } else if (option == "--poll-ms") {
+            const auto ms = parseInteger(value);
+            if (!ms || *ms < 0 || *ms > 1000)
+                return fail("--poll-ms takes milliseconds from 0 to 1000, not '" + value + "'");
+            options.pollMs = static_cast<int>(*ms);
+        } else if (option == "--serial") {
+            std::uint64_t serial = 0;
+            if (!CameraSelection::parseSerial(value, serial) || serial == 0)
+                return fail("--serial takes a camera's serial number (0x... or decimal), not '" + value +
+                            "'");
+            options.serialNumber = serial;
         } else if (option == "--frames") {
             const auto n = parseInteger(value);
             if (!n || *n < 1)

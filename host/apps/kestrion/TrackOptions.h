@@ -32,6 +32,13 @@ struct TrackOptions {
     bool recordImages = false;
     /// Writes the poses as a tracking sequence (MetaImage sequence) to this file; empty: none.
     std::string sequenceFile;
+    /// Milliseconds between two frame fetches; 0 (the default here): every frame as the camera
+    /// delivers it.
+    int pollMs = 0;
+    /// The camera to use; none: the stream's own choice (the last camera reported).
+    std::optional<std::uint64_t> serialNumber;
+    /// Reopens the camera once a second when it stops delivering frames.
+    bool reconnect = false;
     /// Seconds between two table refreshes.
     double refreshS = 1.0;
     /// Seconds between two saved image pairs.

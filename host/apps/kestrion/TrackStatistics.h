@@ -28,6 +28,9 @@ public:
     /// Takes one frame into account.
     void add(const TrackingStreamData& frame, const DeviceFrameInfo* device);
 
+    /// The next frame starts the device's frame counter anew (a reopened camera).
+    void forgetFrameCounter() { m_lastCounter.reset(); }
+
     std::uint64_t framesReceived() const { return m_framesReceived; }
     std::uint64_t framesDropped() const { return m_framesDropped; }
     /// Frames with at least one tracked instrument.

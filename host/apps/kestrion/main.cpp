@@ -1,4 +1,5 @@
 #include "host/apps/kestrion/Application.h"
+#include "host/apps/kestrion/CamerasCommand.h"
 #include "host/apps/kestrion/CheckGeometryCommand.h"
 #include "host/apps/kestrion/PivotCommand.h"
 #include "host/apps/kestrion/PluginsCommand.h"
@@ -9,6 +10,7 @@
 
 int main(int argc, char** argv) {
     Kestrion::Cli::Application application;
+    application.addCommand(std::make_unique<Kestrion::Cli::CamerasCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::PluginsCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::RunCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::TrackCommand>());

@@ -296,6 +296,39 @@ TEST_F(TrackingControllerTest, FiducialModeImagesAndPropertiesReachTheStream) {
     ASSERT_TRUE(stream->close());
 }
 
+TEST_F(TrackingControllerTest, FramePacingAndReconnectionReachTheStream) {
+    TestSupport::LogCapture capture;
+    controller.init();
+    auto* pacing = controller.findChild<QSpinBox*>("framePacingSpin");
+    ASSERT_TRUE(pacing);
+    EXPECT_EQ(qobject_cast<QLabel*>(grid()->itemAtPosition(4, 0)->widget())->text(), "Frame pacing:");
+    EXPECT_EQ(pacing->value(), 10);
+    pacing->setValue(0);
+    EXPECT_EQ(stream->framePacingMs(), 0);
+    EXPECT_EQ(pacing->text(), "camera");
+    stream->setFramePacingMs(25);
+    controller.updateGUI();
+    EXPECT_EQ(pacing->value(), 25);
+
+    auto* reconnect = qobject_cast<QCheckBox*>(grid()->itemAtPosition(5, 0)->widget());
+    auto* waiting = qobject_cast<QLabel*>(grid()->itemAtPosition(5, 1)->widget());
+    ASSERT_TRUE(reconnect && waiting);
+    EXPECT_EQ(reconnect->text(), "Reconnect");
+    reconnect->setChecked(true);
+    ASSERT_TRUE(stream->open());
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->isEnabled(); }));
+    startButton()->click();
+    ASSERT_TRUE(GuiTest::processEventsUntil(
+        [&] { return controller.reconnector()->state() == StreamReconnector::State::Watching; }));
+
+    // Unplugged for good: the panel says that it waits; unchecking ends the waiting.
+    ASSERT_TRUE(ftkSimInjectFault(stream->cameraInUse().serialNumber, R"({"kind": "disconnection"})"));
+    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return waiting->text() == "waiting for the camera"; }));
+    reconnect->setChecked(false);
+    EXPECT_EQ(controller.reconnector()->state(), StreamReconnector::State::Idle);
+    EXPECT_EQ(waiting->text(), "");
+}
+
 TEST(ControllerWithoutStream, IsDisabledAndSaysSo) {
     GuiTest::ensureApplication();
     TestSupport::LogCapture capture;

@@ -85,6 +85,39 @@ TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
     }
 }
 
+TEST(TrackOptions, PacingCameraAndReconnectionOptions) {
+    std::string error;
+    const auto defaults = TrackOptions::parse({}, &error);
+    ASSERT_TRUE(defaults) << error;
+    EXPECT_EQ(defaults->pollMs, 0) << "paced by the camera unless asked";
+    EXPECT_FALSE(defaults->serialNumber || defaults->reconnect);
+    const auto options =
+        TrackOptions::parse({"--poll-ms", "10", "--reconnect", "--serial", "0x46544B3530300001"}, &error);
+    ASSERT_TRUE(options) << error;
+    EXPECT_EQ(options->pollMs, 10);
+    EXPECT_EQ(options->serialNumber, 0x46544b3530300001u);
+    EXPECT_TRUE(options->reconnect);
+    EXPECT_EQ(TrackOptions::parse({"--serial", "1234"}, &error)->serialNumber, 1234u);
+
+    const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
+        {{"--poll-ms", "-1"}, "--poll-ms takes milliseconds from 0 to 1000, not '-1'"},
+        {{"--poll-ms", "5ms"}, "--poll-ms takes milliseconds from 0 to 1000, not '5ms'"},
+        {{"--serial", "0"}, "--serial takes a camera's serial number (0x... or decimal), not '0'"},
+        {{"--serial", "0x"}, "--serial takes a camera's serial number (0x... or decimal), not '0x'"},
+        {{"--serial", "0x1g"}, "--serial takes a camera's serial number (0x... or decimal), not '0x1g'"},
+        {{"--serial", "-5"}, "--serial takes a camera's serial number (0x... or decimal), not '-5'"},
+        {{"--serial", "18446744073709551616"},
+         "--serial takes a camera's serial number (0x... or decimal), not '18446744073709551616'"},
+        {{"--serial", "0x10000000000000000"},
+         "--serial takes a camera's serial number (0x... or decimal), not '0x10000000000000000'"},
+        {{"--reconnect", "yes"}, "unexpected argument 'yes'"},
+    };
+    for (const auto& [arguments, message] : bad) {
+        EXPECT_FALSE(TrackOptions::parse(arguments, &error));
+        EXPECT_EQ(error, message);
+    }
+}
+
 TEST(TrackStatistics, CountsCounterGapsAsDroppedAndShowsThePoseOnlyWhileTracked) {
     TrackStatistics statistics;
     const DeviceFrameInfo f1("sTk 180", 0xABCDull, 0xFFFFFFFEu, 10);

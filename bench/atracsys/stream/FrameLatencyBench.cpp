@@ -1,0 +1,151 @@
+// Latency of the tracking stream's data: per frame, the time from the frame's exposure (the
+// simulated camera's device time, in its image header) to the emission of the compound data on
+// the stream's worker thread, on the camera's free-running clock. Run at the spryTrack 180's
+// 54 Hz and the fusionTrack 500's 335 Hz, with the 10 ms frame pacing and paced by the camera (0).
+//
+// The camera's own delivery is measured alike without the stream: a loop that fetches every
+// frame as soon as it exists (ftkGetLastFrame returning). The stream's share is the difference.
+//
+// Reported per run: median and 99th percentile of the latency (µs), and the frames the stream
+// never delivered (gaps in the frame counter) per frame produced.
+
+#include "atracsys/stream/AtracsysTrackingStream.h"
+
+#include "host/core/Log.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include "simulator/control/ftkSimulator.h"
+
+#include <ftkInterface.h>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+using namespace Kestrion;
+
+namespace {
+
+std::string scene(bool fast) {
+    return std::string(R"({"seed": 4, "devices": [{"model": ")") +
+           (fast ? "fusionTrack 500" : "spryTrack 180") +
+           R"(", "serial": 77}], "markers": [{"geometryId": 1000, "fiducials": [[0, 0, 0], [31, 82, 0],
+           [96, -10, 0], [61, 46, 0]], "motion": {"type": "static", "position": [0, 0, 1200]}}]})";
+}
+
+std::uint64_t nowUS() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count());
+}
+
+double percentile(std::vector<double> values, double p) {
+    if (values.empty())
+        return 0.0;
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(p * static_cast<double>(values.size() - 1))];
+}
+
+/// Latencies (µs) and frame counters of `frames` frames fetched directly, as fast as they come.
+void cameraDelivery(std::size_t frames, std::vector<double>& latencies,
+                    std::vector<std::uint32_t>& counters) {
+    ftkLibrary lib = ftkInit();
+    std::uint64_t serial = 0;
+    ftkEnumerateDevices(
+        lib, [](uint64 sn, void* user, ftkDeviceType) { *static_cast<std::uint64_t*>(user) = sn; }, &serial);
+    ftkFrameQuery* frame = ftkCreateFrame();
+    ftkSetFrameOptions(true, 20, 128, 128, 256, 16, frame);
+    while (latencies.size() < frames) {
+        if (ftkGetLastFrame(lib, serial, frame, 100) != ftkError::FTK_OK)
+            continue;
+        const std::uint64_t arrived = nowUS();
+        latencies.push_back(static_cast<double>(arrived - frame->imageHeader->timestampUS));
+        counters.push_back(frame->imageHeader->counter);
+    }
+    ftkDeleteFrame(frame);
+    ftkClose(&lib);
+}
+
+/// The same through the stream: the latency at the emission of each frame's data.
+void streamDelivery(std::size_t frames, int pacingMs, std::vector<double>& latencies,
+                    std::vector<std::uint32_t>& counters) {
+    SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
+    stream.setFramePacingMs(pacingMs);
+    std::mutex mutex; // the worker thread fills the lists, this thread waits for them
+    std::condition_variable full;
+    auto connection = stream.signalStreamData.connect([&](const std::shared_ptr<const StreamData>& data) {
+        const std::uint64_t emitted = nowUS();
+        const auto* compound = dynamic_cast<const CompoundStreamData*>(data.get());
+        const auto* tracking =
+            compound ? dynamic_cast<const TrackingStreamData*>(compound->mainData().get()) : nullptr;
+        const DeviceFrameInfo* info = tracking ? tracking->component<DeviceFrameInfo>() : nullptr;
+        if (!info)
+            return;
+        std::lock_guard<std::mutex> lock(mutex);
+        if (latencies.size() >= frames)
+            return;
+        latencies.push_back(static_cast<double>(emitted - info->deviceTimestampUS()));
+        counters.push_back(info->frameCounter());
+        if (latencies.size() == frames)
+            full.notify_all();
+    });
+    stream.open();
+    stream.start();
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        full.wait_for(lock, std::chrono::seconds(60), [&] { return latencies.size() >= frames; });
+    }
+    stream.close();
+    connection.disconnect();
+}
+
+/// Arguments: 0 spryTrack 180 (54 Hz) or 1 fusionTrack 500 (335 Hz); -1 the camera alone, else
+/// the stream's frame pacing in ms.
+void BM_FrameLatency(benchmark::State& state) {
+    Log::setGlobalLevel(Log::Error);
+    const bool fast = state.range(0) == 1;
+    const int pacing = static_cast<int>(state.range(1));
+    const std::size_t frames = fast ? 1000 : 200; // about 3 s and 4 s
+    ftkSimSetSteppedClock(false);
+    ftkSimLoadScene(scene(fast).c_str());
+    std::vector<double> latencies;
+    std::vector<std::uint32_t> counters;
+    latencies.reserve(frames);
+    counters.reserve(frames);
+    for (auto _ : state) {
+        latencies.clear();
+        counters.clear();
+        if (pacing < 0)
+            cameraDelivery(frames, latencies, counters);
+        else
+            streamDelivery(frames, pacing, latencies, counters);
+    }
+    ftkSimResetScene();
+    state.counters["median_us"] = percentile(latencies, 0.5);
+    state.counters["p99_us"] = percentile(latencies, 0.99);
+    const double produced = counters.empty() ? 0.0 : double(counters.back() - counters.front() + 1);
+    state.counters["lost_per_frame"] = produced > 0 ? (produced - double(counters.size())) / produced : 0.0;
+}
+
+} // namespace
+
+BENCHMARK(BM_FrameLatency)
+    ->ArgNames({"fusionTrack", "pacing_ms"})
+    ->Args({0, -1})
+    ->Args({0, 10})
+    ->Args({0, 0})
+    ->Args({1, -1})
+    ->Args({1, 10})
+    ->Args({1, 0})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+BENCHMARK_MAIN();

@@ -1,0 +1,140 @@
+// Frame pacing (the wait between acquisition rounds, 0: paced by the camera) and the choice of one
+// camera among several by serial number, on the simulated camera.
+
+#include "tests/atracsys/stream/StreamTestSupport.h"
+
+#include "host/core/Properties.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "tests/support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+using namespace Kestrion;
+using namespace Kestrion::TrackingStreamTest;
+
+namespace {
+
+constexpr std::uint64_t FusionTrackSerial = 0x46544b3530300002;
+constexpr std::uint64_t SpryTrackSerial = 0x53544b3138300002;
+
+std::uint64_t deviceSerialOf(const std::shared_ptr<const CompoundStreamData>& data) {
+    const auto tracking = trackingOf(data);
+    const auto* info = tracking ? tracking->component<DeviceFrameInfo>() : nullptr;
+    return info ? info->serialNumber() : 0;
+}
+
+} // namespace
+
+TEST(FramePacing, RoundsFollowTheSettingWhileFailedFetchesKeepTheirWait) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture capture;
+    ProbedStream stream;
+    Recorder recorder(stream);
+    ASSERT_TRUE(stream.openWithMarkers());
+    EXPECT_EQ(stream.framePacingMs(), 10);
+
+    stream.setFramePacingMs(0);
+    EXPECT_LT(stream.round().count(), 10) << "camera-paced: the next round at once";
+    stream.setFramePacingMs(40);
+    const auto paced = stream.round().count();
+    EXPECT_TRUE(paced >= 40 && paced < 400) << paced;
+    EXPECT_EQ(recorder.dataCount(), 2u);
+
+    // A failed fetch did not wait for the camera: repeating it at once would spin.
+    stream.setFramePacingMs(0);
+    stream.injectFaultAt(1, R"("kind": "fetchError", "code": "FTK_ERR_SYNC")");
+    EXPECT_GE(stream.round().count(), 10);
+    EXPECT_EQ(recorder.dataCount(), 2u);
+
+    stream.setFramePacingMs(-5);
+    EXPECT_EQ(stream.framePacingMs(), 0);
+}
+
+TEST(FramePacing, CameraPacedFetchesWaitForEachFrameInsteadOfSpinning) {
+    SceneGuard scene("tracking.json");
+    ftkSimSetSteppedClock(false); // frames at the camera's 54 Hz
+    ProbedStream stream;
+    Recorder recorder(stream);
+    stream.setFramePacingMs(0);
+    ASSERT_TRUE(stream.openWithMarkers());
+    const std::uint64_t serial = stream.serialNumber();
+    ASSERT_TRUE(stream.start());
+    ASSERT_TRUE(recorder.waitForData(20));
+    ASSERT_TRUE(stream.close());
+    // Every fetch brought a frame: none came back empty to be repeated at once.
+    EXPECT_LE(ftkSimFetchCount(serial), recorder.dataCount() + 1);
+}
+
+TEST(FramePacing, PacingAndSerialAreConfiguredAndWrittenOnlyWhenNotDefault) {
+    TestSupport::LogCapture capture;
+    SpryTrack::AtracsysTrackingStream stream("stream");
+    Properties settings;
+    settings.setParam("framePacingMs", 0);
+    settings.setParam("cameraSerialNumber", std::string("0x46544B3530300002"));
+    stream.configure(&settings);
+    EXPECT_EQ(stream.framePacingMs(), 0);
+    EXPECT_EQ(stream.selectedCameraSerial(), FusionTrackSerial);
+    Properties written;
+    stream.configuration(&written);
+    EXPECT_EQ(written.param("framePacingMs", -1), 0);
+    EXPECT_EQ(written.param("cameraSerialNumber", std::string()), "0x46544b3530300002");
+
+    // Broken input keeps the chosen camera and says why.
+    settings.setParam("cameraSerialNumber", std::string("0x46544b35303000021")); // 17 digits
+    stream.configure(&settings);
+    settings.setParam("cameraSerialNumber", std::string("camera 2"));
+    stream.configure(&settings);
+    EXPECT_EQ(stream.selectedCameraSerial(), FusionTrackSerial);
+    EXPECT_TRUE(
+        capture->contains(Log::Error, StreamCategory,
+                          "The camera serial number \"0x46544b35303000021\" is not a number; it is ignored"));
+    EXPECT_TRUE(capture->contains(Log::Error, StreamCategory,
+                                  "The camera serial number \"camera 2\" is not a number; it is ignored"));
+
+    stream.setFramePacingMs(10);
+    stream.selectCameraSerial(0);
+    Properties defaults;
+    stream.configuration(&defaults);
+    EXPECT_FALSE(defaults.hasParam("framePacingMs"));
+    EXPECT_FALSE(defaults.hasParam("cameraSerialNumber"));
+}
+
+TEST(CameraChoice, OpensTheChosenCameraOrNamesTheConnectedOnes) {
+    SceneGuard scene("two-cameras.json");
+    TestSupport::LogCapture capture;
+    const HeldResources held;
+    ProbedStream stream;
+    Recorder recorder(stream);
+
+    std::string error;
+    const auto cameras = stream.connectedCameras(&error);
+    ASSERT_EQ(cameras.size(), 2u) << error;
+    EXPECT_EQ(std::make_pair(cameras[0].serialNumber, cameras[0].typeName),
+              std::make_pair(FusionTrackSerial, std::string("fTk 500")));
+    EXPECT_EQ(std::make_pair(cameras[1].serialNumber, cameras[1].typeName),
+              std::make_pair(SpryTrackSerial, std::string("sTk 180")));
+    held.expectBaseline("after listing while closed");
+
+    // No choice: the last camera reported, as always.
+    ASSERT_TRUE(stream.open());
+    EXPECT_EQ(stream.cameraInUse().serialNumber, SpryTrackSerial);
+    EXPECT_EQ(stream.connectedCameras(nullptr).size(), 2u) << "listed on the open handle too";
+    ASSERT_TRUE(stream.close());
+    EXPECT_EQ(stream.cameraInUse().serialNumber, 0u);
+
+    stream.selectCameraSerial(FusionTrackSerial);
+    ASSERT_TRUE(stream.open());
+    EXPECT_TRUE(
+        capture->contains(Log::Info, "", "AtracsysTracking: Detected fTk 500, SN 0x46544b3530300002"));
+    EXPECT_EQ(stream.cameraInUse().typeName, "fTk 500");
+    stream.round();
+    EXPECT_EQ(deviceSerialOf(recorder.lastData()), FusionTrackSerial);
+    ASSERT_TRUE(stream.close());
+
+    stream.selectCameraSerial(0x1234);
+    EXPECT_FALSE(stream.open());
+    EXPECT_TRUE(capture->contains(Log::Error, "",
+                                  "AtracsysTracking: Camera 0x0000000000001234 is not connected; connected: "
+                                  "0x46544b3530300002, 0x53544b3138300002"));
+    held.expectBaseline("after the refused open");
+}
