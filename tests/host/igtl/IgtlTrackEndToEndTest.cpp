@@ -119,6 +119,14 @@ TEST(IgtlTrackEndToEnd, ExampleClientsGetTheRecordedPosesWhileBrokenClientsCanno
               std::string::npos)
         << out;
 
+    // The table lists the clients with what each was sent and dropped.
+    EXPECT_NE(out.find("OpenIGTLink 127.0.0.1:" + std::to_string(port) + ": "), std::string::npos);
+    const std::size_t silentLine = out.find("\n  " + silent.address() + " ");
+    ASSERT_NE(silentLine, std::string::npos) << out;
+    const std::string clientRow = out.substr(silentLine + 1, out.find('\n', silentLine + 1) - silentLine - 1);
+    EXPECT_NE(clientRow.find(" sent "), std::string::npos) << clientRow;
+    EXPECT_NE(clientRow.find(" dropped "), std::string::npos) << clientRow;
+
     // The recording is complete: one row per frame.
     std::size_t rows = 0;
     const auto recorded = readCsv(csv, &rows);
