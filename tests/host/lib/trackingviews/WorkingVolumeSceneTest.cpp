@@ -1,5 +1,5 @@
 // What the 3D view draws for a frame: the camera model's volume, tracked instruments placed by
-// their pose, tips and raw fiducials; the volume registry by device type.
+// their pose, tips and raw fiducials.
 
 #include "host/lib/trackingviews/WorkingVolumeScene.h"
 #include "host/stream/InstrumentStatusData.h"
@@ -26,20 +26,6 @@ std::vector<Eigen::Vector3f> positions(const std::vector<WorkingVolumeScene::Ver
 }
 
 } // namespace
-
-TEST(WorkingVolume, CornersContainmentAndRegistryByDeviceType) {
-    const WorkingVolume volume{200.0, 1400.0, 0.5, 0.25};
-    EXPECT_EQ(volume.corners()[6], Eigen::Vector3d(700, 350, 1400));
-    EXPECT_TRUE(volume.contains({0, 0, 800}));
-    EXPECT_TRUE(volume.contains({399, -199, 800}));
-    EXPECT_FALSE(volume.contains({401, 0, 800}));
-    EXPECT_FALSE(volume.contains({0, 0, 1500}));
-
-    EXPECT_FALSE(WorkingVolume::forDeviceType("test camera"));
-    WorkingVolume::registerDeviceType("test camera", volume);
-    ASSERT_TRUE(WorkingVolume::forDeviceType("test camera"));
-    EXPECT_EQ(WorkingVolume::forDeviceType("test camera")->farMM, 1400.0);
-}
 
 TEST(WorkingVolumeScene, PlacesTrackedMarkersByTheirPoseWithTipsAndRawFiducials) {
     WorkingVolumeScene scene;
