@@ -65,27 +65,6 @@ TEST(Faults, ADisconnectedDeviceFailsEveryCallAndIsNoLongerEnumerated) {
     EXPECT_TRUE(ftkSimResetScene()) << "a new scene brings new devices";
 }
 
-TEST(Faults, ADisconnectionWithADurationEndsWhenTheDeviceTimeIsPastIt) {
-    SceneGuard scene(OneDevice); // 54 Hz, stepped clock
-    inject(R"({"kind": "disconnection", "atTimeS": 0.1, "durationS": 0.5})");
-    Camera camera;
-    int delivered = 0;
-    while (camera.fetch() == ftkError::FTK_OK)
-        ++delivered;
-    EXPECT_EQ(delivered, 5) << "frames 1 to 5 come before 0.1 s; the sixth is lost";
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION) << "the stepped clock stands while away";
-    EXPECT_EQ(Camera().serial, 0u) << "not enumerated while unplugged";
-
-    ASSERT_TRUE(ftkSimStep(21, 26)); // to frame 32, 0.59 s: still away
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_DISCONNECTION);
-    ASSERT_TRUE(ftkSimStep(21, 1)); // frame 33, 0.61 s: plugged back
-    Camera replugged;
-    EXPECT_EQ(replugged.serial, 21u);
-    ASSERT_EQ(replugged.fetch(), ftkError::FTK_OK);
-    EXPECT_EQ(+replugged.frame->imageHeader->counter, 34u);
-    EXPECT_EQ(camera.fetch(), ftkError::FTK_OK) << "the old handle delivers again too";
-}
-
 TEST(Faults, EnumerationFaultsHideTheDeviceOrReturnAStatus) {
     SceneGuard scene(R"({"devices": [{"serial": 31}, {"serial": 32, "model": "fusionTrack 250",
         "faults": [{"kind": "noDevice"}]}]})");

@@ -301,14 +301,10 @@ TEST_F(TrackingControllerTest, FramePacingAndReconnectionReachTheStream) {
     controller.init();
     auto* pacing = controller.findChild<QSpinBox*>("framePacingSpin");
     ASSERT_TRUE(pacing);
-    EXPECT_EQ(qobject_cast<QLabel*>(grid()->itemAtPosition(4, 0)->widget())->text(), "Frame pacing:");
     EXPECT_EQ(pacing->value(), 10);
     pacing->setValue(0);
     EXPECT_EQ(stream->framePacingMs(), 0);
     EXPECT_EQ(pacing->text(), "camera");
-    stream->setFramePacingMs(25);
-    controller.updateGUI();
-    EXPECT_EQ(pacing->value(), 25);
 
     auto* reconnect = qobject_cast<QCheckBox*>(grid()->itemAtPosition(5, 0)->widget());
     auto* waiting = qobject_cast<QLabel*>(grid()->itemAtPosition(5, 1)->widget());

@@ -60,7 +60,6 @@ TEST(StreamReconnection, TrackingResumesWhenTheCameraIsBackWithNothingLostBefore
     const auto resumedAfter = std::chrono::steady_clock::now() - returned;
     EXPECT_LT(resumedAfter, 2s);
     EXPECT_LE(reconnector.attempts(), attemptsAtReturn + 1) << "the first reopening after the return works";
-    EXPECT_EQ(reconnector.reconnections(), 1u);
     ASSERT_TRUE(waitUntil([&] { return reconnector.state() == StreamReconnector::State::Watching; }));
 
     reconnector.disarm();
@@ -83,20 +82,4 @@ TEST(StreamReconnection, TrackingResumesWhenTheCameraIsBackWithNothingLostBefore
     EXPECT_EQ(capture->count(Log::Info, "StreamReconnector",
                              "Atracsys Tracking Stream: the camera is back; tracking again"),
               1u);
-}
-
-TEST(StreamReconnection, DisarmedItLeavesAClosedStreamClosed) {
-    SceneGuard scene("replug.json");
-    TestSupport::LogCapture capture;
-    ProbedStream stream;
-    ASSERT_TRUE(stream.openWithMarkers());
-    StreamReconnector reconnector(stream, {50ms, 50ms});
-    ASSERT_TRUE(stream.start());
-    reconnector.arm();
-    reconnector.disarm();
-    ASSERT_TRUE(stream.close());
-    // Many retry intervals later nothing has been tried.
-    std::this_thread::sleep_for(300ms);
-    EXPECT_EQ(reconnector.attempts(), 0u);
-    EXPECT_EQ(stream.currentState(), Stream::State::Closed);
 }
