@@ -1,12 +1,9 @@
 // The instrument table of any tracking stream: the model over frames with and without the
-// instrument status, the newest-frame hand-over from the worker thread, and the view following a
-// stream that the test feeds.
+// instrument status, and the view following a stream that the test feeds from another thread.
 
 #include "host/lib/trackingviews/InstrumentView.h"
 #include "host/core/Log.h"
 #include "host/lib/trackingviews/InstrumentTableModel.h"
-#include "host/lib/trackingviews/LatestTrackingFrame.h"
-#include "host/stream/CompoundStreamData.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
@@ -129,22 +126,6 @@ TEST(InstrumentTableModel, TakesStatusReasonAndRegistrationErrorFromTheStatusCom
     EXPECT_EQ(colours.size(), 3u);
     EXPECT_TRUE(model.isTracked(1));
     EXPECT_FALSE(model.isTracked(2));
-}
-
-TEST(LatestTrackingFrame, KeepsTheNewestTrackingPartOfEachItemUntilTaken) {
-    LatestTrackingFrame latest;
-    EXPECT_EQ(latest.take(), nullptr);
-    auto first = frame({instrument("a", "a", 1.0)}, 1);
-    auto second = frame({instrument("a", "a", 1.0)}, 2);
-    latest.put(first);
-    latest.put(
-        std::make_shared<CompoundStreamData>(second, std::vector<std::shared_ptr<const StreamData>>{}));
-    latest.put(
-        std::make_shared<CompoundStreamData>(nullptr, std::vector<std::shared_ptr<const StreamData>>{}));
-    EXPECT_EQ(latest.framesPut(), 2u);
-    EXPECT_EQ(latest.take(), second);
-    EXPECT_EQ(latest.take(), nullptr);
-    EXPECT_EQ(first.use_count(), 1) << "a skipped frame is not kept";
 }
 
 TEST(InstrumentView, FollowsAStreamAsksForTheStatusWhileShownAndLetsGo) {
