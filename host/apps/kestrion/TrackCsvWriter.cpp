@@ -8,8 +8,6 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <unistd.h>
 
 namespace Kestrion::Cli {
 
@@ -32,38 +30,21 @@ std::string csvField(const std::string& text) {
 }
 } // namespace
 
-TrackCsvWriter::~TrackCsvWriter() {
-    if (m_file)
-        std::fclose(m_file); // not completed: the ".part" file stays as it is
-}
-
-bool TrackCsvWriter::fail(const std::string& what, int errorNumber) {
-    if (m_error.empty())
-        m_error = "CSV file " + m_target + ": " + what + ": " + std::strerror(errorNumber);
-    return false;
-}
-
 bool TrackCsvWriter::open(const std::string& file, bool tipColumns) {
     m_tipColumns = tipColumns;
-    m_target = file;
-    m_partialFile = file + ".part";
-    // Exclusive creation: a file of that name that exists is someone else's, never overwritten.
-    m_file = std::fopen(m_partialFile.c_str(), "wx");
-    if (!m_file)
-        return fail("cannot create " + m_partialFile, errno);
-    m_buffer.resize(1 << 20);
-    std::setvbuf(m_file, m_buffer.data(), _IOFBF, m_buffer.size());
+    if (!m_file.open(file))
+        return false;
     m_line.resize(4096);
-    if (std::fputs(Header, m_file) == EOF ||
-        (tipColumns && std::fputs(TrackTipColumns::csvHeader(), m_file) == EOF) ||
-        std::fputs("\n", m_file) == EOF)
-        return fail("cannot write", errno);
+    std::FILE* out = m_file.stream();
+    if (std::fputs(Header, out) == EOF ||
+        (tipColumns && std::fputs(TrackTipColumns::csvHeader(), out) == EOF) || std::fputs("\n", out) == EOF)
+        return m_file.fail("cannot write", errno);
     return true;
 }
 
 bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& frame,
                            const DeviceFrameInfo* device) {
-    if (!m_file || failed())
+    if (!m_file.isOpen() || failed())
         return false;
     char deviceCounter[24] = "";
     char deviceTime[24] = "";
@@ -104,39 +85,25 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
             length = static_cast<int>(m_line.size()); // too long, below
         if (length < 0 || static_cast<std::size_t>(length) >= m_line.size()) {
             errno = EOVERFLOW;
-            return fail("row too long for instrument " + instrument.ID(), errno);
+            return m_file.fail("row too long for instrument " + instrument.ID(), errno);
         }
-        if (std::fwrite(m_line.data(), 1, static_cast<std::size_t>(length), m_file) !=
+        if (std::fwrite(m_line.data(), 1, static_cast<std::size_t>(length), m_file.stream()) !=
             static_cast<std::size_t>(length))
-            return fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+            return m_file.fail("write failed after " + std::to_string(m_rows) + " rows", errno);
         ++m_rows;
     }
     return true;
 }
 
 void TrackCsvWriter::discard() {
-    if (!m_file)
-        return;
-    std::fclose(m_file);
-    m_file = nullptr;
-    if (m_rows == 0)
-        std::remove(m_partialFile.c_str());
+    m_file.discard(m_rows == 0);
 }
 
 bool TrackCsvWriter::close() {
-    if (!m_file)
-        return !failed();
-    bool ok = !failed();
-    if (std::fflush(m_file) != 0)
-        ok = fail("write failed after " + std::to_string(m_rows) + " rows", errno);
-    if (ok && ::fsync(::fileno(m_file)) != 0)
-        ok = fail("cannot flush to disk", errno);
-    if (std::fclose(m_file) != 0 && ok)
-        ok = fail("cannot close", errno);
-    m_file = nullptr;
-    if (ok && std::rename(m_partialFile.c_str(), m_target.c_str()) != 0)
-        ok = fail("cannot rename " + m_partialFile + " to it", errno);
-    return ok;
+    // A failing flush is a failed write of the last rows, reported as such.
+    if (m_file.isOpen() && !failed() && std::fflush(m_file.stream()) != 0)
+        m_file.fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+    return m_file.complete();
 }
 
 } // namespace Kestrion::Cli

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "host/apps/kestrion/PartFile.h"
+
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,6 @@ namespace Kestrion::Cli {
 class TrackCsvWriter {
 public:
     TrackCsvWriter() = default;
-    ~TrackCsvWriter();
     TrackCsvWriter(const TrackCsvWriter&) = delete;
     TrackCsvWriter& operator=(const TrackCsvWriter&) = delete;
 
@@ -48,23 +48,17 @@ public:
     /// Closes and removes "<file>.part" when nothing was recorded in it (tracking never began).
     void discard();
 
-    bool isOpen() const { return m_file != nullptr; }
-    bool failed() const { return !m_error.empty(); }
-    const std::string& error() const { return m_error; }
+    bool isOpen() const { return m_file.isOpen(); }
+    bool failed() const { return m_file.failed(); }
+    const std::string& error() const { return m_file.error(); }
     std::uint64_t rowsWritten() const { return m_rows; }
-    const std::string& partialFile() const { return m_partialFile; }
+    const std::string& partialFile() const { return m_file.partialFile(); }
 
 private:
-    bool fail(const std::string& what, int errorNumber);
-
-    std::FILE* m_file = nullptr;
-    std::string m_target;
-    std::string m_partialFile;
-    std::string m_error;
+    PartFile m_file{"CSV file"};
     std::uint64_t m_rows = 0;
     bool m_tipColumns = false;
     std::vector<char> m_line; // reused for every row
-    std::vector<char> m_buffer;
 };
 
 } // namespace Kestrion::Cli

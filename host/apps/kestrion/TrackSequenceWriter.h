@@ -1,7 +1,8 @@
 #pragma once
 
+#include "host/apps/kestrion/PartFile.h"
+
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,6 @@ namespace Kestrion::Cli {
 class TrackSequenceWriter {
 public:
     TrackSequenceWriter() = default;
-    ~TrackSequenceWriter();
     TrackSequenceWriter(const TrackSequenceWriter&) = delete;
     TrackSequenceWriter& operator=(const TrackSequenceWriter&) = delete;
 
@@ -49,26 +49,20 @@ public:
     /// The transform name of an instrument id ("atracsys-1000" -> "Atracsys1000").
     static std::string transformName(const std::string& instrumentId);
 
-    bool isOpen() const { return m_file != nullptr; }
-    bool failed() const { return !m_error.empty(); }
-    const std::string& error() const { return m_error; }
+    bool isOpen() const { return m_file.isOpen(); }
+    bool failed() const { return m_file.failed(); }
+    const std::string& error() const { return m_file.error(); }
     std::uint64_t framesWritten() const { return m_frames; }
-    const std::string& partialFile() const { return m_partialFile; }
+    const std::string& partialFile() const { return m_file.partialFile(); }
 
 private:
-    bool fail(const std::string& what, int errorNumber);
-
-    std::FILE* m_file = nullptr;
-    std::string m_target;
-    std::string m_partialFile;
-    std::string m_error;
+    PartFile m_file{"sequence file"};
     long m_countAt = 0; ///< Where the frame count stands in the header.
     std::uint64_t m_frames = 0;
     bool m_hasOrigin = false;
     bool m_deviceClock = false;
     std::uint64_t m_originUS = 0;
     std::vector<char> m_line; ///< Reused for every line.
-    std::vector<char> m_buffer;
 };
 
 } // namespace Kestrion::Cli
