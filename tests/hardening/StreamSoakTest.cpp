@@ -47,8 +47,11 @@ public:
         if (record.level < Log::Warning ||
             record.message ==
                 "AtracsysTracking: Cannot remove geometry with id atracsys-1000 from tracking system" ||
-            record.message == "create: Instrument with ID atracsys-1000 already exists")
-            return;
+            record.message == "create: Instrument with ID atracsys-1000 already exists" ||
+            (record.message.rfind("AtracsysTrackingStream: Cannot add the geometry of ", 0) == 0 &&
+             record.message.find(": its instrument id atracsys-1000 is that of the geometry loaded from ") !=
+                 std::string::npos))
+            return; // a remove refused while closed keeps the marker, so the next add finds it there
         std::lock_guard<std::mutex> lock(mutex); // records come from the test's three threads
         if (++problems <= 20)
             first += record.category + ": " + record.message + "\n";

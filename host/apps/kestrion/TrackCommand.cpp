@@ -464,7 +464,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     }
     out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
     std::optional<StreamReconnector> reconnector;
-    std::uint64_t reconnections = 0;
+    std::uint64_t reopenings = 0;
     if (options->reconnect)
         reconnector.emplace(*stream).arm();
 
@@ -510,8 +510,10 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             if (!frame)
                 continue;
             const DeviceFrameInfo* device = frame->component<DeviceFrameInfo>();
-            if (reconnector && reconnector->reconnections() != reconnections) {
-                reconnections = reconnector->reconnections(); // a reopened camera counts anew
+            // A reopened camera counts its frames anew. Its first frames can arrive before the
+            // reopening is reported done, so the count of reopenings begun is what tells.
+            if (reconnector && reconnector->reopenings() != reopenings) {
+                reopenings = reconnector->reopenings();
                 statistics.forgetFrameCounter();
             }
             const std::uint64_t index = statistics.framesReceived();

@@ -119,6 +119,7 @@ void StreamReconnector::run() {
 
 bool StreamReconnector::reopen() {
     ++m_attempts;
+    ++m_reopenings; // before the first frame of the reopened stream can be emitted
     if (m_stream.currentState() != Stream::State::Closed)
         m_stream.close();
     if (m_stream.open() && m_stream.start())

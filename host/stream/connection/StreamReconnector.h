@@ -53,6 +53,10 @@ public:
     std::uint64_t reconnections() const { return m_reconnections.load(); }
     /// Reopenings tried since the camera was lost last (reset when it is back).
     std::uint64_t attempts() const { return m_attempts.load(); }
+    /// Reopenings begun so far, counted before the stream is opened again: a consumer of the
+    /// stream's data that sees this count change knows that the frames after it may come from a
+    /// camera that starts its frame counter anew, even before the reopening is reported done.
+    std::uint64_t reopenings() const { return m_reopenings.load(); }
 
     /// State changes, emitted on the reconnector's thread (or the caller's, for arm/disarm); a
     /// receiver reads state() for the latest.
@@ -76,6 +80,7 @@ private:
     std::atomic<State> m_state{State::Idle};
     std::atomic<std::uint64_t> m_reconnections{0};
     std::atomic<std::uint64_t> m_attempts{0};
+    std::atomic<std::uint64_t> m_reopenings{0};
 
     // Guards m_armed, m_reopening, m_exit and the changes of m_state: arm/disarm and the destructor
     // meet the thread here, and disarm must know that no reopening runs any more. Never held while
