@@ -2,6 +2,7 @@
 
 #include "host/apps/kestrion/CommandContext.h"
 #include "host/apps/kestrion/PivotOptions.h"
+#include "host/apps/kestrion/StopSignals.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
 
 #include "atracsys/calibration/AtracsysPivotCalibration.h"
@@ -20,9 +21,7 @@
 #include <QFile>
 #include <QString>
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <iomanip>
 #include <iostream>
 #include <ostream>
@@ -32,34 +31,6 @@
 namespace Kestrion::Cli {
 
 namespace {
-
-// Set by the SIGINT/SIGTERM handler: the user ends the recording early.
-std::atomic<int> g_stop{0};
-static_assert(std::atomic<int>::is_always_lock_free, "used from a signal handler");
-
-extern "C" void onPivotStop(int signal) {
-    g_stop.store(signal);
-}
-
-/// Installs the stop handler for the lifetime of the object and restores the previous ones.
-class StopOnSignal {
-public:
-    StopOnSignal() {
-        g_stop.store(0);
-        m_int = std::signal(SIGINT, onPivotStop);
-        m_term = std::signal(SIGTERM, onPivotStop);
-    }
-    ~StopOnSignal() {
-        std::signal(SIGINT, m_int);
-        std::signal(SIGTERM, m_term);
-    }
-    StopOnSignal(const StopOnSignal&) = delete;
-    StopOnSignal& operator=(const StopOnSignal&) = delete;
-
-private:
-    void (*m_int)(int);
-    void (*m_term)(int);
-};
 
 /// The error lines logged while it lives, to explain a failure.
 class ErrorLines {
@@ -197,7 +168,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
             if (frame)
                 recording.add(*frame);
         });
-    StopOnSignal stopOnSignal;
+    StopSignals stopSignals; // Ctrl-C ends the recording early
     recording.start();
     if (!stream->start()) {
         connection.disconnect();
@@ -215,7 +186,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
     auto lastShown = std::chrono::steady_clock::now();
     while (recording.isRecording()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        if (g_stop.load() != 0)
+        if (StopSignals::received() != 0)
             recording.stop();
         if (!stream->isStateOneOf({Stream::State::Running})) {
             cameraLost = true;

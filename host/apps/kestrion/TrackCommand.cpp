@@ -2,6 +2,7 @@
 
 #include "host/apps/kestrion/CommandContext.h"
 #include "host/apps/kestrion/OutputPath.h"
+#include "host/apps/kestrion/StopSignals.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
 #include "host/apps/kestrion/TrackCsvWriter.h"
 #include "host/apps/kestrion/TrackFrameQueue.h"
@@ -31,7 +32,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <iostream>
 #include <optional>
 #include <ostream>
@@ -42,34 +42,6 @@ namespace Kestrion::Cli {
 namespace {
 
 const char* const PluginId = "Kestrion.AtracsysTrackingSpryTrack";
-
-// Set by the SIGINT/SIGTERM handler, read by the command's loop.
-std::atomic<int> g_stopSignal{0};
-static_assert(std::atomic<int>::is_always_lock_free, "used from a signal handler");
-
-extern "C" void onStopSignal(int signal) {
-    g_stopSignal.store(signal);
-}
-
-/// Installs the stop handler for the lifetime of the object and restores the previous ones.
-class StopSignals {
-public:
-    StopSignals() {
-        g_stopSignal.store(0);
-        m_int = std::signal(SIGINT, onStopSignal);
-        m_term = std::signal(SIGTERM, onStopSignal);
-    }
-    ~StopSignals() {
-        std::signal(SIGINT, m_int);
-        std::signal(SIGTERM, m_term);
-    }
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-
-private:
-    void (*m_int)(int);
-    void (*m_term)(int);
-};
 
 /// Collects the warnings and errors logged while it lives, to explain a failure.
 class LogCollector {
@@ -540,7 +512,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
             done = true;
         if (options->durationS && elapsed >= *options->durationS)
             done = true;
-        if (g_stopSignal.load() != 0)
+        if (StopSignals::received() != 0)
             done = true;
         if (!reconnector && !stream->isStateOneOf({Stream::State::Running})) {
             cameraLost = true;
@@ -583,8 +555,8 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         out << "; first pose after " << *firstPoseMs << " ms";
     else
         out << "; no instrument was tracked";
-    if (g_stopSignal.load() != 0)
-        out << "; ended by signal " << g_stopSignal.load();
+    if (StopSignals::received() != 0)
+        out << "; ended by signal " << StopSignals::received();
     out << "\n";
     if (!options->csvFile.empty() && !csv.failed())
         out << "Recorded " << csv.rowsWritten() << " rows to " << options->csvFile << "\n";
@@ -598,7 +570,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         failed = true;
     if (images)
         out << "Saved " << images->pairsSaved() << " image pair(s) to " << options->imagesFolder << "\n";
-    if (statistics.framesReceived() == 0 && g_stopSignal.load() == 0) {
+    if (statistics.framesReceived() == 0 && StopSignals::received() == 0) {
         err << "kestrion track: no frame was received from the camera\n";
         failed = true;
     }
