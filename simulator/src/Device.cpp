@@ -368,10 +368,7 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
         m_frameValid = true;
     }
     const bool imagesEnabled = !m_model.usb || m_options.intValue(OptionCatalog::SendImages) == 1;
-    withImages = wantImages && imagesEnabled;
-    if (withImages && !m_frame.hasImages && !m_replay) {
-        m_producer.renderImages(settings, m_frame);
-    }
+    withImages = wantImages && imagesEnabled && (!m_replay || m_frame.hasImages);
     if (!m_delivered || index > m_lastDelivered) {
         if (m_delivered && index > m_lastDelivered + 1) {
             m_lostFrames += index - m_lastDelivered - 1;
@@ -383,6 +380,12 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
         m_lastDelivered = index;
     }
     return m_frame;
+}
+
+void Device::drawImagesLocked(SensorImage& left, SensorImage& right) {
+    if (!m_replay) {
+        m_producer.drawImages(settingsLocked(), left, right);
+    }
 }
 
 void Device::addFault(const FaultRule& fault) {

@@ -82,6 +82,9 @@ public:
     /// Second half: with the device locked (see lock()), makes sure the measurement of `index` is
     /// produced (with images when wanted and enabled) and counts the delivery.
     const FrameData& frameLocked(std::uint64_t index, bool wantImages, bool& withImages);
+    /// With the device locked, after frameLocked() said `withImages`: draws the images of a
+    /// measured frame into a record's buffers (a replayed frame carries its own).
+    void drawImagesLocked(SensorImage& left, SensorImage& right);
     const FrameTruth& truthLocked() const { return m_truth; }
     float matchingToleranceLocked() const;
     std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(m_mutex); }

@@ -19,7 +19,9 @@ struct FrameData {
     std::vector<ftkRawData> rawRight;
     std::vector<ftk3DFiducial> fiducials;
 
-    bool hasImages = false; ///< Images were rendered for this frame.
+    /// The images come with the frame (a replay). A measured frame's images are drawn straight
+    /// into each caller's record instead (Device::drawImagesLocked).
+    bool hasImages = false;
     std::uint16_t width = 0;
     std::uint16_t height = 0;
     std::vector<std::uint8_t> imageLeft; ///< width * height bytes, row after row.

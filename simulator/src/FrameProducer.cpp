@@ -169,15 +169,11 @@ void FrameProducer::pairAndTriangulate(const ProductionSettings& settings, Frame
     }
 }
 
-void FrameProducer::renderImages(const ProductionSettings& settings, FrameData& frame) {
-    const std::size_t size = static_cast<std::size_t>(m_model.width) * m_model.height;
-    frame.imageLeft.resize(size);
-    frame.imageRight.resize(size);
+void FrameProducer::drawImages(const ProductionSettings& settings, SensorImage& left, SensorImage& right) {
     const int peak =
         static_cast<int>(std::clamp(255.0 * settings.integrationTimeUS / SaturationUS, 8.0, 255.0));
-    m_renderer.render(m_blobs[StereoCamera::Left], frame.index, peak, frame.imageLeft.data());
-    m_renderer.render(m_blobs[StereoCamera::Right], frame.index ^ 0x5555, peak, frame.imageRight.data());
-    frame.hasImages = true;
+    m_renderer.draw(StereoCamera::Left, m_blobs[StereoCamera::Left], peak, left);
+    m_renderer.draw(StereoCamera::Right, m_blobs[StereoCamera::Right], peak, right);
 }
 
 } // namespace Kestrion::Simulator

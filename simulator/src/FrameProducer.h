@@ -5,6 +5,7 @@
 #include "simulator/src/ImageRenderer.h"
 #include "simulator/src/Random.h"
 #include "simulator/src/SceneDescription.h"
+#include "simulator/src/SensorImage.h"
 #include "simulator/src/StereoCamera.h"
 #include "simulator/src/StereoMatcher.h"
 
@@ -34,8 +35,8 @@ public:
     /// Fills `frame` (everything but the images) and `truth` for frame `index`.
     void produce(std::uint64_t index, const ProductionSettings& settings, FrameData& frame,
                  FrameTruth& truth);
-    /// Renders both images of the frame last produced.
-    void renderImages(const ProductionSettings& settings, FrameData& frame);
+    /// Draws both images of the frame last produced into a caller's record.
+    void drawImages(const ProductionSettings& settings, SensorImage& left, SensorImage& right);
 
     const DeviceModel& model() const { return m_model; }
     const SceneDescription& scene() const { return *m_scene; }

@@ -112,8 +112,8 @@ void FrameRecord::setOptions(bool pixels, std::uint32_t events, std::uint32_t ra
     m_fiducials.assign(fiducials, ftk3DFiducial{});
     m_markers.assign(markers, ftkMarker{});
     m_pixels = pixels;
-    m_imageLeft.clear();
-    m_imageRight.clear();
+    m_images[0].clear();
+    m_images[1].clear();
     m_header = ftkImageHeader{};
 
     ftkFrameQuery& q = m_query;
@@ -186,21 +186,21 @@ void FrameRecord::fill(const FrameData& frame, const std::vector<ftkMarker>& mar
         // No pixel buffers were reserved for this record.
         q.imageLeftStat = ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE;
         q.imageRightStat = ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE;
-    } else if (!withImages || !frame.hasImages) {
+    } else if (!withImages) {
         // Images are not sent with this frame (image sending is off): the buffers are untouched.
         q.imageLeftStat = ftkQueryStatus::QS_WAR_SKIPPED;
         q.imageRightStat = ftkQueryStatus::QS_WAR_SKIPPED;
     } else {
-        m_imageLeft.resize(frame.imageLeft.size());
-        m_imageRight.resize(frame.imageRight.size());
-        std::memcpy(m_imageLeft.data(), frame.imageLeft.data(), frame.imageLeft.size());
-        std::memcpy(m_imageRight.data(), frame.imageRight.data(), frame.imageRight.size());
-        q.imageLeftPixels = dataOrNull(m_imageLeft);
-        q.imageRightPixels = dataOrNull(m_imageRight);
+        if (frame.hasImages) {
+            m_images[0].assign(frame.imageLeft);
+            m_images[1].assign(frame.imageRight);
+        }
+        q.imageLeftPixels = m_images[0].data();
+        q.imageRightPixels = m_images[1].data();
         q.imageLeftVersionSize =
-            ftkVersionSize{ContainerVersion, static_cast<std::uint32_t>(m_imageLeft.size())};
+            ftkVersionSize{ContainerVersion, static_cast<std::uint32_t>(m_images[0].size())};
         q.imageRightVersionSize =
-            ftkVersionSize{ContainerVersion, static_cast<std::uint32_t>(m_imageRight.size())};
+            ftkVersionSize{ContainerVersion, static_cast<std::uint32_t>(m_images[1].size())};
         q.imageLeftStat = ftkQueryStatus::QS_OK;
         q.imageRightStat = ftkQueryStatus::QS_OK;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulator/src/FrameData.h"
+#include "simulator/src/SensorImage.h"
 
 #include <ftkInterface.h>
 
@@ -34,13 +35,16 @@ public:
 
     /// Copies a produced frame and its markers into the containers: each one filled up to its capacity, with
     /// QS_ERR_OVERFLOW when the frame held more. Allocates only when the image size changes.
-    /// `withImages` false: the camera sent no images with this frame.
+    /// `withImages` false: the camera sent no images with this frame. True: the images are copied
+    /// from `frame` when it carries them, otherwise the device has drawn them into image().
     void fill(const FrameData& frame, const std::vector<ftkMarker>& markers, const DeliveryFaults& faults,
               bool withImages);
 
     ftkFrameQuery& query() { return m_query; }
     /// Pixel buffers were requested by ftkSetFrameOptions.
     bool wantsPixels() const { return m_pixels; }
+    /// The left (0) or right (1) image buffer.
+    SensorImage& image(int side) { return m_images[side]; }
 
     /// Device and frame index of the last delivery into this record (to wait for a newer one).
     std::uint64_t lastSerial() const { return m_lastSerial; }
@@ -61,8 +65,7 @@ private:
     std::vector<ftk3DFiducial> m_fiducials;
     std::vector<ftkMarker> m_markers;
     bool m_pixels = false;
-    std::vector<std::uint8_t> m_imageLeft;
-    std::vector<std::uint8_t> m_imageRight;
+    SensorImage m_images[2];
 
     bool m_hasDelivery = false;
     std::uint64_t m_lastSerial = 0;

@@ -4,14 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace Kestrion::Simulator {
 
 namespace {
 
-/// Extra noise bytes beyond one image, so that each frame can start the pattern elsewhere.
-constexpr std::size_t NoiseSlack = 8192;
 /// Dark level of the sensor (grey levels).
 constexpr int DarkLevel = 6;
 
@@ -20,7 +17,10 @@ constexpr int DarkLevel = 6;
 ImageRenderer::ImageRenderer(int width, int height, std::uint64_t seed)
     : m_width(width)
     , m_height(height)
-    , m_seed(seed) {}
+    , m_seed(seed) {
+    makeBackground(0);
+    makeBackground(1);
+}
 
 bool ImageRenderer::measure(const Blob& blob, ftkRawData& raw) const {
     // Row by row, the pixels whose centres lie inside the disc form one run.
@@ -66,32 +66,43 @@ bool ImageRenderer::measure(const Blob& blob, ftkRawData& raw) const {
     return true;
 }
 
-void ImageRenderer::render(const std::vector<Blob>& blobs, std::uint64_t frameIndex, int peak,
-                           std::uint8_t* image) {
-    const std::size_t size = static_cast<std::size_t>(m_width) * m_height;
-    if (m_noise.empty()) {
-        // Dark level plus or minus a few grey levels; eight pixels per random draw.
-        m_noise.resize(size + NoiseSlack);
-        Random random(m_seed);
-        for (std::size_t i = 0; i < m_noise.size(); i += 8) {
-            std::uint64_t bits = random.next();
-            for (std::size_t k = i; k < std::min(i + 8, m_noise.size()); ++k, bits >>= 8) {
-                m_noise[k] = static_cast<std::uint8_t>(DarkLevel - 2 + static_cast<int>((bits & 0xFF) % 5));
-            }
-        }
+void ImageRenderer::makeBackground(int side) {
+    // The dark level, with 1 in 64 pixels one grey level above it and 1 in 64 one below (a few
+    // land on the same pixel). Made with the device rather than at its first image, so that the
+    // first frame with images is as quick as the next ones.
+    std::vector<std::uint8_t>& pixels = m_backgrounds[side];
+    pixels.assign(static_cast<std::size_t>(m_width) * m_height, static_cast<std::uint8_t>(DarkLevel));
+    Random random(Random::mix(m_seed, static_cast<std::uint64_t>(side)));
+    for (std::size_t i = 0; i < pixels.size() / 32; ++i) {
+        pixels[random.next() % pixels.size()] = static_cast<std::uint8_t>(DarkLevel + (i % 2 == 0 ? 1 : -1));
     }
-    const std::size_t offset = (frameIndex * 2654435761ull) % NoiseSlack;
-    std::memcpy(image, m_noise.data() + offset, size);
+    // Never NoBackground, and different for every camera and sensor size.
+    m_keys[side] = Random::mix(m_seed, pixels.size() * 2 + static_cast<std::uint64_t>(side)) | 1u;
+}
+
+void ImageRenderer::draw(int side, const std::vector<Blob>& blobs, int peak, SensorImage& image) {
+    const std::vector<std::uint8_t>& dark = m_backgrounds[side];
+    if (image.background() != m_keys[side] || image.size() != dark.size()) {
+        image.reset(dark, m_keys[side]);
+    } else {
+        image.restore(dark, m_width);
+    }
+    std::uint8_t* pixels = image.data();
     for (const Blob& blob : blobs) {
         // Anti-aliased disc: full brightness inside, a one-pixel ramp across the rim.
-        const int x0 = std::max(0, static_cast<int>(std::floor(blob.x - blob.radius - 1.0)));
-        const int x1 = std::min(m_width - 1, static_cast<int>(std::ceil(blob.x + blob.radius + 1.0)));
-        const int y0 = std::max(0, static_cast<int>(std::floor(blob.y - blob.radius - 1.0)));
-        const int y1 = std::min(m_height - 1, static_cast<int>(std::ceil(blob.y + blob.radius + 1.0)));
-        for (int y = y0; y <= y1; ++y) {
+        SensorImage::Box box;
+        box.x0 = std::max(0, static_cast<int>(std::floor(blob.x - blob.radius - 1.0)));
+        box.x1 = std::min(m_width - 1, static_cast<int>(std::ceil(blob.x + blob.radius + 1.0)));
+        box.y0 = std::max(0, static_cast<int>(std::floor(blob.y - blob.radius - 1.0)));
+        box.y1 = std::min(m_height - 1, static_cast<int>(std::ceil(blob.y + blob.radius + 1.0)));
+        if (box.x1 < box.x0 || box.y1 < box.y0) {
+            continue;
+        }
+        image.addBox(box);
+        for (int y = box.y0; y <= box.y1; ++y) {
             const double dy = y + 0.5 - blob.y;
-            std::uint8_t* row = image + static_cast<std::size_t>(y) * m_width;
-            for (int x = x0; x <= x1; ++x) {
+            std::uint8_t* row = pixels + static_cast<std::size_t>(y) * m_width;
+            for (int x = box.x0; x <= box.x1; ++x) {
                 const double dx = x + 0.5 - blob.x;
                 const double coverage =
                     std::clamp(blob.radius + 0.5 - std::sqrt(dx * dx + dy * dy), 0.0, 1.0);

@@ -69,6 +69,9 @@ ftkError Session::fetch(FrameRecord& record, std::uint32_t timeoutMS, std::strin
     }
     m_truth = m_device->truthLocked();
     m_hasTruth = true;
+    if (withImages && !frame.hasImages) {
+        m_device->drawImagesLocked(record.image(0), record.image(1));
+    }
     record.fill(frame, m_markers, faults, withImages);
     record.markDelivered(m_device->serial(), index);
     return ftkError::FTK_OK;

@@ -101,3 +101,40 @@ TEST(FrameContent, ImagesComeOnlyWhenPixelsAreRequestedAndImageSendingIsOn) {
     EXPECT_EQ(noPixels.frame->imageLeftStat, ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE);
     EXPECT_EQ(static_cast<const void*>(noPixels.frame->imageLeftPixels), nullptr);
 }
+
+TEST(FrameContent, ImagesOfLaterFramesKeepNoTraceOfEarlierBlobs) {
+    // A record reused from frame to frame only redraws where blobs were: after the markers have
+    // moved, its image must equal a new record's everywhere but at the current blobs.
+    SceneGuard scene;
+    Camera reused(Camera::Capacities{true});
+    Camera fresh(Camera::Capacities{true});
+    ASSERT_EQ(reused.setInt(6003, 1), ftkError::FTK_OK);
+    ASSERT_EQ(reused.fetch(), ftkError::FTK_OK);
+    const ftkFrameQuery& r = *reused.frame;
+    const std::vector<ftkRawData> early(r.rawDataLeft, r.rawDataLeft + r.rawDataLeftCount);
+    ASSERT_TRUE(ftkSimStep(0, 100)); // about two seconds: the markers move by many pixels
+    ASSERT_EQ(fresh.fetch(), ftkError::FTK_OK);
+    ASSERT_EQ(reused.fetch(), ftkError::FTK_OK);
+
+    constexpr int Width = 2048;
+    std::vector<bool> blob(Width * 1088, false); // the blobs of both later frames, with a margin
+    for (const ftkFrameQuery* q : {fresh.frame, reused.frame}) {
+        for (uint32 i = 0; i < q->rawDataLeftCount; ++i) {
+            const ftkRawData& d = q->rawDataLeft[i];
+            for (int y = int(d.centerYPixels - d.height / 2.0f) - 3;
+                 y <= int(d.centerYPixels + d.height / 2.0f) + 3; ++y)
+                for (int x = int(d.centerXPixels - d.width / 2.0f) - 3;
+                     x <= int(d.centerXPixels + d.width / 2.0f) + 3; ++x)
+                    if (x >= 0 && y >= 0 && x < Width && y < 1088)
+                        blob[y * Width + x] = true;
+        }
+    }
+    int moved = 0;
+    for (const ftkRawData& d : early)
+        moved += blob[int(d.centerYPixels) * Width + int(d.centerXPixels)] ? 0 : 1;
+    ASSERT_GT(moved, 5) << "the earlier blobs must lie elsewhere";
+    int differing = 0;
+    for (std::size_t i = 0; i < blob.size(); ++i)
+        differing += !blob[i] && r.imageLeftPixels[i] != fresh.frame->imageLeftPixels[i] ? 1 : 0;
+    EXPECT_EQ(differing, 0);
+}
