@@ -472,7 +472,8 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
 
     while (!done) {
         batch.clear();
-        queue.takeAll(batch, std::chrono::milliseconds(100));
+        // The frames queued meanwhile, about 50 times a second.
+        queue.takeAll(batch, std::chrono::milliseconds(20));
         for (const auto& item : batch) {
             if (options->frames && statistics.framesReceived() >= *options->frames)
                 break;
