@@ -68,7 +68,7 @@ TEST(TrackRecording, ReplayGivesTheRecordingRunsCsvAndSequenceAgain) {
     const std::string csv = withoutArrivalTimes(readFile(folder.path("run.csv")));
     const std::string sequence = readFile(folder.path("run.igs.mha"));
     ASSERT_EQ(std::count(csv.begin(), csv.end(), '\n'), 121);
-    EXPECT_NE(sequence.find("Seq_Frame0059_Atracsys1001ToTrackerTransformStatus = OK\n"), std::string::npos);
+    EXPECT_NE(sequence.find("Seq_Frame0059_atracsys-1001ToTrackerTransformStatus = OK\n"), std::string::npos);
 
     for (const std::string markers : {"recorded", "matched"}) {
         SCOPED_TRACE(markers);

@@ -15,11 +15,12 @@ constexpr int CountDigits = 10;
 } // namespace
 
 std::string TrackSequenceWriter::transformName(const std::string& instrumentId) {
-    std::string name;
-    for (char c : instrumentId)
-        if (std::isalnum(static_cast<unsigned char>(c)))
-            name += name.empty() ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
-    return name.empty() ? "Instrument" : name;
+    // A field name ends at the first space or '=' of its header line.
+    std::string name = instrumentId;
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_' && c != '.')
+            c = '-';
+    return name.empty() ? "instrument" : name;
 }
 
 bool TrackSequenceWriter::open(const std::string& file) {

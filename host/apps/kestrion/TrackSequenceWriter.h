@@ -20,12 +20,11 @@ namespace Kestrion::Cli {
 ///
 ///     Seq_Frame0000_FrameNumber = 0
 ///     Seq_Frame0000_Timestamp = 0.000000
-///     Seq_Frame0000_Atracsys1000ToTrackerTransform = r11 r12 r13 x r21 r22 r23 y r31 r32 r33 z 0 0 0 1
-///     Seq_Frame0000_Atracsys1000ToTrackerTransformStatus = OK
+///     Seq_Frame0000_atracsys-1000ToTrackerTransform = r11 r12 r13 x r21 r22 r23 y r31 r32 r33 z 0 0 0 1
+///     Seq_Frame0000_atracsys-1000ToTrackerTransformStatus = OK
 ///     Seq_Frame0000_ImageStatus = INVALID
 ///
-/// The transform name is the instrument id in the form the format allows (letters and digits, the
-/// first one upper case): "atracsys-1000" becomes "Atracsys1000". An untracked instrument is
+/// The transform name is the instrument id (see transformName()). An untracked instrument is
 /// INVALID with its identity pose. The timestamp is in seconds since the first frame, from the
 /// device's clock when the frame has it, else from the host's arrival time.
 ///
@@ -46,7 +45,8 @@ public:
     /// Closes and removes "<file>.part" when no frame was written in it.
     void discard();
 
-    /// The transform name of an instrument id ("atracsys-1000" -> "Atracsys1000").
+    /// The transform name of an instrument id: the id, with any character other than a letter, a
+    /// digit, '-', '_' or '.' made a '-' ("my tool" -> "my-tool").
     static std::string transformName(const std::string& instrumentId);
 
     bool isOpen() const { return m_file.isOpen(); }

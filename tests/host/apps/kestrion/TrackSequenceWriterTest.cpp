@@ -27,7 +27,7 @@ TrackingStreamData poses(std::uint64_t arrivalMs, bool toolTracked) {
         tool.matrix(2, 3) = 800.25;
         tool.quality = 0.9;
     }
-    TrackingInstrument other(TrackerID("my_tool-7", "other"));
+    TrackingInstrument other(TrackerID("my tool=7", "other"));
     return TrackingStreamData(nullptr, {tool, other}, arrivalMs, arrivalMs);
 }
 
@@ -65,17 +65,17 @@ TEST(TrackSequenceWriter, WritesEveryFrameAndInstrumentAndAppearsWhenComplete) {
               "Kinds = domain domain list\n"
               "Seq_Frame0000_FrameNumber = 0\n"
               "Seq_Frame0000_Timestamp = 0.000000\n"
-              "Seq_Frame0000_Atracsys1000ToTrackerTransform = 0 -1 0 1.5 1 0 0 0 0 0 1 800.25 0 0 0 1\n"
-              "Seq_Frame0000_Atracsys1000ToTrackerTransformStatus = OK\n"
-              "Seq_Frame0000_Mytool7ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
-              "Seq_Frame0000_Mytool7ToTrackerTransformStatus = INVALID\n"
+              "Seq_Frame0000_atracsys-1000ToTrackerTransform = 0 -1 0 1.5 1 0 0 0 0 0 1 800.25 0 0 0 1\n"
+              "Seq_Frame0000_atracsys-1000ToTrackerTransformStatus = OK\n"
+              "Seq_Frame0000_my-tool-7ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
+              "Seq_Frame0000_my-tool-7ToTrackerTransformStatus = INVALID\n"
               "Seq_Frame0000_ImageStatus = INVALID\n"
               "Seq_Frame0001_FrameNumber = 1\n"
               "Seq_Frame0001_Timestamp = 0.037037\n"
-              "Seq_Frame0001_Atracsys1000ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
-              "Seq_Frame0001_Atracsys1000ToTrackerTransformStatus = INVALID\n"
-              "Seq_Frame0001_Mytool7ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
-              "Seq_Frame0001_Mytool7ToTrackerTransformStatus = INVALID\n"
+              "Seq_Frame0001_atracsys-1000ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
+              "Seq_Frame0001_atracsys-1000ToTrackerTransformStatus = INVALID\n"
+              "Seq_Frame0001_my-tool-7ToTrackerTransform = 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1\n"
+              "Seq_Frame0001_my-tool-7ToTrackerTransformStatus = INVALID\n"
               "Seq_Frame0001_ImageStatus = INVALID\n"
               "ElementDataFile = LOCAL\n");
 
