@@ -304,11 +304,12 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
 
     const auto deadline = now + std::chrono::milliseconds(timeoutMS);
     // A replay has no frame after the recording's last one.
-    const auto deliver = [this, &message](std::uint64_t taken) {
+    const auto deliver = [this, &message, &now](std::uint64_t taken) {
         if (m_replay && !m_replayStarted) {
             // The recording starts with the first frame fetched, whenever that is.
             m_replayStarted = true;
             m_replayBase = taken;
+            m_replayStart = now;
         }
         if (m_replay && taken - m_replayBase >= m_replay->frameCount()) {
             message = "The recording " + m_replay->path() + " ended after " +
@@ -322,23 +323,49 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
             index = m_clock.takeNext(true, now);
             return deliver(index);
         }
-        const std::uint64_t newest = m_clock.currentIndex(false, now);
+        const std::uint64_t newest = newestLocked(now);
         if (!hasLast || newest > lastIndex) {
             index = newest;
             return deliver(index);
         }
-        const auto next = m_clock.timeOf(lastIndex + 1);
+        const std::optional<DeviceClock::TimePoint> next = arrivalLocked(lastIndex + 1);
         // The wait happens without the lock, so options and geometries stay usable meanwhile.
         lock.unlock();
-        if (next > deadline) {
+        if (!next || *next > deadline) {
+            // A replay that has ended waits like a camera that sends nothing more.
             std::this_thread::sleep_until(deadline);
-            message = "No new frame from device " + device() + " within " + std::to_string(timeoutMS) + " ms";
+            message =
+                next ? "No new frame from device " + device() + " within " + std::to_string(timeoutMS) + " ms"
+                     : "The recording " + m_replay->path() + " ended after " +
+                           std::to_string(m_replay->frameCount()) + " frames";
             return ftkError::FTK_WAR_NO_FRAME;
         }
-        std::this_thread::sleep_until(next);
+        std::this_thread::sleep_until(*next);
         lock.lock();
         now = std::chrono::steady_clock::now();
     }
+}
+
+std::uint64_t Device::newestLocked(DeviceClock::TimePoint now) {
+    if (m_replay && m_replayStarted) {
+        // A replay under way: the newest recorded frame taken, by the recording's own timestamps,
+        // at most as long after the first as the replay has been running.
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::microseconds>(now - m_replayStart).count();
+        return m_replayBase + m_replay->frameAt(elapsed > 0 ? static_cast<std::uint64_t>(elapsed) : 0);
+    }
+    return m_clock.currentIndex(false, now);
+}
+
+std::optional<DeviceClock::TimePoint> Device::arrivalLocked(std::uint64_t index) const {
+    if (m_replay && m_replayStarted) {
+        const std::uint64_t frame = index - m_replayBase;
+        if (frame >= m_replay->frameCount()) {
+            return std::nullopt;
+        }
+        return m_replayStart + std::chrono::microseconds(m_replay->timeUS(frame));
+    }
+    return m_clock.timeOf(index);
 }
 
 ProductionSettings Device::settingsLocked() const {

@@ -38,9 +38,9 @@ public:
     ~Device();
 
     /// Plays a recording instead of measuring the scene: the first frame fetched is the
-    /// recording's first, the next ones follow at the recorded rate (one per fetch on the stepped
-    /// clock), and fetches after its last frame find no new frame. Called before the device is
-    /// shared.
+    /// recording's first, each next one comes as long after it as the device's timestamps say
+    /// (one per fetch on the stepped clock), and fetches after its last frame find no new frame.
+    /// Called before the device is shared.
     void setReplay(std::unique_ptr<ReplaySource> replay);
     /// Markers are matched again in the replayed fiducials rather than taken as recorded. Fixed
     /// at setReplay(), so it needs no lock.
@@ -101,6 +101,10 @@ private:
     ftkError optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message);
     void mirrorProcessingOptions(std::uint32_t id);
     ProductionSettings settingsLocked() const;
+    /// Free running: the newest frame at `now`, and when frame `index` comes (none after the end
+    /// of a replay).
+    std::uint64_t newestLocked(DeviceClock::TimePoint now);
+    std::optional<DeviceClock::TimePoint> arrivalLocked(std::uint64_t index) const;
     /// Whether the device is disconnected now, ending a disconnection whose time is over.
     bool disconnectedLocked();
     double timeOfIndex(std::uint64_t index) const { return static_cast<double>(index) / m_model.rateHz; }
@@ -126,6 +130,7 @@ private:
     bool m_rematch = false;
     bool m_replayStarted = false;
     std::uint64_t m_replayBase = 0;       ///< Device frame index of the recording's first frame.
+    DeviceClock::TimePoint m_replayStart; ///< When the recording's first frame was fetched.
     std::optional<double> m_reconnectAtS; ///< Device time at which a disconnection ends.
 };
 

@@ -58,7 +58,11 @@ std::unique_ptr<ReplaySource> ReplaySource::open(const std::string& path, Marker
         if (next == Recording::RecordingReader::Next::End)
             break;
         source->m_offsets.push_back(at);
-        (source->m_offsets.size() == 1 ? first : last) = source->m_frame.header.timestampUS;
+        const std::uint64_t stamp = source->m_frame.header.timestampUS;
+        (source->m_offsets.size() == 1 ? first : last) = stamp;
+        // A clock that went back (or a frame without a header) keeps the frame after the one before.
+        const std::uint64_t previous = source->m_timesUS.empty() ? 0 : source->m_timesUS.back();
+        source->m_timesUS.push_back(std::max(previous, stamp > first ? stamp - first : 0));
     }
     if (source->m_offsets.empty()) {
         error = "recording " + path + ": holds no frame";
@@ -72,6 +76,11 @@ std::unique_ptr<ReplaySource> ReplaySource::open(const std::string& path, Marker
     // The device's frame period, from its own clock; a recording too short to tell runs at 60 Hz.
     source->m_rateHz = frames > 1 && last > first ? double(frames - 1) * 1e6 / double(last - first) : 60.0;
     return source;
+}
+
+std::uint64_t ReplaySource::frameAt(std::uint64_t elapsedUS) const {
+    const auto after = std::upper_bound(m_timesUS.begin(), m_timesUS.end(), elapsedUS);
+    return after == m_timesUS.begin() ? 0 : static_cast<std::uint64_t>(after - m_timesUS.begin() - 1);
 }
 
 bool ReplaySource::load(std::uint64_t index, FrameData& frame, std::string& error) {

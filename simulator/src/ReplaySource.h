@@ -33,6 +33,11 @@ public:
     std::uint64_t frameCount() const { return m_offsets.size(); }
     /// Frames per second of the recording, from the device's timestamps of its first and last frame.
     double rateHz() const { return m_rateHz; }
+    /// When frame `index` (< frameCount()) was taken, in µs after the first frame, by the device's
+    /// clock (never earlier than the frame before it).
+    std::uint64_t timeUS(std::uint64_t index) const { return m_timesUS[index]; }
+    /// The newest frame taken at most `elapsedUS` after the first one.
+    std::uint64_t frameAt(std::uint64_t elapsedUS) const;
     Markers markers() const { return m_markers; }
 
     /// Fills `frame` with recorded frame `index` (< frameCount()). False with the reason in
@@ -46,6 +51,7 @@ private:
     Markers m_markers = Markers::Recorded;
     Recording::RecordingReader m_reader;
     std::vector<std::uint64_t> m_offsets;
+    std::vector<std::uint64_t> m_timesUS;
     double m_rateHz = 0.0;
     Recording::Frame m_frame; ///< Reused for every frame read.
 };

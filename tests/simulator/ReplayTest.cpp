@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -48,7 +49,9 @@ Recording::Frame recordedFrame(std::uint32_t counter, bool images) {
     return f;
 }
 
-std::string writeRecording(const std::string& name, int frames, bool images) {
+/// `frames` recorded frames 3 ms apart, or at `timesUS` after the first when given.
+std::string writeRecording(const std::string& name, int frames, bool images,
+                           const std::vector<std::uint64_t>& timesUS = {}) {
     const std::string file = (std::filesystem::temp_directory_path() / name).string();
     std::filesystem::remove(file);
     Recording::SessionHeader header;
@@ -57,8 +60,12 @@ std::string writeRecording(const std::string& name, int frames, bool images) {
     header.withImages = images;
     Recording::RecordingWriter writer;
     EXPECT_TRUE(writer.open(file, header)) << writer.error();
-    for (int i = 0; i < frames; ++i)
-        writer.write(recordedFrame(static_cast<std::uint32_t>(i), images));
+    for (int i = 0; i < frames; ++i) {
+        Recording::Frame frame = recordedFrame(static_cast<std::uint32_t>(i), images);
+        if (!timesUS.empty())
+            frame.header.timestampUS = 1795581503000000ull + timesUS[i];
+        writer.write(frame);
+    }
     EXPECT_TRUE(writer.finish(0)) << writer.error();
     return file;
 }
@@ -101,6 +108,30 @@ TEST(Replay, FramesComeAsRecordedThenNoMore) {
     EXPECT_EQ(camera.errorText().find("The recording " + file + " ended after 3 frames") != std::string::npos,
               true)
         << camera.errorText();
+}
+
+// On the free-running clock each frame comes as long after the first as recorded, and after the
+// last one a fetch waits its whole timeout, like a camera that sends nothing more.
+TEST(Replay, FreeRunningReplayKeepsTheRecordedTimesAndWaitsAtTheEnd) {
+    SceneGuard scene(std::string(), false);
+    // Two frames 3 ms apart, then one 20 s later (at the average rate the second would come
+    // after 10 s).
+    const std::string file = writeRecording("replay-paced.krec", 3, false, {0, 3000, 20000000});
+    ASSERT_TRUE(ftkSimLoadReplay(file.c_str(), false)) << controlError();
+    Camera camera;
+    ASSERT_EQ(camera.fetch(100), ftkError::FTK_OK);
+    ASSERT_EQ(camera.fetch(5000), ftkError::FTK_OK) << camera.errorText();
+    EXPECT_EQ(+camera.frame->imageHeader->counter, 501u);
+    EXPECT_EQ(camera.fetch(50), ftkError::FTK_WAR_NO_FRAME);
+
+    const std::string shortFile = writeRecording("replay-ended.krec", 1, false);
+    ASSERT_TRUE(ftkSimLoadReplay(shortFile.c_str(), false)) << controlError();
+    Camera replayed;
+    ASSERT_EQ(replayed.fetch(100), ftkError::FTK_OK);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(replayed.fetch(50), ftkError::FTK_WAR_NO_FRAME);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
+    EXPECT_NE(replayed.errorText().find("ended after 1 frames"), std::string::npos) << replayed.errorText();
 }
 
 // The recorded fiducials matched again with the geometry registered now: the pose comes from the
