@@ -322,7 +322,8 @@ void RecordCodec::encodeFrame(const Frame& f, bool withImages, std::vector<std::
     }
 }
 
-bool RecordCodec::decodeFrame(const std::uint8_t* data, std::size_t size, Frame& f, std::string& problem) {
+bool RecordCodec::decodeFrame(const std::uint8_t* data, std::size_t size, Frame& f, std::string& problem,
+                              bool images) {
     In in(data, size);
     f.hostTimeUS = in.get<std::uint64_t>();
     for (std::int8_t& s : f.statuses)
@@ -385,6 +386,10 @@ bool RecordCodec::decodeFrame(const std::uint8_t* data, std::size_t size, Frame&
             problem = "an image holds " + std::to_string(rawSize) + " bytes instead of " +
                       std::to_string(f.header.width) + " x " + std::to_string(f.header.height);
             return false;
+        }
+        if (!images) {
+            image->clear();
+            continue;
         }
         image->resize(rawSize);
         if (!decompress(encoding, packed, packedSize, *image)) {

@@ -46,7 +46,10 @@ public:
                               std::string& problem);
     /// Images are compressed (zstd) when `withImages` and the frame has them.
     void encodeFrame(const Frame& frame, bool withImages, std::vector<std::uint8_t>& payload);
-    bool decodeFrame(const std::uint8_t* data, std::size_t size, Frame& frame, std::string& problem);
+    /// Without `images`, the images' encodings and sizes are checked but they are not
+    /// decompressed (their bytes are covered by the record's checksum): `frame` gets none.
+    bool decodeFrame(const std::uint8_t* data, std::size_t size, Frame& frame, std::string& problem,
+                     bool images = true);
     static void encodeEnd(std::uint64_t frames, std::uint64_t dropped, std::vector<std::uint8_t>& payload);
     static bool decodeEnd(const std::uint8_t* data, std::size_t size, std::uint64_t& frames,
                           std::uint64_t& dropped);

@@ -79,7 +79,7 @@ RecordingReader::Read RecordingReader::readRecord(const std::string& where, std:
     return Read::Record;
 }
 
-RecordingReader::Next RecordingReader::next(Frame& frame) {
+RecordingReader::Next RecordingReader::next(Frame& frame, bool images) {
     if (!m_file || m_ended || !m_error.empty())
         return m_error.empty() ? Next::End : Next::Failed;
     for (;;) {
@@ -114,7 +114,7 @@ RecordingReader::Next RecordingReader::next(Frame& frame) {
         if (type != RecordCodec::FrameRecord)
             continue; // a kind of record added by a later version: not needed to replay
         std::string problem;
-        if (!m_codec.decodeFrame(m_record.data(), m_record.size(), frame, problem)) {
+        if (!m_codec.decodeFrame(m_record.data(), m_record.size(), frame, problem, images)) {
             fail(where + ": " + problem);
             return Next::Failed;
         }

@@ -39,7 +39,9 @@ public:
 
     /// Reads the next frame into `frame` (its buffers are reused); records of kinds this version
     /// does not know are skipped. End: no more frames (see cutShort()). Failed: see error().
-    Next next(Frame& frame);
+    /// Without `images` the frame's images are checked but not decompressed (a quick pass over
+    /// a recording, to index it).
+    Next next(Frame& frame, bool images = true);
     /// File offset of the record next() reads next, for readFrameAt().
     std::uint64_t position() const { return m_position; }
     /// Reads the frame record at `offset`, a position() seen before the frame `number`.

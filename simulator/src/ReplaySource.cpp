@@ -50,7 +50,8 @@ std::unique_ptr<ReplaySource> ReplaySource::open(const std::string& path, Marker
     std::uint64_t last = 0;
     for (;;) {
         const std::uint64_t at = reader.position();
-        const auto next = reader.next(source->m_frame);
+        // Indexing checks every record but leaves the images compressed until their frame plays.
+        const auto next = reader.next(source->m_frame, false);
         if (next == Recording::RecordingReader::Next::Failed) {
             error = reader.error();
             return nullptr;

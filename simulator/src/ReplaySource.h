@@ -12,8 +12,9 @@
 namespace Kestrion::Simulator {
 
 /// A recording played back as a device's frames (FTK_SIMULATOR_REPLAY). Opening reads the
-/// whole file once, checking every record, and keeps where each frame starts; frames are then
-/// read one at a time, so memory does not grow with the recording.
+/// whole file once, checking every record (images by their checksum, without decompressing
+/// them), and keeps where each frame starts; frames are then read one at a time, so memory does
+/// not grow with the recording.
 ///
 /// Not thread safe: the device that plays it calls it with its own mutex held.
 class ReplaySource {
