@@ -43,9 +43,13 @@ std::string Application::help() const {
             "The Kestrion command-line host: loads the plugins and runs a command.\n"
             "\n"
             "Commands:\n";
+    // The summaries line up after the longest command name.
+    std::size_t width = 0;
+    for (const auto& c : m_commands)
+        width = std::max(width, c->name().size() + 2);
     for (const auto& c : m_commands) {
         std::string name = c->name();
-        name.resize(std::max<std::size_t>(name.size() + 2, 12), ' ');
+        name.resize(width, ' ');
         text << "  " << name << c->summary() << "\n";
     }
     text << "\n"
