@@ -251,6 +251,10 @@ void AtracsysTrackingController::updateAcquisitionControls(State state) {
         const QSignalBlocker blocker(m_framePacingSpin);
         m_framePacingSpin->setValue(m_stream->framePacingMs());
     }
+    {
+        const QSignalBlocker blocker(m_reconnectCheck);
+        m_reconnectCheck->setChecked(m_stream->reconnect());
+    }
     if (!m_reconnector)
         return;
     // A stream that runs is watched from now on; one the reconnector brings back already is.
@@ -267,6 +271,8 @@ void AtracsysTrackingController::onFramePacingChanged(int milliseconds) {
 }
 
 void AtracsysTrackingController::onReconnectStateChanged(int checkState) {
+    if (m_stream)
+        m_stream->setReconnect(checkState == Qt::Checked); // saved with the workspace
     if (!m_reconnector)
         return;
     if (checkState != Qt::Checked)

@@ -36,6 +36,7 @@ constexpr std::uint32_t SendImagesOption = 6003;
 /// The wait between acquisition rounds without a pacing setting, and after a failed fetch.
 constexpr int DefaultFramePacingMs = 10;
 constexpr const char* FramePacingKey = "framePacingMs";
+constexpr const char* ReconnectKey = "reconnect";
 constexpr const char* CameraSerialKey = "cameraSerialNumber";
 
 } // namespace
@@ -155,6 +156,8 @@ void AtracsysTrackingStream::configure(const Properties* properties) {
     int pacing = 0;
     if (properties->getParam(FramePacingKey, pacing))
         setFramePacingMs(pacing);
+    if (properties->getParam(ReconnectKey, flag))
+        setReconnect(flag);
     std::string serial;
     std::uint64_t serialNumber = 0;
     if (properties->getParam(CameraSerialKey, serial)) {
@@ -199,6 +202,10 @@ void AtracsysTrackingStream::configuration(Properties* properties) const {
     // Written only when they differ from the defaults, so that older configurations stay as they are.
     if (framePacingMs() != DefaultFramePacingMs)
         properties->setParam(FramePacingKey, framePacingMs());
+    if (reconnect()) {
+        properties->setParam(ReconnectKey, true);
+        properties->setParamAttribute(ReconnectKey, "hidden", "true"); // the panel's check box shows it
+    }
     if (selectedCameraSerial() != 0)
         properties->setParam(CameraSerialKey, serialText(selectedCameraSerial()));
 

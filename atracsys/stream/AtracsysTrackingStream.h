@@ -64,6 +64,11 @@ public:
     /// their own waits. Negative values are taken as 0.
     int framePacingMs() const { return m_framePacingMs.load(); }
     void setFramePacingMs(int milliseconds) { m_framePacingMs = milliseconds < 0 ? 0 : milliseconds; }
+    /// The user's choice to have the camera reopened when it stops delivering frames (key
+    /// "reconnect", written only when true; default false). The stream does not reconnect
+    /// itself: whoever owns a StreamReconnector for it (the panel, `kestrion track`) honours it.
+    bool reconnect() const { return m_reconnect.load(); }
+    void setReconnect(bool reconnect) { m_reconnect = reconnect; }
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;
@@ -133,6 +138,7 @@ private:
     /// closed; -1: the device keeps its own.
     std::atomic<int> m_imageIntegrationTime{-1};
     std::atomic<int> m_framePacingMs{10};
+    std::atomic<bool> m_reconnect{false};
     std::atomic<std::uint64_t> m_cameraSerial{0};
     std::unique_ptr<AtracsysDeviceContext> m_device;
     /// Records the fetched frames when "recordFile" is set (worker thread hands over, its own

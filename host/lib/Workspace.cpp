@@ -138,8 +138,9 @@ std::vector<std::string> Workspace::warnUnknownParameters(const Item& item) cons
     std::vector<std::string> known = configuration.paramNames();
     for (const Properties* block : static_cast<const Properties&>(configuration).subProperties())
         known.push_back(block->name());
-    // The flags of the host's stream-creating algorithms, read when they compute.
-    const char* const flags[] = {"open", "autoOpen", "connect", "start", "autoStart"};
+    // The flags of the host's stream-creating algorithms, read when they compute, and the choice
+    // to reconnect a stream, which streams write only when true (docs/acquisition.md).
+    const char* const flags[] = {"open", "autoOpen", "connect", "start", "autoStart", "reconnect"};
     std::string knownText;
     for (const std::string& key : known)
         knownText += (knownText.empty() ? "" : ", ") + key;

@@ -238,7 +238,8 @@ std::string TrackCommand::help() const {
            "                          see kestrion cameras); default: the last camera reported\n"
            "  --reconnect             when the camera stops delivering frames, show \"waiting for\n"
            "                          the camera\" and reopen it once a second; the recording goes\n"
-           "                          on into the same CSV file when it is back\n"
+           "                          on into the same CSV file when it is back; a --workspace\n"
+           "                          whose block has \"reconnect\" set does the same\n"
            "\n"
            "Exit status: 0 success; 1 no plugin, unlicensed plugin, no camera, a geometry file that\n"
            "does not load or that the camera refuses, a camera lost while tracking, an output that\n"
@@ -437,7 +438,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     out << "Tracking " << instruments.size() << " instrument(s); Ctrl-C ends.\n" << std::flush;
     std::optional<StreamReconnector> reconnector;
     std::uint64_t reopenings = 0;
-    if (options->reconnect)
+    if (configuration->reconnect) // --reconnect, or the workspace's "reconnect"
         reconnector.emplace(*stream).arm();
 
     const bool tty = &out == &std::cout && ::isatty(STDOUT_FILENO);

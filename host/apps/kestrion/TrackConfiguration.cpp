@@ -110,6 +110,9 @@ std::optional<TrackConfiguration> TrackConfiguration::build(const TrackOptions& 
     p.setParam("framePacingMs", options.pollMs);
     if (options.serialNumber)
         p.setParam("cameraSerialNumber", CameraSelection::serialText(*options.serialNumber));
+    if (options.reconnect)
+        p.setParam("reconnect", true);
+    result.reconnect = p.param("reconnect", false);
     // The command connects and starts the stream itself, after it listens to the frames.
     for (const char* key : {"open", "autoOpen", "connect", "start", "autoStart"})
         p.removeParam(key);

@@ -25,6 +25,9 @@ struct TrackConfiguration {
         std::string path;
     };
     std::vector<Target> targets;
+    /// Reopen the camera when it stops delivering frames: `--reconnect`, or the workspace block's
+    /// "reconnect" setting (the desktop panel's "Reconnect" check box).
+    bool reconnect = false;
 
     /// Builds the configuration. Returns nothing and sets *error ("workspace ...: ...",
     /// "geometry file ...: ...") when the workspace cannot be used or a geometry file cannot be

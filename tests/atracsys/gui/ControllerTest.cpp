@@ -6,6 +6,7 @@
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 #include "atracsys/gui/AtracsysTrackingController.h"
 #include "atracsys/stream/AtracsysTrackingStream.h"
+#include "host/core/Properties.h"
 #include "host/lib/widgets/DisplayWidgetMulti.h"
 #include "host/lib/widgets/GlView.h"
 #include "host/lib/widgets/MainWindow.h"
@@ -298,6 +299,9 @@ TEST_F(TrackingControllerTest, FiducialModeImagesAndPropertiesReachTheStream) {
 
 TEST_F(TrackingControllerTest, FramePacingAndReconnectionReachTheStream) {
     TestSupport::LogCapture capture;
+    Properties workspace; // a workspace saved with "Reconnect" checked
+    workspace.setParam("reconnect", true);
+    stream->configure(&workspace);
     controller.init();
     auto* pacing = controller.findChild<QSpinBox*>("framePacingSpin");
     ASSERT_TRUE(pacing);
@@ -310,7 +314,7 @@ TEST_F(TrackingControllerTest, FramePacingAndReconnectionReachTheStream) {
     auto* waiting = qobject_cast<QLabel*>(grid()->itemAtPosition(5, 1)->widget());
     ASSERT_TRUE(reconnect && waiting);
     EXPECT_EQ(reconnect->text(), "Reconnect");
-    reconnect->setChecked(true);
+    EXPECT_TRUE(reconnect->isChecked()) << "shows the stream's setting";
     ASSERT_TRUE(stream->open());
     ASSERT_TRUE(GuiTest::processEventsUntil([&] { return startButton()->isEnabled(); }));
     startButton()->click();
@@ -321,6 +325,7 @@ TEST_F(TrackingControllerTest, FramePacingAndReconnectionReachTheStream) {
     ASSERT_TRUE(ftkSimInjectFault(stream->cameraInUse().serialNumber, R"({"kind": "disconnection"})"));
     ASSERT_TRUE(GuiTest::processEventsUntil([&] { return waiting->text() == "waiting for the camera"; }));
     reconnect->setChecked(false);
+    EXPECT_FALSE(stream->reconnect()) << "saved unchecked";
     EXPECT_EQ(controller.reconnector()->state(), StreamReconnector::State::Idle);
     EXPECT_EQ(waiting->text(), "");
 }

@@ -59,14 +59,22 @@ TEST(FramePacing, CameraPacedFetchesWaitForEachFrameInsteadOfSpinning) {
 TEST(FramePacing, PacingAndSerialAreConfiguredAndWrittenOnlyWhenNotDefault) {
     TestSupport::LogCapture capture;
     SpryTrack::AtracsysTrackingStream stream("stream");
+    Properties defaults;
+    stream.configuration(&defaults);
+    EXPECT_FALSE(defaults.hasParam("reconnect")) << "workspaces without the choice stay as they are";
     Properties settings;
     settings.setParam("framePacingMs", 0);
     settings.setParam("cameraSerialNumber", std::string("0x46544B3530300002"));
+    settings.setParam("reconnect", true);
     stream.configure(&settings);
     Properties written;
     stream.configuration(&written);
     EXPECT_EQ(written.param("framePacingMs", -1), 0);
     EXPECT_EQ(written.param("cameraSerialNumber", std::string()), "0x46544b3530300002");
+    EXPECT_TRUE(written.param("reconnect", false));
+    stream.setReconnect(false);
+    stream.configure(&written); // the saved workspace reopened
+    EXPECT_TRUE(stream.reconnect());
 
     // Broken input keeps the chosen camera and says why.
     settings.setParam("cameraSerialNumber", std::string("0x46544b35303000021")); // 17 digits
