@@ -222,6 +222,13 @@ void AtracsysTrackingStream::configuration(Properties* properties) const {
         block->addSubProperties(name)->setParam("Path", path);
 }
 
+std::vector<std::string> AtracsysTrackingStream::optionalParameterNames() const {
+    return {"imageIntegrationTime", "registrationErrorThreshold",
+            FramePacingKey,         ReconnectKey,
+            CameraSerialKey,        "recordFile",
+            "recordImages",         "recordReplace"};
+}
+
 // Lifecycle -----------------------------------------------------------------------------------
 
 void AtracsysTrackingStream::prepareImageSubstreams() {

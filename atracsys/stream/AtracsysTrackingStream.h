@@ -92,6 +92,7 @@ public:
     void configure(const Properties* properties) override;
     /// Writes the settings and one "TrackingTargets" entry per instrument; null is ignored.
     void configuration(Properties* properties) const override;
+    std::vector<std::string> optionalParameterNames() const override;
 
 protected:
     bool openImpl() override;

@@ -28,6 +28,10 @@ public:
     virtual void configuration(Properties* properties) const;
     /// Resets every registered parameter to its default.
     virtual void configureDefaults();
+    /// Keys configure() reads that configuration() writes only in some states (a setting left at
+    /// its default, a one-off request), so that a tree holding them is not taken for a mistake.
+    /// None by default.
+    virtual std::vector<std::string> optionalParameterNames() const { return {}; }
 
     /// The registered parameters in registration order.
     const std::vector<ParameterBase*>& parameters() const { return m_parameters; }

@@ -138,9 +138,10 @@ std::vector<std::string> Workspace::warnUnknownParameters(const Item& item) cons
     std::vector<std::string> known = configuration.paramNames();
     for (const Properties* block : static_cast<const Properties&>(configuration).subProperties())
         known.push_back(block->name());
-    // The flags of the host's stream-creating algorithms, read when they compute, and the choice
-    // to reconnect a stream, which streams write only when true (docs/acquisition.md).
-    const char* const flags[] = {"open", "autoOpen", "connect", "start", "autoStart", "reconnect"};
+    for (const std::string& key : item.algorithm->optionalParameterNames())
+        known.push_back(key);
+    // The flags of the host's stream-creating algorithms, read when they compute.
+    const char* const flags[] = {"open", "autoOpen", "connect", "start", "autoStart"};
     std::string knownText;
     for (const std::string& key : known)
         knownText += (knownText.empty() ? "" : ", ") + key;

@@ -71,6 +71,10 @@ public:
             *properties = *m_configuration;
     }
 
+    std::vector<std::string> optionalParameterNames() const override {
+        return m_stream ? m_stream->optionalParameterNames() : std::vector<std::string>();
+    }
+
     /// Creates a new stream and hands it to setStream(). The previous stream (unless taken) is
     /// deleted first, so that a stream class that allows one instance only can be recreated.
     void compute() override {

@@ -22,6 +22,8 @@ public:
     void compute() override {}
     Parameter<double> gain{"gain", 1.0, this};
     Parameter<bool> enabled{"enabled", true, this};
+    // Read, but written only when set.
+    std::vector<std::string> optionalParameterNames() const override { return {"limit"}; }
 };
 
 class Throwing : public Algorithm {
@@ -132,16 +134,17 @@ TEST_F(WorkspaceTest, UnreadableWorkspacesAndFailingAlgorithmsAreReportedWithThe
 TEST_F(WorkspaceTest, AParameterNoAlgorithmKnowsIsNamedWithTheKnownOnes) {
     TestSupport::LogCapture capture;
     const std::string file = write(
-        "typo.kws", workspace("<properties name=\"Test.Settings\"><param name=\"gian\" type=\"double\">2.5"
-                              "</param><param name=\"open\" type=\"bool\">true</param>"
-                              "<properties name=\"Extra\"/></properties>\n"));
+        "typo.kws",
+        workspace("<properties name=\"Test.Settings\"><param name=\"gian\" type=\"double\">2.5"
+                  "</param><param name=\"open\" type=\"bool\">true</param><param name=\"limit\">3</param>"
+                  "<properties name=\"Extra\"/></properties>\n"));
     Workspace loaded;
     EXPECT_EQ(loaded.load(file, m_registry).computed, 1u);
     for (const char* key : {"gian", "Extra"})
         EXPECT_TRUE(capture->contains(Log::Warning, "Workspace",
                                       "Workspace " + file +
                                           ": algorithm Test.Settings knows no parameter \"" + key +
-                                          "\" (its parameters: gain, enabled)"))
+                                          "\" (its parameters: gain, enabled, limit)"))
             << capture->dump();
     EXPECT_EQ(loaded.warnUnknownParameters(loaded.algorithms()[0]),
               (std::vector<std::string>{"gian", "Extra"}));
@@ -149,5 +152,5 @@ TEST_F(WorkspaceTest, AParameterNoAlgorithmKnowsIsNamedWithTheKnownOnes) {
         capture->contains(Log::Warning, "Workspace",
                           "Workspace " + file +
                               ": algorithm Test.Settings knows no parameter \"open\" (its parameters: "
-                              "gain, enabled)"));
+                              "gain, enabled, limit)"));
 }
