@@ -53,7 +53,7 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
     , m_model(description.model)
     , m_steppedClock(steppedClock)
     , m_options(OptionCatalog::deviceOptions(description.model))
-    , m_clock(description.model.rateHz)
+    , m_clock(description.model.rateHz, std::chrono::steady_clock::now(), steppedClock.load())
     , m_producer(description.model, std::move(scene), description.serial, epochNowUS()) {
     for (const OptionDefinition& extra : description.extraOptions) {
         m_options.add(extra);

@@ -4,9 +4,10 @@
 
 namespace Kestrion::Simulator {
 
-DeviceClock::DeviceClock(double rateHz, TimePoint start)
+DeviceClock::DeviceClock(double rateHz, TimePoint start, bool stepped)
     : m_rate(rateHz)
-    , m_start(start) {}
+    , m_start(start)
+    , m_stepped(stepped) {}
 
 void DeviceClock::follow(bool stepped, TimePoint now) {
     if (stepped == m_stepped) {

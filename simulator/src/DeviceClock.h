@@ -12,7 +12,10 @@ class DeviceClock {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    explicit DeviceClock(double rateHz, TimePoint start = std::chrono::steady_clock::now());
+    /// A clock made while the simulator is stepped starts stepped at frame 0, however long the
+    /// rest of its device takes to build.
+    explicit DeviceClock(double rateHz, TimePoint start = std::chrono::steady_clock::now(),
+                         bool stepped = false);
 
     /// The newest frame index at `now` (free running) or the last stepped index.
     std::uint64_t currentIndex(bool stepped, TimePoint now);

@@ -29,11 +29,11 @@ Points trueFiducials() {
 class SimulatedScene {
 public:
     SimulatedScene() {
+        ftkSimSetSteppedClock(true); // before the devices exist: they start at frame 0
         char error[512] = {};
         if (!ftkSimLoadSceneFile((kDataDir + "/manufacturing-error.json").c_str()) &&
             ftkSimGetLastError(error, sizeof error) > 0)
             ADD_FAILURE() << "scene refused: " << error;
-        ftkSimSetSteppedClock(true);
     }
     ~SimulatedScene() {
         ftkSimSetSteppedClock(false);

@@ -19,13 +19,14 @@ void HeldResources::expectBaseline(const char* step) const {
 }
 
 SceneGuard::SceneGuard(const std::string& sceneFile) {
+    // Stepped before the devices exist, so that they start at frame 0 however long loading takes.
+    ftkSimSetSteppedClock(true);
     const std::string path = sceneFile.rfind('/', 0) == 0 ? sceneFile : dataFile(sceneFile);
     if (!ftkSimLoadSceneFile(path.c_str())) {
         char error[1024] = {};
         ftkSimGetLastError(error, sizeof(error));
         ADD_FAILURE() << "cannot load scene " << sceneFile << ": " << error;
     }
-    ftkSimSetSteppedClock(true);
 }
 
 SceneGuard::~SceneGuard() {
