@@ -359,7 +359,8 @@ void Stream::workerLoop() {
             request(Operation::Stop, true);
         }
         std::unique_lock<std::mutex> lock(m_workerMutex);
-        if (next)
+        // A round due already (a stream paced by its device) goes on without a wait.
+        if (next && *next > Clock::now())
             m_workerWake.wait_until(lock, *next, [&] { return m_workerExit; });
         if (m_workerExit)
             break;
