@@ -132,6 +132,25 @@ bool inflateImage(const std::uint8_t* packed, std::size_t packedSize, std::vecto
            size == image.size();
 }
 
+/// A geometry: `u32` id, `u8` version, `u32` point count, per point 3 x `f32` (mm), its file.
+void putGeometry(Out& o, const Geometry& g) {
+    o.put(g.id);
+    o.put(g.version);
+    o.put(static_cast<std::uint32_t>(g.pointsMM.size()));
+    for (const auto& p : g.pointsMM)
+        putArray(o, p);
+    o.text(g.path);
+}
+
+void getGeometry(In& in, Geometry& g) {
+    g.id = in.get<std::uint32_t>();
+    g.version = in.get<std::uint8_t>();
+    g.pointsMM.resize(in.count(12));
+    for (auto& p : g.pointsMM)
+        getArray(in, p);
+    g.path = in.text();
+}
+
 } // namespace
 
 RecordCodec::RecordCodec() = default;
@@ -185,14 +204,8 @@ void RecordCodec::encodeSession(const SessionHeader& h, std::vector<std::uint8_t
         o.text(v.data);
     }
     o.put(static_cast<std::uint32_t>(h.geometries.size()));
-    for (const Geometry& g : h.geometries) {
-        o.put(g.id);
-        o.put(g.version);
-        o.put(static_cast<std::uint32_t>(g.pointsMM.size()));
-        for (const auto& p : g.pointsMM)
-            putArray(o, p);
-        o.text(g.path);
-    }
+    for (const Geometry& g : h.geometries)
+        putGeometry(o, g);
 }
 
 bool RecordCodec::decodeSession(const std::uint8_t* data, std::size_t size, SessionHeader& h,
@@ -219,16 +232,27 @@ bool RecordCodec::decodeSession(const std::uint8_t* data, std::size_t size, Sess
         v.data = in.text();
     }
     h.geometries.resize(in.count(4 + 1 + 4 + 4));
-    for (Geometry& g : h.geometries) {
-        g.id = in.get<std::uint32_t>();
-        g.version = in.get<std::uint8_t>();
-        g.pointsMM.resize(in.count(12));
-        for (auto& p : g.pointsMM)
-            getArray(in, p);
-        g.path = in.text();
-    }
+    for (Geometry& g : h.geometries)
+        getGeometry(in, g);
     if (!in.ok() || !in.atEnd()) {
         problem = in.ok() ? "the session header has bytes left over" : "the session header is cut short";
+        return false;
+    }
+    return true;
+}
+
+void RecordCodec::encodeGeometry(const Geometry& geometry, std::vector<std::uint8_t>& payload) {
+    payload.clear();
+    Out o(payload);
+    putGeometry(o, geometry);
+}
+
+bool RecordCodec::decodeGeometry(const std::uint8_t* data, std::size_t size, Geometry& geometry,
+                                 std::string& problem) {
+    In in(data, size);
+    getGeometry(in, geometry);
+    if (!in.ok() || !in.atEnd()) {
+        problem = in.ok() ? "the geometry record has bytes left over" : "the geometry record is cut short";
         return false;
     }
     return true;

@@ -19,7 +19,7 @@ class RecordCodec {
 public:
     static constexpr std::uint8_t Magic[8] = {0x89, 'K', 'R', 'E', 'C', '\r', '\n', 0x1a};
     /// The format this program writes, and the oldest reader able to read it.
-    static constexpr std::uint16_t Version = 1;
+    static constexpr std::uint16_t Version = 2;
     static constexpr std::uint16_t MinimumReaderVersion = 1;
     static constexpr std::size_t PreambleSize = 16;
     /// Length field, type byte / checksum around a record's payload.
@@ -28,7 +28,7 @@ public:
     /// Larger payloads are refused as damaged (two 16-megapixel images fit).
     static constexpr std::uint32_t MaxPayload = 64u << 20;
 
-    enum RecordType : std::uint8_t { SessionRecord = 1, FrameRecord = 2, EndRecord = 3 };
+    enum RecordType : std::uint8_t { SessionRecord = 1, FrameRecord = 2, EndRecord = 3, GeometryRecord = 4 };
 
     RecordCodec();
     ~RecordCodec();
@@ -50,6 +50,10 @@ public:
     /// decompressed (their bytes are covered by the record's checksum): `frame` gets none.
     bool decodeFrame(const std::uint8_t* data, std::size_t size, Frame& frame, std::string& problem,
                      bool images = true);
+    /// A geometry registered while recording (version 2; older readers skip it).
+    static void encodeGeometry(const Geometry& geometry, std::vector<std::uint8_t>& payload);
+    static bool decodeGeometry(const std::uint8_t* data, std::size_t size, Geometry& geometry,
+                               std::string& problem);
     static void encodeEnd(std::uint64_t frames, std::uint64_t dropped, std::vector<std::uint8_t>& payload);
     static bool decodeEnd(const std::uint8_t* data, std::size_t size, std::uint64_t& frames,
                           std::uint64_t& dropped);

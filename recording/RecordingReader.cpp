@@ -111,9 +111,18 @@ RecordingReader::Next RecordingReader::next(Frame& frame, bool images) {
             m_ended = true;
             return Next::End;
         }
+        std::string problem;
+        if (type == RecordCodec::GeometryRecord) {
+            AddedGeometry added{m_frames, {}};
+            if (!RecordCodec::decodeGeometry(m_record.data(), m_record.size(), added.geometry, problem)) {
+                fail(where + ": " + problem);
+                return Next::Failed;
+            }
+            m_geometriesAdded.push_back(std::move(added));
+            continue;
+        }
         if (type != RecordCodec::FrameRecord)
             continue; // a kind of record added by a later version: not needed to replay
-        std::string problem;
         if (!m_codec.decodeFrame(m_record.data(), m_record.size(), frame, problem, images)) {
             fail(where + ": " + problem);
             return Next::Failed;

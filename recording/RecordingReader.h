@@ -48,6 +48,8 @@ public:
     bool readFrameAt(std::uint64_t offset, std::uint64_t number, Frame& frame);
 
     std::uint64_t framesRead() const { return m_frames; }
+    /// The geometries registered while the recording ran, read so far by next() (in order).
+    const std::vector<AddedGeometry>& geometriesAdded() const { return m_geometriesAdded; }
     /// The file ends without its end record: the recording was cut short.
     bool cutShort() const { return m_cutShort; }
     /// Frames the recorder dropped, from the end record (0 when cut short).
@@ -68,6 +70,7 @@ private:
     std::vector<std::uint8_t> m_record; ///< Payload of the record read last.
     std::uint64_t m_position = 0;
     std::uint64_t m_frames = 0;
+    std::vector<AddedGeometry> m_geometriesAdded;
     std::uint64_t m_dropped = 0;
     bool m_cutShort = false;
     bool m_ended = false;

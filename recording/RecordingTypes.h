@@ -113,6 +113,13 @@ struct Geometry {
     std::string path; ///< The file it came from.
 };
 
+/// A geometry registered on the camera while the recording ran, before frame `beforeFrame`
+/// (the number of frames recorded until then).
+struct AddedGeometry {
+    std::uint64_t beforeFrame = 0;
+    Geometry geometry;
+};
+
 /// What described the camera when the recording began.
 struct SessionHeader {
     std::int32_t deviceType = 0; ///< The camera library's device type value.

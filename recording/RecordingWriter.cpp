@@ -58,6 +58,13 @@ bool RecordingWriter::write(const Frame& frame) {
     return true;
 }
 
+bool RecordingWriter::writeGeometry(const Geometry& geometry) {
+    if (!m_file || !m_error.empty())
+        return false;
+    RecordCodec::encodeGeometry(geometry, m_payload);
+    return put(RecordCodec::GeometryRecord);
+}
+
 bool RecordingWriter::flush() {
     if (!m_file || !m_error.empty())
         return false;

@@ -31,6 +31,9 @@ public:
     bool open(const std::string& file, const SessionHeader& header, bool replace = false);
     /// Appends one frame (images compressed when the header says so); false once a write failed.
     bool write(const Frame& frame);
+    /// Appends a geometry registered on the camera since the header (before the next frame
+    /// written); false once a write failed.
+    bool writeGeometry(const Geometry& geometry);
     /// Hands what was written to the system, so that a killed process loses nothing written.
     bool flush();
     /// Writes the end record, syncs, closes and renames "<file>.part" to the file.

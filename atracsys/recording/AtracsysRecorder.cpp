@@ -98,8 +98,23 @@ void AtracsysRecorder::record(const ftkFrameQuery& frame) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_queue.push_back(buffer);
         m_queuedBytes += buffer->byteSize();
+        ++m_framesPushed;
     }
     m_queued.fetch_add(1);
+    m_wake.notify_one();
+}
+
+void AtracsysRecorder::recordGeometry(const std::string& path, const ftkGeometry& geometry) {
+    if (!m_active.load())
+        return;
+    Recording::AddedGeometry added{0, AtracsysRecordingCopy::geometry(path, geometry)};
+    {
+        std::lock_guard<std::mutex> lock(m_mutex); // its place among the frames queued
+        if (m_finishing)
+            return;
+        added.beforeFrame = m_framesPushed;
+        m_geometries.push_back(std::move(added));
+    }
     m_wake.notify_one();
 }
 
@@ -136,17 +151,34 @@ void AtracsysRecorder::writerLoop() {
     bool failed = false;
     std::uint64_t reported = 0;
     auto lastNote = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+    std::vector<Recording::AddedGeometry> geometries;
     for (;;) {
         Recording::Frame* frame = nullptr;
         std::size_t bytes = 0;
+        geometries.clear();
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_wake.wait(lock, [this] { return !m_queue.empty() || m_finishing; });
-            if (m_queue.empty())
+            m_wake.wait(lock, [this] { return !m_queue.empty() || !m_geometries.empty() || m_finishing; });
+            // The geometries registered before the next frame was queued go first.
+            while (!m_geometries.empty() && m_geometries.front().beforeFrame <= m_framesTaken) {
+                geometries.push_back(std::move(m_geometries.front()));
+                m_geometries.pop_front();
+            }
+            if (m_queue.empty() && geometries.empty())
                 break; // finishing, and everything queued is written
-            frame = m_queue.front();
-            bytes = frame->byteSize();
+            if (!m_queue.empty()) {
+                frame = m_queue.front();
+                bytes = frame->byteSize();
+            }
         }
+        for (const Recording::AddedGeometry& added : geometries)
+            if (!failed && !output.writeGeometry(added.geometry)) {
+                KESTRION_LOG_ERROR(Category, output.error() << "; recording stopped, " << output.partialFile()
+                                                            << " holds the frames written so far");
+                failed = true;
+            }
+        if (!frame)
+            continue;
         if (!failed && !output.write(*frame)) {
             KESTRION_LOG_ERROR(Category, output.error() << "; recording stopped, " << output.partialFile()
                                                         << " holds the frames written so far");
@@ -157,6 +189,7 @@ void AtracsysRecorder::writerLoop() {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_queue.pop_front();
             m_queuedBytes -= bytes;
+            ++m_framesTaken;
             m_free.push_back(frame);
             idle = m_queue.empty();
         }

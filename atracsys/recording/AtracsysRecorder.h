@@ -53,6 +53,9 @@ public:
     /// Worker thread: copies the fetched frame and queues it for the writer, or drops it when the
     /// queue is full. Does nothing while no recording runs.
     void record(const ftkFrameQuery& frame);
+    /// A geometry registered on the camera while recording (any thread): written after the frames
+    /// queued so far. Does nothing while no recording runs.
+    void recordGeometry(const std::string& path, const ftkGeometry& geometry);
     /// Ends the recording after the frames queued so far, without waiting for the writer.
     void finish();
     /// Waits until the writer has finished the file (after finish()).
@@ -78,6 +81,10 @@ private:
     std::vector<Recording::Frame*> m_free; // (mutex) buffers for the worker
     std::vector<std::unique_ptr<Recording::Frame>> m_buffers; // (mutex) every buffer made
     std::size_t m_queuedBytes = 0;                            // (mutex)
+    std::uint64_t m_framesPushed = 0;                         // (mutex) frames ever queued
+    std::uint64_t m_framesTaken = 0;                          // (mutex) frames the writer took from the queue
+    /// (mutex) geometries for the writer, each before the frame numbered beforeFrame in the queue's order.
+    std::deque<Recording::AddedGeometry> m_geometries;
     std::atomic<bool> m_active{false};
     std::atomic<std::uint64_t> m_queued{0};
     std::atomic<std::uint64_t> m_dropped{0};

@@ -177,17 +177,20 @@ Recording::SessionHeader AtracsysRecordingCopy::sessionHeader(
                                       }),
                        list.options.end());
     header.options = std::move(list.options);
-    for (const auto& [path, g] : geometries) {
-        Recording::Geometry geometry;
-        geometry.id = g.geometryId;
-        geometry.version = static_cast<std::uint8_t>(g.version);
-        const std::uint32_t count = std::min<std::uint32_t>(g.pointsCount, FTK_MAX_FIDUCIALS);
-        for (std::uint32_t i = 0; i < count; ++i)
-            geometry.pointsMM.push_back({g.positions[i].x, g.positions[i].y, g.positions[i].z});
-        geometry.path = path;
-        header.geometries.push_back(std::move(geometry));
-    }
+    for (const auto& [path, g] : geometries)
+        header.geometries.push_back(geometry(path, g));
     return header;
+}
+
+Recording::Geometry AtracsysRecordingCopy::geometry(const std::string& path, const ftkGeometry& g) {
+    Recording::Geometry geometry;
+    geometry.id = g.geometryId;
+    geometry.version = static_cast<std::uint8_t>(g.version);
+    const std::uint32_t count = std::min<std::uint32_t>(g.pointsCount, FTK_MAX_FIDUCIALS);
+    for (std::uint32_t i = 0; i < count; ++i)
+        geometry.pointsMM.push_back({g.positions[i].x, g.positions[i].y, g.positions[i].z});
+    geometry.path = path;
+    return geometry;
 }
 
 } // namespace Kestrion::SpryTrack

@@ -20,6 +20,9 @@ public:
     static void copyFrame(const ftkFrameQuery& frame, bool images, std::uint64_t hostTimeUS,
                           Recording::Frame& out);
 
+    /// A geometry registered on the camera, with the file it came from.
+    static Recording::Geometry geometry(const std::string& path, const ftkGeometry& geometry);
+
     /// What describes the camera: type, serial number, display name, every option with the value
     /// it has now (read through the library; the caller holds the device's lock), and the
     /// geometries (file path, record) registered on it.

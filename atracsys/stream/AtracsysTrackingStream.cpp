@@ -402,6 +402,8 @@ bool AtracsysTrackingStream::addGeometry(const std::string& name, const std::str
             if (!onDevice)
                 KESTRION_LOG_ERROR(Category,
                                    "Cannot set geometry loaded from " << path << " to tracking system");
+            else
+                m_recorder->recordGeometry(path, *geometry); // while a recording runs
         }
         auto special = std::make_unique<AtracsysGeometry>(path, *geometry, onDevice);
         special->setTip(file->tip);

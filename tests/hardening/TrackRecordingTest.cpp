@@ -142,8 +142,8 @@ TEST(TrackRecording, FilesThatCannotBeReplayedAreRefusedByName) {
     const Row rows[] = {
         {"foreign", "frame,device_counter\n", "not a recording (no recording signature at its start)"},
         {"newer", newer,
-         "written in format version 1, which needs a reader of version 5 or newer; this program reads up to "
-         "version 1"},
+         "written in format version 2, which needs a reader of version 5 or newer; this program reads up to "
+         "version 2"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
 #include <sys/resource.h>
 
@@ -148,7 +149,7 @@ TEST_F(RecordingFile, EveryRecordReadsBackAsWritten) {
         EXPECT_FALSE(std::filesystem::exists(file + ".part"));
         RecordingReader reader;
         ASSERT_TRUE(reader.open(file)) << reader.error();
-        EXPECT_EQ(reader.version(), 1);
+        EXPECT_EQ(reader.version(), 2);
         EXPECT_EQ(bytes(reader.header()), bytes(header(images)));
         EXPECT_EQ(reader.header().options[2].data, std::string("a\0b", 3));
         Frame f;
@@ -235,9 +236,9 @@ TEST_F(RecordingFile, DamagedForeignAndNewerFilesAreRefusedByName) {
          "not a recording (no recording signature at its start)"},
         {"newer format",
          8,
-         {'\x03', '\x00', '\x02', '\x00'},
-         "written in format version 3, which needs a reader of version 2 or newer; this program reads up to "
-         "version 1"},
+         {'\x04', '\x00', '\x03', '\x00'},
+         "written in format version 4, which needs a reader of version 3 or newer; this program reads up to "
+         "version 2"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -271,6 +272,30 @@ TEST_F(RecordingFile, UnknownRecordKindsAreSkipped) {
     std::string error;
     EXPECT_EQ(readAll(part, error), 2);
     EXPECT_EQ(error, "");
+}
+
+// A geometry registered while recording is read back with the number of frames before it.
+TEST_F(RecordingFile, GeometriesAddedWhileRecordingKeepTheirPlace) {
+    const std::string file = path("g.krec");
+    const Geometry added{1001, 2, {{1.f, 2.f, 3.f}, {4.f, 5.f, 6.f}}, "/m/geometry1001.ini"};
+    RecordingWriter writer;
+    ASSERT_TRUE(writer.open(file, header(false)));
+    ASSERT_TRUE(writer.write(frame(0, false)));
+    ASSERT_TRUE(writer.writeGeometry(added));
+    ASSERT_TRUE(writer.write(frame(1, false)));
+    ASSERT_TRUE(writer.finish(0)) << writer.error();
+    std::string error;
+    EXPECT_EQ(readAll(file, error), 2) << error;
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(file));
+    Frame f;
+    while (reader.next(f) == RecordingReader::Next::Frame) {
+    }
+    ASSERT_EQ(reader.geometriesAdded().size(), 1u);
+    EXPECT_EQ(reader.geometriesAdded()[0].beforeFrame, 1u);
+    const Geometry& read = reader.geometriesAdded()[0].geometry;
+    EXPECT_EQ(std::make_tuple(read.id, read.version, read.pointsMM, read.path),
+              std::make_tuple(added.id, added.version, added.pointsMM, added.path));
 }
 
 // A full disk (here a file size limit) ends the recording with the file, the frames written and the

@@ -49,9 +49,13 @@ TEST(Recorder, RecordsEveryFetchedFrameWithTheCamerasDescription) {
         Recorder data(stream);
         ASSERT_TRUE(stream.start());
         ASSERT_TRUE(data.waitForData(30));
-        stream.close();
         for (std::size_t i = 0; i < data.dataCount(); ++i)
             emitted.push_back(data.dataAt(i));
+        // A geometry registered while recording goes into the file at its place among the frames.
+        ASSERT_TRUE(stream.removeGeometry("atracsys-1001"));
+        ASSERT_TRUE(stream.addGeometry("again", dataFile("geometry1001.ini")));
+        ASSERT_TRUE(data.waitForData(emitted.size() + 5));
+        stream.close();
     } // the stream goes: the recorder finishes its file
 
     Recording::RecordingReader reader;
@@ -97,7 +101,12 @@ TEST(Recorder, RecordsEveryFetchedFrameWithTheCamerasDescription) {
         ++frames;
     }
     EXPECT_FALSE(reader.cutShort()) << reader.error();
-    EXPECT_GE(frames, emitted.size());
+    EXPECT_GE(frames, emitted.size() + 5);
+    ASSERT_EQ(reader.geometriesAdded().size(), 1u);
+    EXPECT_EQ(reader.geometriesAdded()[0].geometry.id, 1001u);
+    EXPECT_EQ(reader.geometriesAdded()[0].geometry.path, dataFile("geometry1001.ini"));
+    EXPECT_GE(reader.geometriesAdded()[0].beforeFrame, emitted.size());
+    EXPECT_LE(reader.geometriesAdded()[0].beforeFrame, frames - 5);
     EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording frames to " + file));
     EXPECT_TRUE(logged(log.sink(), Log::Info, "Recorded " + std::to_string(frames) + " frames to " + file));
     std::filesystem::remove(file);
