@@ -3,6 +3,7 @@
 #include "host/apps/kestrion/CheckGeometryCommand.h"
 #include "host/apps/kestrion/PivotCommand.h"
 #include "host/apps/kestrion/PluginsCommand.h"
+#include "host/apps/kestrion/RecordingCommand.h"
 #include "host/apps/kestrion/RunCommand.h"
 #include "host/apps/kestrion/TrackCommand.h"
 
@@ -16,5 +17,6 @@ int main(int argc, char** argv) {
     application.addCommand(std::make_unique<Kestrion::Cli::TrackCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::PivotCommand>());
     application.addCommand(std::make_unique<Kestrion::Cli::CheckGeometryCommand>());
+    application.addCommand(std::make_unique<Kestrion::Cli::RecordingCommand>());
     return application.run(std::vector<std::string>(argv + 1, argv + argc), std::cout, std::cerr);
 }
