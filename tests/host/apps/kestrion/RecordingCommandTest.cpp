@@ -10,26 +10,19 @@
 
 #include <fstream>
 #include <sstream>
+#include <tuple>
 
 using namespace Kestrion;
 using namespace Kestrion::Cli;
 
 namespace {
 
-struct Result {
-    int status = 0;
-    std::string out;
-    std::string err;
-};
-
-Result describe(const std::vector<std::string>& arguments) {
+/// The exit status, and what went to the output and the error stream.
+std::tuple<int, std::string, std::string> describe(const std::vector<std::string>& arguments) {
     std::ostringstream out, err;
     CommandContext context(out, err, {});
-    Result r;
-    r.status = RecordingCommand().run(context, arguments);
-    r.out = out.str();
-    r.err = err.str();
-    return r;
+    const int status = RecordingCommand().run(context, arguments);
+    return {status, out.str(), err.str()};
 }
 
 } // namespace
@@ -59,28 +52,29 @@ TEST(RecordingCommand, DescribesTheCameraFramesGeometriesAndOptions) {
     }
     ASSERT_TRUE(writer.finish(4)) << writer.error();
 
-    const Result r = describe({file});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "Recording: " + file +
-                         " (format version 2)\n"
-                         "Camera: fTk 500, serial 0x46544b3530300001\n"
-                         "Began: 2026-11-25 07:00:00 UTC\n"
-                         "Images: not recorded\n"
-                         "Frames: 3, counters 40 to 42, 3.0 s of device time; 4 dropped by the recorder\n"
-                         "Geometries at the start: 1\n"
-                         "  1000    4 fiducials  /m/geometry1000.ini\n"
-                         "Geometries registered during the recording: 1\n"
-                         "  1001    3 fiducials  /m/tool.ini  (before frame 2)\n"
-                         "Options: 2\n"
-                         "  2003 Distance matching tolerance = 1.5\n"
-                         "  60 Counter of lost frames = (not readable)\n");
+    EXPECT_EQ(
+        describe({file}),
+        std::make_tuple(0,
+                        "Recording: " + file +
+                            " (format version 2)\n"
+                            "Camera: fTk 500, serial 0x46544b3530300001\n"
+                            "Began: 2026-11-25 07:00:00 UTC\n"
+                            "Images: not recorded\n"
+                            "Frames: 3, counters 40 to 42, 3.0 s of device time; 4 dropped by the recorder\n"
+                            "Geometries at the start: 1\n"
+                            "  1000    4 fiducials  /m/geometry1000.ini\n"
+                            "Geometries registered during the recording: 1\n"
+                            "  1001    3 fiducials  /m/tool.ini  (before frame 2)\n"
+                            "Options: 2\n"
+                            "  2003 Distance matching tolerance = 1.5\n"
+                            "  60 Counter of lost frames = (not readable)\n",
+                        std::string()));
 
-    std::ofstream(dir.path().toStdString() + "/foreign.krec") << "PK\x03\x04 not a recording";
-    const Result foreign = describe({dir.path().toStdString() + "/foreign.krec"});
-    EXPECT_EQ(foreign.status, 1);
-    EXPECT_EQ(foreign.err, "kestrion recording: recording " + dir.path().toStdString() +
-                               "/foreign.krec: not a recording (no recording signature at its start)\n");
-    EXPECT_EQ(describe({}).status, 2);
-    EXPECT_EQ(describe({file, "--images"}).err,
-              "kestrion recording: unexpected argument '--images' (see kestrion recording --help)\n");
+    const std::string foreign = dir.path().toStdString() + "/foreign.krec";
+    std::ofstream(foreign) << "PK\x03\x04 not a recording";
+    EXPECT_EQ(describe({foreign}),
+              std::make_tuple(1, std::string(),
+                              "kestrion recording: recording " + foreign +
+                                  ": not a recording (no recording signature at its start)\n"));
+    EXPECT_EQ(std::get<0>(describe({})), 2);
 }
