@@ -1,5 +1,6 @@
 #pragma once
 
+#include "recording/PartFile.h"
 #include "recording/RecordCodec.h"
 #include "recording/RecordingTypes.h"
 
@@ -19,9 +20,8 @@ namespace Kestrion::Recording {
 /// and the disk writes, so it never runs on a thread that must not wait.
 class RecordingWriter {
 public:
+    /// An unfinished ".part" file is closed as it is.
     RecordingWriter() = default;
-    /// Closes an unfinished ".part" file as it is.
-    ~RecordingWriter();
     RecordingWriter(const RecordingWriter&) = delete;
     RecordingWriter& operator=(const RecordingWriter&) = delete;
 
@@ -39,27 +39,22 @@ public:
     /// Writes the end record, syncs, closes and renames "<file>.part" to the file.
     bool finish(std::uint64_t dropped);
 
-    bool isOpen() const { return m_file != nullptr; }
-    const std::string& error() const { return m_error; }
-    const std::string& partialFile() const { return m_partialFile; }
+    bool isOpen() const { return m_file.isOpen(); }
+    const std::string& error() const { return m_file.error(); }
+    const std::string& partialFile() const { return m_file.partialFile(); }
     std::uint64_t framesWritten() const { return m_frames; }
     std::uint64_t bytesWritten() const { return m_bytes; }
 
 private:
     bool put(RecordCodec::RecordType type);
-    bool fail(const std::string& what, int errorNumber);
 
     RecordCodec m_codec;
-    std::FILE* m_file = nullptr;
-    std::string m_target;
-    std::string m_partialFile;
-    std::string m_error;
+    PartFile m_file{"recording"};
     bool m_images = false;
     std::uint64_t m_frames = 0;
     std::uint64_t m_bytes = 0;
     std::vector<std::uint8_t> m_payload; ///< Reused for every record.
     std::vector<std::uint8_t> m_record;
-    std::vector<char> m_buffer;
 };
 
 } // namespace Kestrion::Recording

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/apps/kestrion/PartFile.h"
+#include "recording/PartFile.h"
 
 #include <cstdint>
 #include <string>
@@ -55,7 +55,7 @@ public:
     const std::string& partialFile() const { return m_file.partialFile(); }
 
 private:
-    PartFile m_file{"CSV file"};
+    Recording::PartFile m_file{"CSV file"};
     std::uint64_t m_rows = 0;
     bool m_tipColumns = false;
     std::vector<char> m_line; // reused for every row

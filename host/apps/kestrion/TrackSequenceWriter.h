@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/apps/kestrion/PartFile.h"
+#include "recording/PartFile.h"
 
 #include <cstdint>
 #include <string>
@@ -56,7 +56,7 @@ public:
     const std::string& partialFile() const { return m_file.partialFile(); }
 
 private:
-    PartFile m_file{"sequence file"};
+    Recording::PartFile m_file{"sequence file"};
     long m_countAt = 0; ///< Where the frame count stands in the header.
     std::uint64_t m_frames = 0;
     bool m_hasOrigin = false;

@@ -1,10 +1,10 @@
-#include "host/apps/kestrion/PartFile.h"
+#include "recording/PartFile.h"
 
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
-namespace Kestrion::Cli {
+namespace Kestrion::Recording {
 
 PartFile::~PartFile() {
     if (m_file)
@@ -17,9 +17,11 @@ bool PartFile::fail(const std::string& what, int errorNumber) {
     return false;
 }
 
-bool PartFile::open(const std::string& file) {
+bool PartFile::open(const std::string& file, bool replace) {
     m_target = file;
     m_partialFile = file + ".part";
+    if (!replace && ::access(file.c_str(), F_OK) == 0)
+        return fail("cannot record over an existing file", EEXIST);
     // Exclusive creation: a file of that name that exists is someone else's, never overwritten.
     m_file = std::fopen(m_partialFile.c_str(), "wx");
     if (!m_file)
@@ -54,4 +56,4 @@ bool PartFile::complete() {
     return ok;
 }
 
-} // namespace Kestrion::Cli
+} // namespace Kestrion::Recording

@@ -4,14 +4,15 @@
 #include <string>
 #include <vector>
 
-namespace Kestrion::Cli {
+namespace Kestrion::Recording {
 
 /// An output file written under "<file>.part" and given its name only when complete, so that the
-/// file name only ever holds a whole recording. The first failure is kept as the error, naming
-/// the file's kind and path and the reason; the ".part" file then stays with what was written.
+/// file name only ever holds a whole recording (a session recording, a CSV or sequence file). The first
+/// failure is kept as the error, naming the file's kind and path and the reason; the ".part" file then stays
+/// with what was written.
 class PartFile {
 public:
-    /// `kind` names the file in errors ("CSV file", "sequence file").
+    /// `kind` names the file in errors ("recording", "CSV file", "sequence file").
     explicit PartFile(std::string kind)
         : m_kind(std::move(kind)) {}
     /// An open file that was not completed keeps its ".part" file as it is.
@@ -20,8 +21,9 @@ public:
     PartFile& operator=(const PartFile&) = delete;
 
     /// Creates "<file>.part" with a large write buffer. False (see error()) on failure, also when
-    /// "<file>.part" exists already: it is not ours to replace.
-    bool open(const std::string& file);
+    /// "<file>.part" exists already: it is not ours to replace; and, unless `replace`, when the
+    /// file exists (complete() would replace it).
+    bool open(const std::string& file, bool replace = true);
     /// Flushes, syncs and closes the file and gives it its name. False (see error()) on failure
     /// or after an earlier failure; then "<file>.part" is kept.
     bool complete();
@@ -45,4 +47,4 @@ private:
     std::vector<char> m_buffer;
 };
 
-} // namespace Kestrion::Cli
+} // namespace Kestrion::Recording
