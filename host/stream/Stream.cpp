@@ -135,6 +135,7 @@ const char* Stream::operationName(Operation operation) {
 }
 
 void Stream::emitStreamData(std::shared_ptr<const StreamData> data) {
+    m_health.noteData();
     signalStreamData.emitSignal(std::move(data));
 }
 
@@ -264,6 +265,7 @@ bool Stream::doStart() {
         return false;
     }
     // Running before the worker's first doWork, announced once the worker is there.
+    m_health.noteStarted();
     m_state.store(State::Running);
     startWorker();
     signalStateChanged.emitSignal(State::Running);
@@ -280,16 +282,19 @@ bool Stream::doStop() {
     }
     setState(State::Stopping);
     stopWorker();
+    m_health.noteStopped();
     bool ok = false;
     try {
         ok = stopImpl();
     } catch (...) {
+        m_health.noteStarted();
         m_state.store(State::Running);
         startWorker();
         signalStateChanged.emitSignal(State::Running);
         throw;
     }
     if (!ok) {
+        m_health.noteStarted();
         m_state.store(State::Running);
         startWorker();
         signalStateChanged.emitSignal(State::Running);

@@ -2,6 +2,7 @@
 
 #include "host/core/Data.h"
 #include "host/core/Signal.h"
+#include "host/stream/state/StreamHealth.h"
 
 #include <atomic>
 #include <chrono>
@@ -104,6 +105,11 @@ public:
     /// The stream's data, emitted on the thread that produces it (the worker in mode 0).
     Signal<std::shared_ptr<const StreamData>> signalStreamData;
 
+    /// Whether the stream delivers: noted by the base class at each start, stop and data item, and
+    /// by the producer for failures and the end of its data; read from any thread.
+    StreamHealth& health() { return m_health; }
+    const StreamHealth& health() const { return m_health; }
+
 protected:
     virtual bool openImpl() { return true; }
     virtual bool startImpl() { return true; }
@@ -143,6 +149,7 @@ private:
     // Written only by the control thread (and the destructor once that thread has ended); atomic so
     // that any thread can read it without a lock.
     std::atomic<State> m_state{State::Closed};
+    StreamHealth m_health;
 
     // Guards the request queue, the control thread's handle and its exit flag: requests arrive from
     // any thread. Never held while an impl or a receiver runs.

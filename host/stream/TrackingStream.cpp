@@ -2,6 +2,8 @@
 
 #include "host/core/Time.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
+#include "host/stream/state/ReferencePoseData.h"
 
 #include <algorithm>
 
@@ -27,6 +29,43 @@ std::shared_ptr<TrackingStreamData> TrackingStream::createTrackingStreamData() c
         deviceTimestamp = std::max(deviceTimestamp, instrument.timestamp);
     return std::make_shared<TrackingStreamData>(this, std::move(current), Time::utcMilliseconds(),
                                                 deviceTimestamp);
+}
+
+void TrackingStream::setInstrumentNames(const InstrumentNames& names) {
+    auto copy = std::make_shared<const InstrumentNames>(names);
+    std::lock_guard<std::mutex> lock(m_frameSettingsMutex);
+    m_names = std::move(copy);
+}
+
+std::shared_ptr<const InstrumentNames> TrackingStream::instrumentNames() const {
+    std::lock_guard<std::mutex> lock(m_frameSettingsMutex);
+    return m_names;
+}
+
+void TrackingStream::setReferenceInstrument(const std::string& instrumentId) {
+    std::lock_guard<std::mutex> lock(m_frameSettingsMutex);
+    m_referenceId = instrumentId;
+}
+
+std::string TrackingStream::referenceInstrument() const {
+    std::lock_guard<std::mutex> lock(m_frameSettingsMutex);
+    return m_referenceId;
+}
+
+void TrackingStream::completeFrame(TrackingStreamData& frame) const {
+    std::shared_ptr<const InstrumentNames> names;
+    std::string referenceId;
+    {
+        std::lock_guard<std::mutex> lock(m_frameSettingsMutex);
+        names = m_names;
+        if (!m_referenceId.empty())
+            referenceId = m_referenceId;
+    }
+    if (names)
+        frame.addComponent(std::move(names));
+    if (!referenceId.empty())
+        frame.addComponent(
+            std::make_shared<const ReferencePoseData>(ReferencePoseData::compute(frame, referenceId)));
 }
 
 } // namespace Kestrion

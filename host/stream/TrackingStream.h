@@ -6,11 +6,23 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace Kestrion {
 
 class TrackingStreamData;
+class InstrumentNames;
+
+/// A geometry (instrument) the device refused, with the file it came from and why, for hosts that
+/// decide on it (an exit status) without reading the log.
+struct InstrumentRefusal {
+    std::string instrumentId;
+    std::string source;
+    std::string reason;
+};
 
 /// A stream of tracked instruments (a tracking camera). Its data items are TrackingStreamData,
 /// usually built with createTrackingStreamData() from the current instruments.
@@ -45,7 +57,28 @@ public:
     void releaseInstrumentStatus() { m_statusRequests.fetch_sub(1, std::memory_order_relaxed); }
     bool instrumentStatusRequested() const { return m_statusRequests.load(std::memory_order_relaxed) > 0; }
 
+    /// Instruments the device refused since the stream was opened (empty by default).
+    virtual std::vector<InstrumentRefusal> refusedInstruments() const { return {}; }
+
+    /// The user's instrument names; every frame made after a change carries the new names.
+    void setInstrumentNames(const InstrumentNames& names);
+    std::shared_ptr<const InstrumentNames> instrumentNames() const;
+    /// The instrument whose frame the other instruments are also given in (empty: none).
+    void setReferenceInstrument(const std::string& instrumentId);
+    std::string referenceInstrument() const;
+
+    /// The host's per-frame additions, called by the producer on a frame before it emits it and
+    /// after it attached its own components (status, tips): the names in force and, with a
+    /// reference chosen, the poses in the reference's frame (ReferencePoseData).
+    void completeFrame(TrackingStreamData& frame) const;
+
 private:
+    // Guards the names and the reference: set from any thread, read per frame on the worker. Held
+    // for a pointer copy only.
+    mutable std::mutex m_frameSettingsMutex;
+    std::shared_ptr<const InstrumentNames> m_names;
+    std::string m_referenceId;
+
     // A count rather than a flag: several consumers ask and release independently.
     std::atomic<int> m_statusRequests{0};
 };
