@@ -9,6 +9,7 @@
 #include "host/apps/kestrion/TrackIgtl.h"
 #include "host/apps/kestrion/TrackImageSaver.h"
 #include "host/apps/kestrion/TrackOptions.h"
+#include "host/apps/kestrion/TrackRos2.h"
 #include "host/apps/kestrion/TrackSequenceWriter.h"
 #include "host/apps/kestrion/TrackStatistics.h"
 #include "host/apps/kestrion/TrackTipColumns.h"
@@ -232,6 +233,16 @@ std::string TrackCommand::help() const {
            "                          OpenIGTLink has no authentication: any other address lets\n"
            "                          everyone on that network read the poses; do not serve a\n"
            "                          hospital network this way\n"
+           "  --ros2                  publish the poses to ROS 2 over DDS: /tf, /NAMESPACE/<tool>/pose,\n"
+           "                          /NAMESPACE/fiducials and /diagnostics; the table shows the\n"
+           "                          subscribers; see docs/ros2.md\n"
+           "  --ros2-domain N         ROS 2 domain (0-232; default ROS_DOMAIN_ID, else 0)\n"
+           "  --ros2-namespace NAME   namespace of the pose and fiducial topics (default atracsys)\n"
+           "  --ros2-frame NAME       frame of the camera's measurements (default atracsys_camera)\n"
+           "  --ros2-network IF       publish on network interface IF (name or address) instead of\n"
+           "                          this computer only (the default, loopback). DDS has no\n"
+           "                          authentication: anyone on that network reads the poses; do\n"
+           "                          not publish on a hospital network this way\n"
            "  --poll-ms N             fetch a frame every N ms (1-1000) instead of every frame as\n"
            "                          the camera delivers it (0, the default)\n"
            "  --serial SN             use the camera with this serial number (0x... or decimal;\n"
@@ -372,6 +383,12 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         return 1;
     }
 
+    TrackRos2 ros2;
+    if (!ros2.start(*options, *stream, out, &error)) {
+        err << "kestrion track: " << error << "\n";
+        return 1;
+    }
+
     // The table and the CSV say why an instrument is not tracked.
     stream->requestInstrumentStatus();
 
@@ -465,6 +482,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
         if (reconnector && reconnector->state() == StreamReconnector::State::Waiting)
             table += "State: waiting for the camera\n";
         table += igtl.table();
+        table += ros2.table();
         if (tty && tableLines > 0)
             out << "\033[" << tableLines << "F\033[J"; // redraw in place
         out << table << (tty ? "" : "\n") << std::flush;
@@ -532,6 +550,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     const bool closed = stream->close();
     stream->releaseInstrumentStatus();
     igtl.stop();
+    ros2.stop();
     algorithm.reset(); // the recorder finishes its file when the stream goes
     Log::removeSink(fetchFailures);
     if (!closed) {
@@ -560,6 +579,7 @@ int TrackCommand::run(CommandContext& context, const std::vector<std::string>& a
     if (StopSignals::received() != 0)
         out << "; ended by signal " << StopSignals::received();
     out << "\n";
+    out << ros2.summary();
     if (!options->csvFile.empty() && !csv.failed())
         out << "Recorded " << csv.rowsWritten() << " rows to " << options->csvFile << "\n";
     if (sequence.isOpen() && !sequence.close())

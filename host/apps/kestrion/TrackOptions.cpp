@@ -1,7 +1,10 @@
 #include "host/apps/kestrion/TrackOptions.h"
 
+#include "host/ros2/Ros2DomainConfig.h"
+#include "host/ros2/Ros2Names.h"
 #include "host/stream/connection/CameraSelection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -52,16 +55,17 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             (option == "--force" ? options.force : options.reconnect) = true;
             continue;
         }
-        if (option == "--record-images") {
-            options.recordImages = true;
+        if (option == "--record-images" || option == "--ros2") {
+            (option == "--ros2" ? options.ros2 : options.recordImages) = true;
             continue;
         }
-        const bool takesValue = option == "--geometry" || option == "--workspace" ||
-                                option == "--fiducials" || option == "--images" ||
-                                option == "--integration-time" || option == "--duration" ||
-                                option == "--frames" || option == "--csv" || option == "--refresh" ||
-                                option == "--igtl" || option == "--igtl-bind" || option == "--record" ||
-                                option == "--sequence" || option == "--poll-ms" || option == "--serial";
+        const bool takesValue =
+            option == "--geometry" || option == "--workspace" || option == "--fiducials" ||
+            option == "--images" || option == "--integration-time" || option == "--duration" ||
+            option == "--frames" || option == "--csv" || option == "--refresh" || option == "--igtl" ||
+            option == "--igtl-bind" || option == "--record" || option == "--sequence" ||
+            option == "--poll-ms" || option == "--serial" || option == "--ros2-domain" ||
+            option == "--ros2-namespace" || option == "--ros2-frame" || option == "--ros2-network";
         if (!takesValue)
             return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
                                                   : "unexpected argument '" + option + "'");
@@ -101,6 +105,20 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             options.igtlPort = static_cast<int>(*port);
         } else if (option == "--igtl-bind") {
             options.igtlBind = value;
+        } else if (option == "--ros2-domain") {
+            const auto domain = parseInteger(value);
+            if (!domain || *domain < 0 || *domain > Ros2::Ros2DomainConfig::MaxDomainId)
+                return fail("--ros2-domain takes a domain number from 0 to " +
+                            std::to_string(Ros2::Ros2DomainConfig::MaxDomainId) + ", not '" + value + "'");
+            options.ros2Domain = static_cast<int>(*domain);
+        } else if (option == "--ros2-namespace" || option == "--ros2-frame") {
+            const auto problem = option == "--ros2-frame" ? Ros2::Ros2Names::frameProblem(value)
+                                                          : Ros2::Ros2Names::namespaceProblem(value);
+            if (problem)
+                return fail(option + ": " + *problem);
+            (option == "--ros2-frame" ? options.ros2Frame : options.ros2Namespace) = value;
+        } else if (option == "--ros2-network") {
+            options.ros2Network = value;
         } else if (option == "--poll-ms") {
             const auto ms = parseInteger(value);
             if (!ms || *ms < 0 || *ms > 1000)
@@ -129,6 +147,9 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
     }
     if (options.igtlBind != "127.0.0.1" && !options.igtlPort)
         return fail("--igtl-bind needs --igtl PORT");
+    for (const char* ros2Option : {"--ros2-domain", "--ros2-namespace", "--ros2-frame", "--ros2-network"})
+        if (!options.ros2 && std::find(arguments.begin(), arguments.end(), ros2Option) != arguments.end())
+            return fail(std::string(ros2Option) + " needs --ros2");
     if (options.recordImages && options.recordFile.empty())
         return fail("--record-images needs --record FILE");
     return options;

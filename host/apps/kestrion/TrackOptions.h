@@ -47,6 +47,13 @@ struct TrackOptions {
     std::optional<int> igtlPort;
     /// Address the OpenIGTLink server listens on.
     std::string igtlBind = "127.0.0.1";
+    /// Publishes the frames to ROS 2 (docs/ros2.md), with these settings.
+    bool ros2 = false;
+    std::optional<int> ros2Domain;
+    std::string ros2Namespace = "atracsys";
+    std::string ros2Frame = "atracsys_camera";
+    /// Network interface to publish on; empty: this computer only.
+    std::string ros2Network;
 
     /// The example markers used when neither geometries nor a workspace are given.
     static std::vector<std::string> exampleGeometries();
