@@ -106,6 +106,8 @@ void StreamGroupBase::emitMainAndSubSignals(const std::shared_ptr<CompoundStream
         std::lock_guard<std::mutex> lock(m_mutex);
         current = m_substreams;
     }
+    // Like Stream::emitStreamData: each data item is noted in the stream's health as it goes out.
+    proxyStream()->health().noteData();
     proxyStream()->signalStreamData.emitSignal(data);
     if (!emitSubstreamData)
         return;
@@ -115,6 +117,7 @@ void StreamGroupBase::emitMainAndSubSignals(const std::shared_ptr<CompoundStream
         for (const auto& entry : *current) {
             Stream& substream = entry.second->stream();
             if (&substream == item->stream()) {
+                substream.health().noteData();
                 substream.signalStreamData.emitSignal(item);
                 break;
             }

@@ -199,3 +199,28 @@ TEST(TrackFaultMatrix, CameraImagesNeverReplaceOrTruncateAFile) {
     EXPECT_TRUE(r.errHas("; no more images are saved\n")) << r;
     EXPECT_TRUE(folderEntries(images).empty()) << "no truncated or temporary image";
 }
+
+// A camera that stops delivering for 2 s and comes back, without --reconnect: while it is silent
+// the table says so and shows no tool as tracked (its last frame is a past one); then tracking
+// shows again, and the summary counts the outage.
+TEST(TrackFaultMatrix, ASilentCameraShowsNoToolAsTrackedAndTheOutageIsCounted) {
+    TemporaryFolder folder;
+    const std::string scene = sceneWithFaults(
+        folder, R"([{"kind": "fetchError", "code": "FTK_ERR_SYNC", "atTimeS": 1, "durationS": 2}])");
+    ASSERT_FALSE(scene.empty());
+    const ProcessResult r = track(folder, scene, {"--duration", "4.5", "--refresh", "0.25"});
+    ASSERT_EQ(r.exitCode, 0) << r;
+    // The tables refreshed inside the outage: "Camera: not delivering" up to the next table.
+    std::size_t silentTables = 0;
+    for (std::size_t at = r.out.find("Camera: not delivering, last frame "); at != std::string::npos;
+         at = r.out.find("Camera: not delivering, last frame ", at + 1)) {
+        ++silentTables;
+        const std::string table = r.out.substr(at, r.out.find("\n\n", at) - at);
+        EXPECT_EQ(table.find("tracked, registration error"), std::string::npos) << table;
+        EXPECT_NE(table.find("camera not delivering\n"), std::string::npos) << table;
+    }
+    EXPECT_GE(silentTables, 3u) << r;
+    const std::string last = r.out.substr(r.out.rfind("Frames: "));
+    EXPECT_NE(last.find("  tracked, registration error "), std::string::npos) << "tracked again\n" << r;
+    EXPECT_TRUE(r.outHas("; the camera stopped delivering 1 time(s), 2.")) << r;
+}

@@ -1,16 +1,20 @@
 #include "host/apps/kestrion/CheckGeometryCommand.h"
 
+#include "host/apps/kestrion/CameraStream.h"
 #include "host/apps/kestrion/CommandContext.h"
+#include "host/apps/kestrion/LogCollector.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
-#include "host/core/CaptureLogSink.h"
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
 #include "host/lib/FactoryRegistry.h"
+#include "host/stream/TrackingStream.h"
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 
 namespace Kestrion::Cli {
@@ -19,29 +23,18 @@ namespace {
 
 /// The plugin logs its ambiguity findings under this category (one warning per finding).
 const char* const AmbiguityCategory = "AtracsysAmbiguityCheck";
-const char* const CannotLoad = "Cannot load geometry from file ";
 
-/// Keeps the console quiet and collects the warnings and errors while it lives: the command
-/// prints them itself, each once.
-class QuietCollector {
-public:
-    QuietCollector()
-        : m_sink(std::make_shared<CaptureLogSink>()) {
-        Log::addSink(m_sink);
-        Log::setConsoleEnabled(false);
-    }
-    ~QuietCollector() {
-        Log::setConsoleEnabled(true);
-        Log::removeSink(m_sink);
-    }
-    QuietCollector(const QuietCollector&) = delete;
-    QuietCollector& operator=(const QuietCollector&) = delete;
-
-    std::vector<LogRecord> records() const { return m_sink->records(); }
-
-private:
-    std::shared_ptr<CaptureLogSink> m_sink;
-};
+/// The settings of a closed stream whose markers are the files.
+Properties checkSettings(const std::vector<std::string>& paths, double tolerance) {
+    Properties settings;
+    for (const char* key : {"open", "autoOpen", "connect", "start", "autoStart"})
+        settings.setParam(key, false);
+    settings.setParam("Distance matching tolerance", static_cast<float>(tolerance));
+    Properties* targets = settings.addSubProperties("TrackingTargets");
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        targets->addSubProperties("file" + std::to_string(i))->setParam("Path", paths[i]);
+    return settings;
+}
 
 } // namespace
 
@@ -105,29 +98,35 @@ int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::st
         return 1;
     }
 
-    // The stream is created closed; each file becomes one of its markers, and adding it makes
-    // the plugin compare it with the markers before it.
-    Properties settings;
-    for (const char* key : {"open", "autoOpen", "connect", "start", "autoStart"})
-        settings.setParam(key, false);
-    settings.setParam("Distance matching tolerance", static_cast<float>(tolerance));
-    Properties* targets = settings.addSubProperties("TrackingTargets");
+    // The stream is created closed; each file becomes one of its markers, named after its place
+    // in the list, and adding it makes the plugin compare it with the markers before it.
     std::vector<std::string> paths;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        paths.push_back(files[i].rfind(":/", 0) == 0 ? files[i]
-                                                     : std::filesystem::absolute(files[i]).string());
-        targets->addSubProperties("file" + std::to_string(i))->setParam("Path", paths.back());
-    }
+    for (const std::string& file : files)
+        paths.push_back(file.rfind(":/", 0) == 0 ? file : std::filesystem::absolute(file).string());
     std::vector<LogRecord> records;
+    std::vector<std::optional<std::string>> ids(files.size()); // the instrument id of each file loaded
+    std::map<std::string, std::size_t> holders;                // instrument id -> the file that has it
     {
-        QuietCollector collector;
-        std::unique_ptr<Algorithm> algorithm =
-            FactoryRegistry::instance().createAlgorithm(TrackConfiguration::AlgorithmId);
-        if (algorithm) {
-            algorithm->configure(&settings);
-            algorithm->compute();
-        }
-        records = collector.records();
+        LogCollector log(LogCollector::Console::Quiet); // the command prints what it found itself
+        CameraStream checked(checkSettings(paths, tolerance));
+        if (checked.stream())
+            for (const TrackingInstrument& instrument : checked.stream()->instruments())
+                for (std::size_t i = 0; i < files.size(); ++i)
+                    if (instrument.id.name == "file" + std::to_string(i)) {
+                        ids[i] = instrument.ID();
+                        holders.emplace(instrument.ID(), i);
+                    }
+        records = log.records();
+    }
+    // A file that loads alone but not among the others has a geometry id that an earlier file
+    // has: the only refusal that comes from the other files.
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (ids[i])
+            continue;
+        LogCollector quiet(LogCollector::Console::Quiet); // said already, or said below
+        CameraStream alone(checkSettings({paths[i]}, tolerance));
+        if (alone.stream() && alone.stream()->instruments().size() == 1)
+            ids[i] = alone.stream()->instruments().front().ID();
     }
 
     // The plugin names the files by their absolute paths; the user reads the names given.
@@ -139,27 +138,30 @@ int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::st
         return text;
     };
     int findings = 0;
-    int problems = 0;
-    std::vector<std::string> reasons; // errors since the last file's result
-    for (const LogRecord& record : records) {
+    for (const LogRecord& record : records)
         if (record.category == AmbiguityCategory && record.level == Log::Warning) {
             out << asGiven(record.message) << "\n";
             ++findings;
-        } else if (record.level >= Log::Error && record.message.rfind(CannotLoad, 0) == 0) {
-            err << "kestrion check-geometry: geometry file "
-                << asGiven(record.message.substr(std::string(CannotLoad).size())) << " could not be loaded"
-                << (reasons.empty() ? "" : ": " + reasons.front()) << "\n";
-            ++problems;
-            reasons.clear();
-        } else if (record.level >= Log::Error &&
-                   record.message.find(" already exists") != std::string::npos) {
-            err << "kestrion check-geometry: " << record.message
-                << ": two of the files have the same geometry id, so the camera would hold only the first\n";
-            ++problems;
-            reasons.clear();
-        } else if (record.level >= Log::Error) {
-            reasons.push_back(record.message);
         }
+    int problems = 0;
+    std::vector<LogRecord> errors;
+    for (const LogRecord& record : records)
+        if (record.level >= Log::Error)
+            errors.push_back(record);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const auto holder = ids[i] ? holders.find(*ids[i]) : holders.end();
+        if (holder != holders.end() && holder->second == i)
+            continue; // loaded
+        ++problems;
+        if (holder != holders.end()) {
+            err << "kestrion check-geometry: create: Instrument with ID " << *ids[i]
+                << " already exists: two of the files have the same geometry id, so the camera would hold "
+                   "only the first\n";
+            continue;
+        }
+        const std::string reason = geometryLoadReason(errors, paths[i]);
+        err << "kestrion check-geometry: geometry file " << files[i] << " could not be loaded"
+            << (reason.empty() ? "" : ": " + asGiven(reason)) << "\n";
     }
     if (findings == 0 && problems == 0) {
         char text[64];

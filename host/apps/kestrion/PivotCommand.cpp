@@ -1,6 +1,8 @@
 #include "host/apps/kestrion/PivotCommand.h"
 
+#include "host/apps/kestrion/CameraStream.h"
 #include "host/apps/kestrion/CommandContext.h"
+#include "host/apps/kestrion/LogCollector.h"
 #include "host/apps/kestrion/PivotOptions.h"
 #include "host/apps/kestrion/StopSignals.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
@@ -9,11 +11,9 @@
 #include "atracsys/calibration/AtracsysPivotFile.h"
 #include "atracsys/calibration/AtracsysPivotRecording.h"
 
-#include "host/core/CaptureLogSink.h"
 #include "host/core/Log.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/stream/CompoundStreamData.h"
-#include "host/stream/StreamAlgorithm.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 
@@ -24,6 +24,7 @@
 #include <chrono>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <ostream>
 #include <thread>
 #include <unistd.h>
@@ -31,32 +32,6 @@
 namespace Kestrion::Cli {
 
 namespace {
-
-/// The error lines logged while it lives, to explain a failure.
-class ErrorLines {
-public:
-    ErrorLines()
-        : m_sink(std::make_shared<CaptureLogSink>()) {
-        Log::addSink(m_sink);
-    }
-    ~ErrorLines() { Log::removeSink(m_sink); }
-    ErrorLines(const ErrorLines&) = delete;
-    ErrorLines& operator=(const ErrorLines&) = delete;
-
-    /// As an indented block, unless the console showed them already.
-    std::string text() const {
-        std::string lines;
-        if (Log::isAccepted(Log::Error, ""))
-            return lines;
-        for (const auto& record : m_sink->records())
-            if (record.level >= Log::Error)
-                lines += "  " + record.message + "\n";
-        return lines;
-    }
-
-private:
-    std::shared_ptr<CaptureLogSink> m_sink;
-};
 
 std::string point(const Eigen::Vector3d& p) {
     std::ostringstream text;
@@ -134,28 +109,19 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
         err << "kestrion pivot: " << error << "\n";
         return 1;
     }
-    std::unique_ptr<Algorithm> algorithm;
-    TrackingStream* stream = nullptr;
-    {
-        ErrorLines errors;
-        algorithm = FactoryRegistry::instance().createAlgorithm(TrackConfiguration::AlgorithmId);
-        if (algorithm) {
-            algorithm->configure(&configuration->properties);
-            algorithm->compute();
-        }
-        auto* streamAlgorithm = dynamic_cast<StreamAlgorithm*>(algorithm.get());
-        stream = streamAlgorithm ? dynamic_cast<TrackingStream*>(streamAlgorithm->outputStream()) : nullptr;
-        if (!stream || algorithm->status() != Algorithm::Success ||
-            stream->currentState() != Stream::State::Open) {
-            err << "kestrion pivot: the camera could not be opened\n" << errors.text();
-            return 1;
-        }
-        if (stream->instruments().size() != 1) {
-            err << "kestrion pivot: geometry file " << options->geometry << " could not be loaded\n"
-                << errors.text();
-            return 1;
-        }
+    std::optional<LogCollector> errors(std::in_place); // why the camera or the file did not open
+    CameraStream camera(configuration->properties);
+    TrackingStream* stream = camera.stream();
+    if (camera.outcome() != CameraStream::Outcome::Opened) {
+        err << "kestrion pivot: the camera could not be opened\n" << errors->errorText();
+        return 1;
     }
+    if (stream->instruments().size() != 1) {
+        err << "kestrion pivot: geometry file " << options->geometry << " could not be loaded\n"
+            << errors->errorText();
+        return 1;
+    }
+    errors.reset();
     const TrackingInstrument tool = stream->instruments().front();
 
     // Runs on the stream's worker thread: the recording copies one pose and returns.
@@ -206,7 +172,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
         out << "\n";
     connection.disconnect();
     stream->close();
-    algorithm.reset();
+    camera.release();
     if (cameraLost) {
         err << "kestrion pivot: the camera stopped delivering frames; nothing was solved\n";
         return 1;

@@ -1,10 +1,10 @@
 #include "host/apps/kestrion/TrackCsvWriter.h"
 
-#include "host/apps/kestrion/TrackStatistics.h"
 #include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentTracking.h"
 
 #include <cerrno>
 #include <cmath>
@@ -56,7 +56,7 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
     const InstrumentStatusData* status = frame.component<InstrumentStatusData>();
     for (const TrackingInstrument& instrument : frame.instruments()) {
         const Eigen::Matrix4d& m = instrument.matrix;
-        const bool tracked = TrackStatistics::isTracked(instrument);
+        const bool tracked = isInstrumentTracked(frame, instrument);
         // An untracked instrument has no pose: its fields stay empty.
         char pose[256] = ",,,,,,,,,,,";
         if (tracked)

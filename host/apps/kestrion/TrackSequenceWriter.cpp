@@ -1,8 +1,8 @@
 #include "host/apps/kestrion/TrackSequenceWriter.h"
 
-#include "host/apps/kestrion/TrackStatistics.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentTracking.h"
 
 #include <cctype>
 #include <cerrno>
@@ -73,7 +73,7 @@ bool TrackSequenceWriter::write(std::uint64_t frameIndex, const TrackingStreamDa
                           "%.9g 0 0 0 1\n%s%sToTrackerTransformStatus = %s\n",
                           prefix, name.c_str(), m(0, 0), m(0, 1), m(0, 2), m(0, 3), m(1, 0), m(1, 1), m(1, 2),
                           m(1, 3), m(2, 0), m(2, 1), m(2, 2), m(2, 3), prefix, name.c_str(),
-                          TrackStatistics::isTracked(instrument) ? "OK" : "INVALID") > 0;
+                          isInstrumentTracked(frame, instrument) ? "OK" : "INVALID") > 0;
     }
     ok = ok && std::fprintf(out, "%sImageStatus = INVALID\n", prefix) > 0;
     if (!ok)

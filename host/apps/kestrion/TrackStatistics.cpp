@@ -5,16 +5,12 @@
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentTracking.h"
 
 #include <cstdio>
 #include <sstream>
 
 namespace Kestrion::Cli {
-
-bool TrackStatistics::isTracked(const TrackingInstrument& instrument) {
-    return instrument.active &&
-           (instrument.quality > 0.0 || instrument.matrix != Eigen::Matrix4d::Identity());
-}
 
 void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo* device) {
     ++m_framesReceived;
@@ -34,7 +30,7 @@ void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo
         if (inserted)
             m_order.push_back(instrument.ID());
         it->second.name = instrument.id.name;
-        it->second.trackedNow = isTracked(instrument);
+        it->second.trackedNow = isInstrumentTracked(frame, instrument);
         const InstrumentStatusData::Entry* entry = status ? status->find(instrument.ID()) : nullptr;
         it->second.status = entry ? entry->reason : std::string();
         if (it->second.trackedNow) {
@@ -49,7 +45,8 @@ void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo
         ++m_framesWithPose;
 }
 
-std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double rateHz) const {
+std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double rateHz,
+                                   const StreamHealth::Snapshot& health) const {
     std::ostringstream out;
     char line[256];
     if (hasDevice())
@@ -62,6 +59,20 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
                   static_cast<unsigned long long>(m_framesReceived),
                   static_cast<unsigned long long>(m_framesDropped), rateHz, elapsedS);
     out << line << "\n";
+    // A camera that does not deliver holds no instrument as tracked: its last frame is a past one.
+    const bool delivering = health.delivering();
+    const char* notDelivering =
+        health.state == StreamHealth::State::Ended ? "the recording has ended" : "camera not delivering";
+    if (!delivering) {
+        if (health.state == StreamHealth::State::Ended)
+            std::snprintf(line, sizeof line, "Camera: the recording has ended");
+        else if (health.sinceLastData)
+            std::snprintf(line, sizeof line, "Camera: not delivering, last frame %.1f s ago",
+                          std::chrono::duration<double>(*health.sinceLastData).count());
+        else
+            std::snprintf(line, sizeof line, "Camera: not delivering, no frame yet");
+        out << line << "\n";
+    }
     std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", "Instrument", "Name", "x [mm]",
                   "y [mm]", "z [mm]", "Quality", "Last seen");
     out << line << (m_anyTip ? TrackTipColumns::tableHeader() : "") << "  Status\n";
@@ -73,7 +84,8 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
                           nowMs > state.lastSeenMs ? static_cast<double>(nowMs - state.lastSeenMs) / 1000.0
                                                    : 0.0);
         // A pose is shown only while the instrument is tracked: an old one would look current.
-        if (state.trackedNow) {
+        const bool tracked = state.trackedNow && delivering;
+        if (tracked) {
             const Eigen::Vector3d t = state.last.translation();
             std::snprintf(line, sizeof line, "%-16s %-20s %10.2f %10.2f %10.2f %8.3f %10s", id.c_str(),
                           state.name.c_str(), t.x(), t.y(), t.z(), state.last.quality, age);
@@ -84,8 +96,10 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
         out << line;
         // The tip, like the pose, only while tracked; before the status, whose text is free.
         if (m_anyTip)
-            out << TrackTipColumns::tableCell(state.trackedNow ? state.tip : std::nullopt);
-        if (!state.status.empty())
+            out << TrackTipColumns::tableCell(tracked ? state.tip : std::nullopt);
+        if (!delivering)
+            out << "  " << notDelivering;
+        else if (!state.status.empty())
             out << "  " << state.status;
         out << "\n";
     }

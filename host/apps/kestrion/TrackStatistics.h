@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/stream/TrackingInstrument.h"
+#include "host/stream/state/StreamHealth.h"
 
 #include <cstdint>
 #include <map>
@@ -17,14 +18,12 @@ namespace Kestrion::Cli {
 
 /// What `kestrion track` shows: the device, the frames received and those the device produced but
 /// the host never received (gaps in the device's frame counter), and for each instrument its
-/// pose and quality while tracked, when it was last seen, and the reason of its status when the
-/// frames carry one. Used on the command's thread only.
+/// pose and quality while tracked (isInstrumentTracked), when it was last seen, and the reason of
+/// its status when the frames carry one. While the camera is not delivering, the table says so,
+/// with the time since its last frame, and shows no instrument as tracked: the last frame is a past
+/// one. Used on the command's thread only.
 class TrackStatistics {
 public:
-    /// Whether the instrument was measured in its frame (an untracked one has identity pose and
-    /// quality 0).
-    static bool isTracked(const TrackingInstrument& instrument);
-
     /// Takes one frame into account.
     void add(const TrackingStreamData& frame, const DeviceFrameInfo* device);
 
@@ -37,9 +36,11 @@ public:
     std::uint64_t framesWithPose() const { return m_framesWithPose; }
     bool hasDevice() const { return !m_deviceType.empty(); }
 
-    /// The table: device line, frame counts and rate, one line per instrument. `nowMs` is the
-    /// current time (ms since the epoch), `rateHz` the rate of frames received lately.
-    std::string table(std::uint64_t nowMs, double elapsedS, double rateHz) const;
+    /// The table: device line, frame counts and rate, the camera's state unless it delivers, one
+    /// line per instrument. `nowMs` is the current time (ms since the epoch), `rateHz` the rate of
+    /// frames received lately, `health` the stream's health now.
+    std::string table(std::uint64_t nowMs, double elapsedS, double rateHz,
+                      const StreamHealth::Snapshot& health) const;
 
 private:
     struct InstrumentState {

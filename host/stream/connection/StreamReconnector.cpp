@@ -19,9 +19,6 @@ StreamReconnector::StreamReconnector(Stream& stream)
 StreamReconnector::StreamReconnector(Stream& stream, Timing timing)
     : m_stream(stream)
     , m_timing(timing) {
-    m_dataConnection = m_stream.signalStreamData.connect([this](const std::shared_ptr<const StreamData>&) {
-        m_lastData.store(SteadyClock::now().time_since_epoch().count());
-    });
     m_thread = std::thread([this] { run(); });
 }
 
@@ -33,11 +30,9 @@ StreamReconnector::~StreamReconnector() {
     }
     m_wake.notify_all();
     m_thread.join();
-    m_dataConnection.disconnect();
 }
 
 void StreamReconnector::arm() {
-    m_lastData.store(SteadyClock::now().time_since_epoch().count());
     bool changed = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -62,20 +57,20 @@ void StreamReconnector::disarm() {
         signalStateChanged.emitSignal(State::Idle);
 }
 
-bool StreamReconnector::lost(SteadyClock::time_point now) const {
+bool StreamReconnector::lost() const {
     const Stream::State state = m_stream.currentState();
     if (state == Stream::State::Closed)
         return true;
     if (state != Stream::State::Running)
         return false; // a transition is under way
-    const SteadyClock::time_point last{SteadyClock::duration(m_lastData.load())};
-    return now - last > m_timing.silence;
+    // A source that ended (a replay at its end) has nothing more to give when reopened.
+    return m_stream.health().snapshot().state == StreamHealth::State::NotDelivering;
 }
 
 void StreamReconnector::run() {
     // Checked a few times per interval, so that losses and returns are seen promptly.
-    const auto tick =
-        std::max(std::chrono::milliseconds(10), std::min(m_timing.retryInterval, m_timing.silence) / 10);
+    const auto tick = std::max(std::chrono::milliseconds(10),
+                               std::min(m_timing.retryInterval, m_stream.health().silenceThreshold()) / 10);
     SteadyClock::time_point nextAttempt;
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_exit) {
@@ -84,7 +79,7 @@ void StreamReconnector::run() {
             continue;
         const auto now = SteadyClock::now();
         if (m_state.load() == State::Watching) {
-            if (!lost(now))
+            if (!lost())
                 continue;
             m_attempts.store(0);
             nextAttempt = now;
@@ -101,7 +96,6 @@ void StreamReconnector::run() {
         lock.unlock();
         const bool back = reopen();
         if (back) {
-            m_lastData.store(SteadyClock::now().time_since_epoch().count());
             ++m_reconnections;
             KESTRION_LOG_INFO(Category, m_stream.name() << ": the camera is back; tracking again");
         }
@@ -120,6 +114,7 @@ void StreamReconnector::run() {
 bool StreamReconnector::reopen() {
     ++m_attempts;
     ++m_reopenings; // before the first frame of the reopened stream can be emitted
+    m_stream.health().noteReopening();
     if (m_stream.currentState() != Stream::State::Closed)
         m_stream.close();
     if (m_stream.open() && m_stream.start())

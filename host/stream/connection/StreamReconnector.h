@@ -1,7 +1,6 @@
 #pragma once
 
 #include "host/core/Signal.h"
-#include "host/core/SignalConnection.h"
 
 #include <atomic>
 #include <chrono>
@@ -15,14 +14,17 @@ namespace Kestrion {
 class Stream;
 
 /// Keeps a stream running across a camera that is unplugged and plugged back: once armed, a
-/// stream that has closed itself, or that runs but has emitted no data for `silence`, is closed
-/// and reopened and restarted every `retryInterval` until it runs again.
+/// stream that has closed itself, or that runs but is not delivering by its health (the one
+/// answer to "is the camera delivering?", StreamHealth), is closed and reopened and restarted
+/// every `retryInterval` until it runs again. Each reopening is noted in the stream's health
+/// before the stream is opened again, so that the health counts the silence until the data comes
+/// back as one outage and readers see the reopenings.
 ///
 /// Threads. The watching and the reopening run on the reconnector's own thread, never on the
-/// stream's worker thread: reopening closes the stream, which joins that worker. The only work
-/// done on the worker thread is noting the time of each data item (one atomic store). Call arm()
-/// and disarm() from the thread that owns the stream (not from a receiver of the stream's
-/// signals); disarm() before a deliberate stop or close, so that it is not undone.
+/// stream's worker thread: reopening closes the stream, which joins that worker. Nothing runs on
+/// the worker thread. Call arm() and disarm() from the thread that owns the stream (not from a
+/// receiver of the stream's signals); disarm() before a deliberate stop or close, so that it is
+/// not undone.
 class StreamReconnector {
 public:
     enum class State {
@@ -32,10 +34,9 @@ public:
     };
     struct Timing {
         std::chrono::milliseconds retryInterval{1000};
-        std::chrono::milliseconds silence{1000};
     };
 
-    /// Reopens once a second, after a second without data.
+    /// Reopens once a second once the stream's health says it is not delivering.
     explicit StreamReconnector(Stream& stream);
     StreamReconnector(Stream& stream, Timing timing);
     /// Disarms and ends the thread; the stream is left as it is.
@@ -43,7 +44,7 @@ public:
     StreamReconnector(const StreamReconnector&) = delete;
     StreamReconnector& operator=(const StreamReconnector&) = delete;
 
-    /// Starts watching (the silence is counted from now).
+    /// Starts watching.
     void arm();
     /// Stops watching; waits for a reopening in progress to end.
     void disarm();
@@ -56,6 +57,7 @@ public:
     /// Reopenings begun so far, counted before the stream is opened again: a consumer of the
     /// stream's data that sees this count change knows that the frames after it may come from a
     /// camera that starts its frame counter anew, even before the reopening is reported done.
+    /// The stream's health counts the same (StreamHealth::Snapshot::reopenings).
     std::uint64_t reopenings() const { return m_reopenings.load(); }
 
     /// State changes, emitted on the reconnector's thread (or the caller's, for arm/disarm); a
@@ -66,7 +68,7 @@ private:
     using SteadyClock = std::chrono::steady_clock;
 
     void run();
-    bool lost(SteadyClock::time_point now) const;
+    bool lost() const;
     /// One close, open and start; true when the stream runs again.
     bool reopen();
     /// (m_mutex) Sets the state; true when it changed. The change is emitted after the unlock.
@@ -74,9 +76,6 @@ private:
 
     Stream& m_stream;
     const Timing m_timing;
-    SignalConnection m_dataConnection;
-    /// Steady time of the last data item, in ticks; written on the worker thread.
-    std::atomic<SteadyClock::rep> m_lastData{0};
     std::atomic<State> m_state{State::Idle};
     std::atomic<std::uint64_t> m_reconnections{0};
     std::atomic<std::uint64_t> m_attempts{0};

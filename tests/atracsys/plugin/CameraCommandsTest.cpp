@@ -68,6 +68,8 @@ TEST_F(CameraCommands, TrackWaitsForAnUnpluggedCameraAndRecordsOnIntoTheSameFile
     ASSERT_NE(summary, std::string::npos) << r;
     const std::size_t dropped = r.out.find(" frames received, ", summary);
     EXPECT_LT(std::stol(r.out.substr(dropped + 18)), 135) << r;
+    // The outage is counted as without --reconnect: once, from the last frame to the first again.
+    EXPECT_TRUE(r.outHas("; the camera stopped delivering 1 time(s), ")) << r;
 
     // One file: the rows before the unplugging (counters up to 54), then those after the return
     // (from 189 on), and nothing between.

@@ -41,7 +41,7 @@ TEST(StreamReconnection, TrackingResumesWhenTheCameraIsBackWithNothingLostBefore
     ASSERT_TRUE(stream.openWithMarkers());
     const std::uint64_t serial = stream.serialNumber();
 
-    StreamReconnector reconnector(stream, {500ms, 500ms});
+    StreamReconnector reconnector(stream, {500ms}); // lost after the health's 500 ms of silence
     std::vector<StreamReconnector::State> states;
     auto stateConnection =
         reconnector.signalStateChanged.connect([&](StreamReconnector::State s) { states.push_back(s); });
@@ -73,6 +73,11 @@ TEST(StreamReconnection, TrackingResumesWhenTheCameraIsBackWithNothingLostBefore
     for (std::size_t i = 0; i < beforeReturn; ++i)
         EXPECT_EQ(counters[i], i + 1) << i;
     EXPECT_GT(counters[beforeReturn], 27u + 60u);
+    // The health saw one outage, from the last frame before the unplugging to the first after.
+    const StreamHealth::Snapshot health = stream.health().snapshot();
+    EXPECT_EQ(health.reopenings, reconnector.reopenings());
+    EXPECT_GE(health.reopenings, 2u);
+    EXPECT_EQ(health.outages, 1u);
     EXPECT_EQ(states, (std::vector<StreamReconnector::State>{
                           StreamReconnector::State::Watching, StreamReconnector::State::Waiting,
                           StreamReconnector::State::Watching, StreamReconnector::State::Idle}));

@@ -138,6 +138,9 @@ TEST(StreamGroup, OwnsSubstreamsByIndexAndRoutesSubData) {
     camera.emitMainAndSubSignals(compound, false); // the main stream only
     EXPECT_EQ(onMain.size(), 2u);
     EXPECT_EQ(onLeft.size(), 1u);
+    // Every item that went out is in the health of the stream it went out on.
+    EXPECT_EQ(camera.health().snapshot().dataItems, 2u);
+    EXPECT_EQ(left->health().snapshot().dataItems, 1u);
 
     // A removed substream gets nothing more and dies with its last owner.
     std::weak_ptr<Substream<ImageStream>> weakRight = right;

@@ -44,6 +44,15 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked, const char* reas
     return data;
 }
 
+/// The health of a camera that delivers, or that has not for `silentS` seconds.
+StreamHealth::Snapshot health(double silentS = 0.0) {
+    StreamHealth::Snapshot snapshot;
+    snapshot.state = silentS > 0.0 ? StreamHealth::State::NotDelivering : StreamHealth::State::Delivering;
+    snapshot.sinceLastData =
+        std::chrono::duration_cast<StreamHealth::Clock::duration>(std::chrono::duration<double>(silentS));
+    return snapshot;
+}
+
 } // namespace
 
 TEST(TrackOptions, ParsesEveryOptionAndRejectsBadValuesWithAReason) {
@@ -123,7 +132,7 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndShowsThePoseOnlyWhileTracked)
     // A frame without device information counts, no gap.
     statistics.add(frame(1060, false, "fiducials 0, 2 of 3 found; 1 missing"), nullptr);
     EXPECT_EQ(statistics.framesWithPose(), 1u);
-    std::string table = statistics.table(3500, 2.0, 50.0);
+    std::string table = statistics.table(3500, 2.0, 50.0, health());
     EXPECT_NE(table.find("Device: sTk 180, serial 0x000000000000abcd"), std::string::npos) << table;
     EXPECT_NE(table.find("Frames: 4 received, 2 dropped, 50.0 Hz"), std::string::npos) << table;
     // Untracked now: no pose, when it was last tracked (2.5 s before "now") and why not.
@@ -133,7 +142,7 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndShowsThePoseOnlyWhileTracked)
               std::string::npos)
         << table;
     statistics.add(frame(3400, true), nullptr);
-    table = statistics.table(3500, 2.0, 50.0);
+    table = statistics.table(3500, 2.0, 50.0, health());
     EXPECT_NE(table.find("atracsys-1000    pointer                    1.50      -2.25     800.00    0.750  "
                          "0.1 s ago\n"),
               std::string::npos)
@@ -141,8 +150,28 @@ TEST(TrackStatistics, CountsCounterGapsAsDroppedAndShowsThePoseOnlyWhileTracked)
 
     TrackStatistics never;
     never.add(frame(1000, false), nullptr);
-    EXPECT_NE(never.table(2000, 1.0, 1.0).find("never"), std::string::npos);
-    EXPECT_NE(never.table(2000, 1.0, 1.0).find("Device: (no frame yet)"), std::string::npos);
+    EXPECT_NE(never.table(2000, 1.0, 1.0, health()).find("never"), std::string::npos);
+    EXPECT_NE(never.table(2000, 1.0, 1.0, health()).find("Device: (no frame yet)"), std::string::npos);
+}
+
+// The last frame of a camera that stopped delivering is a past one: no tool is shown as tracked
+// then, and tracking shows again with the frames.
+TEST(TrackStatistics, ShowsNoToolAsTrackedWhileTheCameraIsNotDelivering) {
+    TrackStatistics statistics;
+    statistics.add(frame(1000, true, "tracked, registration error 0.25 mm"), nullptr);
+    std::string table = statistics.table(4000, 4.0, 0.0, health(3.0));
+    EXPECT_NE(table.find("Camera: not delivering, last frame 3.0 s ago\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("atracsys-1000    pointer                       -          -          -        -  "
+                         "3.0 s ago  camera not delivering\n"),
+              std::string::npos)
+        << table;
+    EXPECT_EQ(table.find("tracked"), std::string::npos) << table;
+    statistics.add(frame(4100, true, "tracked, registration error 0.25 mm"), nullptr);
+    table = statistics.table(4100, 4.1, 10.0, health());
+    EXPECT_EQ(table.find("Camera:"), std::string::npos) << table;
+    EXPECT_NE(table.find("800.00    0.750  0.0 s ago  tracked, registration error 0.25 mm\n"),
+              std::string::npos)
+        << table;
 }
 
 class TrackCsvWriterTest : public ::testing::Test {

@@ -32,6 +32,12 @@ TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
     return data;
 }
 
+StreamHealth::Snapshot delivering() {
+    StreamHealth::Snapshot snapshot;
+    snapshot.state = StreamHealth::State::Delivering;
+    return snapshot;
+}
+
 bool endsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -41,17 +47,18 @@ bool endsWith(const std::string& text, const std::string& end) {
 TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     TrackStatistics statistics;
     statistics.add(frame(1000, false), nullptr);
-    EXPECT_EQ(statistics.table(1000, 1.0, 1.0).find("Tip"), std::string::npos) << "no tip seen yet";
+    EXPECT_EQ(statistics.table(1000, 1.0, 1.0, delivering()).find("Tip"), std::string::npos)
+        << "no tip seen yet";
     statistics.add(frame(1020, true), nullptr);
     statistics.add(frame(1040, false), nullptr);
-    const std::string table = statistics.table(2000, 1.0, 1.0);
+    const std::string table = statistics.table(2000, 1.0, 1.0, delivering());
     EXPECT_NE(table.find("Last seen  Tip x, y, z [mm]" + std::string(10, ' ') + "  Status\n"),
               std::string::npos)
         << table;
     // Only while tracked, like the pose.
     EXPECT_NE(table.find("ago  -" + std::string(25, ' ') + "\n"), std::string::npos) << table;
     statistics.add(frame(1060, true), nullptr);
-    const std::string tracked = statistics.table(2000, 1.0, 1.0);
+    const std::string tracked = statistics.table(2000, 1.0, 1.0, delivering());
     EXPECT_NE(tracked.find("ago  12.50, -3.25, 905.50" + std::string(6, ' ') + "\n"), std::string::npos)
         << tracked;
     EXPECT_NE(tracked.find("ago  -" + std::string(25, ' ') + "\n"), std::string::npos)

@@ -1,0 +1,107 @@
+#include "host/apps/kestrion/TrackOutputs.h"
+
+#include "host/apps/kestrion/TrackOptions.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/TrackingStreamData.h"
+
+#include <QFileInfo>
+
+namespace Kestrion::Cli {
+
+TrackOutputs::TrackOutputs(const TrackOptions& options, std::ostream& out, std::ostream& err)
+    : m_options(options)
+    , m_out(out)
+    , m_err(err)
+    , m_csvPath("CSV file", options.csvFile, OutputPath::Kind::File)
+    , m_imagesPath("image folder", options.imagesFolder, OutputPath::Kind::Folder)
+    , m_recordPath("recording file", options.recordFile, OutputPath::Kind::File)
+    , m_sequencePath("sequence file", options.sequenceFile, OutputPath::Kind::File) {
+    m_imagesPath.setEarlierOutputs({"frame-*-left.png", "frame-*-right.png"});
+}
+
+TrackOutputs::~TrackOutputs() {
+    if (m_kept)
+        return;
+    m_csv.discard();
+    m_sequence.discard();
+    m_imagesPath.removeIfUnused();
+}
+
+bool TrackOutputs::open(bool tipColumns) {
+    for (OutputPath* output : {&m_csvPath, &m_imagesPath, &m_recordPath, &m_sequencePath})
+        if (!output->path().empty() && !output->check(m_options.force)) {
+            m_err << "kestrion track: " << output->error() << "\n";
+            return false;
+        }
+    if (!m_options.csvFile.empty() && !m_csv.open(m_options.csvFile, tipColumns)) {
+        m_err << "kestrion track: " << m_csv.error() << "\n";
+        return false;
+    }
+    if (!m_options.sequenceFile.empty() && !m_sequence.open(m_options.sequenceFile)) {
+        m_err << "kestrion track: " << m_sequence.error() << "\n";
+        return false;
+    }
+    if (!m_options.imagesFolder.empty()) {
+        m_images.emplace(m_options.imagesFolder, m_options.imageIntervalS);
+        if (!m_imagesPath.create()) {
+            m_err << "kestrion track: " << m_imagesPath.error() << "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
+void TrackOutputs::write(std::uint64_t frameIndex, const TrackingStreamData& frame,
+                         const CompoundStreamData* compound) {
+    const DeviceFrameInfo* device = frame.component<DeviceFrameInfo>();
+    if (m_csv.isOpen() && !m_csv.failed() && !m_csv.write(frameIndex, frame, device)) {
+        m_err << "kestrion track: " << m_csv.error() << "; recording stopped, " << m_csv.partialFile()
+              << " holds the rows written so far\n";
+        m_failed = true;
+    }
+    if (m_sequence.isOpen() && !m_sequence.failed() && !m_sequence.write(frameIndex, frame, device)) {
+        m_err << "kestrion track: " << m_sequence.error() << "; no more frames are written to it\n";
+        m_failed = true;
+    }
+    if (m_images && compound && !m_images->failed() && !m_images->offer(*compound, frameIndex)) {
+        m_err << "kestrion track: " << m_images->error() << "; no more images are saved\n";
+        m_failed = true;
+    }
+}
+
+void TrackOutputs::flush() {}
+
+void TrackOutputs::finish() {
+    if (m_csv.isOpen() && !m_csv.close()) {
+        m_err << "kestrion track: " << m_csv.error() << "; " << m_csv.partialFile()
+              << " holds the rows written so far\n";
+        m_failed = true;
+    }
+    if (!m_options.csvFile.empty() && !m_csv.failed())
+        m_out << "Recorded " << m_csv.rowsWritten() << " rows to " << m_options.csvFile << "\n";
+    if (m_sequence.isOpen() && !m_sequence.close())
+        m_err << "kestrion track: " << m_sequence.error() << "; " << m_sequence.partialFile()
+              << " holds the frames written so far\n";
+    else if (!m_options.sequenceFile.empty() && !m_sequence.failed())
+        m_out << "Wrote " << m_sequence.framesWritten() << " frames to " << m_options.sequenceFile << "\n";
+    m_failed = m_sequence.failed() || m_failed;
+    if (!m_options.recordFile.empty() && !reportRecording())
+        m_failed = true;
+    if (m_images)
+        m_out << "Saved " << m_images->pairsSaved() << " image pair(s) to " << m_options.imagesFolder << "\n";
+}
+
+bool TrackOutputs::reportRecording() {
+    // The recorder's own lines, on the console, say why a recording was not completed.
+    const std::string& file = m_options.recordFile;
+    const QFileInfo info(QString::fromStdString(file));
+    if (info.isFile() && !QFileInfo::exists(QString::fromStdString(file + ".part"))) {
+        m_out << "Recorded the camera's frames to " << file << "\n";
+        return true;
+    }
+    m_err << "kestrion track: the recording " << file << " was not completed\n";
+    return false;
+}
+
+} // namespace Kestrion::Cli
