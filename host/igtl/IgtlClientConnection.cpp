@@ -102,16 +102,18 @@ bool IgtlClientConnection::readInput(std::vector<IgtlMessageReader::Request>& re
             }
             continue;
         }
-        if (got == 0) {
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return true;
+        // An orderly close, or a reset (a client that closes with data it did not read): the
+        // client went away, which is no fault of either side.
+        if (got == 0 || errno == ECONNRESET) {
             if (m_reader.insideMessage())
                 m_closeReason = "disconnected in the middle of a message";
             m_closed = true;
             return false;
         }
-        if (errno == EINTR)
-            continue;
-        if (errno == EAGAIN || errno == EWOULDBLOCK)
-            return true;
         m_closeReason = std::string("receive failed: ") + std::strerror(errno);
         m_closed = true;
         return false;
@@ -144,7 +146,9 @@ bool IgtlClientConnection::writePending(Clock::time_point now) {
             if (errno == EINTR)
                 continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                m_closeReason = std::string("send failed: ") + std::strerror(errno);
+                // A client gone (reset, or closed before reading) is a disconnection.
+                if (errno != ECONNRESET && errno != EPIPE)
+                    m_closeReason = std::string("send failed: ") + std::strerror(errno);
                 m_closed = true;
                 return false;
             }

@@ -47,7 +47,8 @@ public:
     bool trackingData() const { return m_trackingData; }
 
     /// Reads what the client sent, appending its requests. False when the client is gone or is to
-    /// be closed; closeReason() then says why (empty for an orderly disconnect).
+    /// be closed; closeReason() then says why (empty when the client closed or reset the
+    /// connection between messages).
     bool readInput(std::vector<IgtlMessageReader::Request>& requests);
     /// Writes as much of the waiting messages as the socket takes. False when the client is to be
     /// closed (closeReason()): the connection failed, or nothing was taken for the send timeout.

@@ -7,6 +7,7 @@
 #include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentTracking.h"
 
 #include <cstdio>
 #include <cstring>
@@ -22,14 +23,6 @@ std::uint32_t fnv1a(const std::string& text) {
     for (unsigned char c : text)
         hash = (hash ^ c) * 16777619u;
     return hash;
-}
-
-/// Whether the frame shows the instrument as measured: a pose with a quality, and (when the frame
-/// says why) a tracked state. Anything else is never sent as a pose.
-bool isTracked(const TrackingInstrument& instrument, const InstrumentStatusData::Entry* entry) {
-    if (!instrument.active || !(instrument.quality > 0.0))
-        return false;
-    return !entry || InstrumentStatusData::isTracked(entry->state);
 }
 
 int statusCode(InstrumentStatusData::State state) {
@@ -59,8 +52,8 @@ std::string IgtlFrameEncoder::deviceName(const std::string& name) {
 
 void IgtlFrameEncoder::stamp(igtl::MessageBase* message) const {
     // The fraction of a second is in units of 2^-32 s.
-    const std::uint64_t fraction = ((m_timestampMs % 1000) << 32) / 1000;
-    message->SetTimeStamp(static_cast<unsigned int>(m_timestampMs / 1000),
+    const std::uint64_t fraction = ((m_timestampUS % 1000000) << 32) / 1000000;
+    message->SetTimeStamp(static_cast<unsigned int>(m_timestampUS / 1000000),
                           static_cast<unsigned int>(fraction));
 }
 
@@ -116,8 +109,8 @@ void IgtlFrameEncoder::appendPoints(std::vector<std::uint8_t>& out, const Tracki
 }
 
 void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame& out) {
-    m_timestampMs = frame.deviceTimestamp();
-    out.deviceTimestampMs = m_timestampMs;
+    m_timestampUS = frameTimeUS(frame);
+    out.timestampMs = m_timestampUS / 1000;
     out.statuses.clear();
     out.poseMessages = 0;
     const auto* statusData = frame.component<InstrumentStatusData>();
@@ -128,7 +121,7 @@ void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame&
     std::size_t elements = 0;
     for (const TrackingInstrument& instrument : frame.instruments()) {
         const InstrumentStatusData::Entry* entry = statusData ? statusData->find(instrument.ID()) : nullptr;
-        const bool tracked = isTracked(instrument, entry);
+        const bool tracked = isInstrumentTracked(frame, instrument);
 
         // A STATUS message when the instrument's state changed since the last frame.
         const int code =
@@ -136,11 +129,12 @@ void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame&
                   : (tracked ? igtl::StatusMessage::STATUS_OK : igtl::StatusMessage::STATUS_NOT_FOUND);
         const int subCode = entry ? static_cast<int>(entry->state) : 0;
         InstrumentStatus& last = m_instruments[instrument.ID()];
-        if (last.code != code || last.subCode != subCode) {
+        if (last.code != code || last.subCode != subCode || last.untracked) {
             const std::string name =
                 entry ? InstrumentStatusData::stateName(entry->state) : (tracked ? "tracked" : "not tracked");
             last.code = code;
             last.subCode = subCode;
+            last.untracked = false;
             last.message = status(deviceName(instrument.ID()), code, subCode, name,
                                   entry && !entry->reason.empty() ? entry->reason : name);
             out.statuses.push_back(last.message);
@@ -197,21 +191,53 @@ Packet IgtlFrameEncoder::status(const std::string& name, int code, int subCode, 
     return buffer;
 }
 
-Packet IgtlFrameEncoder::cameraStatus(CameraState state, std::uint64_t timestampMs) {
-    m_timestampMs = timestampMs;
+namespace {
+struct CameraStatusText {
+    int code;
+    const char* errorName;
+    const char* text;
+};
+CameraStatusText cameraStatusOf(CameraState state) {
     switch (state) {
     case CameraState::Tracking:
-        return status(CameraDeviceName, igtl::StatusMessage::STATUS_OK, 0, "tracking", "open and tracking");
+        return {igtl::StatusMessage::STATUS_OK, "tracking", "open and tracking"};
     case CameraState::NotRunning:
-        return status(CameraDeviceName, igtl::StatusMessage::STATUS_NOT_READY, 0, "not tracking",
-                      "open, not tracking");
+        return {igtl::StatusMessage::STATUS_NOT_READY, "not tracking", "open, not tracking"};
     case CameraState::NoFrames:
-        return status(CameraDeviceName, igtl::StatusMessage::STATUS_TIME_OUT, 0, "no frames",
-                      "camera not delivering frames");
+        return {igtl::StatusMessage::STATUS_TIME_OUT, "no frames", "camera not delivering frames"};
+    case CameraState::Ended:
+        return {igtl::StatusMessage::STATUS_DISABLED, "ended", "no more frames"};
     case CameraState::Closed:
         break;
     }
-    return status(CameraDeviceName, igtl::StatusMessage::STATUS_DISABLED, 0, "closed", "stream closed");
+    return {igtl::StatusMessage::STATUS_DISABLED, "closed", "stream closed"};
+}
+} // namespace
+
+std::string IgtlFrameEncoder::cameraStatusText(CameraState state, const std::string& reason) {
+    return reason.empty() ? cameraStatusOf(state).text : reason;
+}
+
+Packet IgtlFrameEncoder::cameraStatus(CameraState state, std::uint64_t timestampMs,
+                                      const std::string& reason) {
+    m_timestampUS = timestampMs * 1000;
+    const CameraStatusText of = cameraStatusOf(state);
+    return status(CameraDeviceName, of.code, 0, of.errorName, cameraStatusText(state, reason));
+}
+
+void IgtlFrameEncoder::untrackInstruments(const std::string& reason, std::uint64_t timestampMs,
+                                          std::vector<Packet>& out) {
+    m_timestampUS = timestampMs * 1000;
+    for (auto& [id, last] : m_instruments) {
+        if (last.untracked && last.untrackedReason == reason)
+            continue;
+        last.code = igtl::StatusMessage::STATUS_NOT_FOUND;
+        last.subCode = 0;
+        last.untracked = true;
+        last.untrackedReason = reason;
+        last.message = status(deviceName(id), last.code, 0, "not tracked", reason);
+        out.push_back(last.message);
+    }
 }
 
 void IgtlFrameEncoder::instrumentStatuses(std::vector<Packet>& out) const {
@@ -221,7 +247,7 @@ void IgtlFrameEncoder::instrumentStatuses(std::vector<Packet>& out) const {
 }
 
 Packet IgtlFrameEncoder::startTrackingDataReply(std::uint64_t timestampMs) {
-    m_timestampMs = timestampMs;
+    m_timestampUS = timestampMs * 1000;
     auto reply = igtl::RTSTrackingDataMessage::New();
     reply->SetDeviceName(TrackingDataDeviceName);
     reply->SetStatus(igtl::RTSTrackingDataMessage::STATUS_SUCCESS);
@@ -232,14 +258,14 @@ Packet IgtlFrameEncoder::startTrackingDataReply(std::uint64_t timestampMs) {
 }
 
 bool IgtlFrameEncoder::appendImage(std::vector<std::uint8_t>& out, const ImageStreamData& data,
-                                   const std::string& name) {
+                                   const std::string& name, std::uint64_t timestampUS) {
     const auto& shared = data.image();
     if (!shared || !shared->image())
         return false;
     const Image& image = *shared->image();
     if (image.pixelType() != PixelType::UInt8 || image.channels() != 1 || image.slices() != 1)
         return false;
-    m_timestampMs = data.deviceTimestamp();
+    m_timestampUS = timestampUS;
     m_image->SetDimensions(image.width(), image.height(), 1);
     m_image->SetSpacing(1.0f, 1.0f, 1.0f);
     m_image->SetScalarTypeToUint8();

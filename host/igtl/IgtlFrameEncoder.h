@@ -32,11 +32,13 @@ enum class CameraState {
     NotRunning, ///< open (or opening, starting, stopping) but not tracking: STATUS_NOT_READY
     NoFrames,   ///< running, but no frame for a while: STATUS_TIME_OUT
     Closed,     ///< closed, or no stream served: STATUS_DISABLED
+    Ended,      ///< the source has no more frames (a replayed recording at its end): STATUS_DISABLED
 };
 
 /// The messages of one tracking frame, packed once for every client.
 struct IgtlEncodedFrame {
-    std::uint64_t deviceTimestampMs = 0;
+    /// The frame's time (frameTimeUS(): its capture time when known), milliseconds since the epoch.
+    std::uint64_t timestampMs = 0;
     /// The TRANSFORMs of the tracked instruments (and of their tips), then the POINT of the raw
     /// fiducials when the frame has them: one buffer, sent to every client.
     Packet poses;
@@ -49,6 +51,9 @@ struct IgtlEncodedFrame {
 
 /// Packs tracking frames, camera images and statuses as OpenIGTLink messages, remembering each
 /// instrument's last status so that it reports the transitions. Used by one thread (the server's).
+///
+/// Every message of a frame carries the frame's time in its header: its capture time when the
+/// producer attached one, else its arrival (frameTimeUS()), to the microsecond.
 ///
 /// Names: the device name of an instrument's TRANSFORM, STATUS and TDATA element is its id
 /// ("atracsys-1000"), that of its tip "<id>-tip"; the protocol allows 20 characters, so a longer
@@ -66,20 +71,29 @@ public:
 
     /// Packs the frame's messages into `out` (its previous content replaced).
     void encode(const TrackingStreamData& frame, IgtlEncodedFrame& out);
-    /// The camera's STATUS message.
-    Packet cameraStatus(CameraState state, std::uint64_t timestampMs);
+    /// The camera's STATUS text: `reason` when not empty, else the state's own text.
+    static std::string cameraStatusText(CameraState state, const std::string& reason = {});
+    /// The camera's STATUS message, with that text.
+    Packet cameraStatus(CameraState state, std::uint64_t timestampMs, const std::string& reason = {});
+    /// The camera does not deliver: every instrument seen so far turns to not tracked, with
+    /// `reason`; their STATUS messages are appended to `out` (none for an instrument already told
+    /// so). The next frame reports each instrument's state again.
+    void untrackInstruments(const std::string& reason, std::uint64_t timestampMs, std::vector<Packet>& out);
     /// The last STATUS message of every instrument seen so far, for a client that just connected.
     void instrumentStatuses(std::vector<Packet>& out) const;
     /// The answer to STT_TDATA.
     Packet startTrackingDataReply(std::uint64_t timestampMs);
-    /// Appends the IMAGE message of a camera image (8-bit, one channel) under `name`; false (and
-    /// nothing appended) for another kind of image.
-    bool appendImage(std::vector<std::uint8_t>& out, const ImageStreamData& data, const std::string& name);
+    /// Appends the IMAGE message of a camera image (8-bit, one channel) under `name`, stamped with
+    /// `timestampUS` (its frame's time); false (and nothing appended) for another kind of image.
+    bool appendImage(std::vector<std::uint8_t>& out, const ImageStreamData& data, const std::string& name,
+                     std::uint64_t timestampUS);
 
 private:
     struct InstrumentStatus {
         int code = -1;
         int subCode = -1;
+        bool untracked = false; // told not tracked because the camera does not deliver
+        std::string untrackedReason;
         Packet message;
     };
 
@@ -92,7 +106,7 @@ private:
     static void append(std::vector<std::uint8_t>& out, igtl::MessageBase* message);
 
     IgtlBufferPool m_pool;
-    std::uint64_t m_timestampMs = 0;
+    std::uint64_t m_timestampUS = 0; // of the messages being packed
     // Reused from frame to frame: packing replaces their content.
     igtl::TransformMessage::Pointer m_transform = igtl::TransformMessage::New();
     igtl::TrackingDataMessage::Pointer m_trackingData = igtl::TrackingDataMessage::New();

@@ -1,8 +1,5 @@
 #include "host/igtl/IgtlMessageReader.h"
 
-#include <igtlMessageHeader.h>
-#include <igtlStatusMessage.h>
-#include <igtlTrackingDataMessage.h>
 #include <igtl_util.h>
 
 #include <algorithm>
@@ -27,22 +24,9 @@ constexpr std::size_t BodySizeOffset = 42;
 constexpr std::size_t CrcOffset = 50;
 // STT_TDATA: resolution (4) and coordinate name (32).
 constexpr std::uint64_t StartBodySize = 36;
-
-/// Unpacks a request of type M from the header and body; false on a CRC mismatch.
-template <class M>
-bool unpack(typename M::Pointer message, const std::uint8_t* header, const std::vector<std::uint8_t>& body) {
-    if (body.empty()) // the library reports no body unpacked for these: the CRC of nothing is 0
-        return bigEndian(header + CrcOffset, 8) == crc64(nullptr, 0, 0);
-    igtl::MessageHeader::Pointer head = igtl::MessageHeader::New();
-    head->InitPack();
-    std::memcpy(head->GetPackPointer(), header, IgtlMessageReader::HeaderSize);
-    head->Unpack();
-    message->SetMessageHeader(head);
-    message->AllocatePack();
-    if (!body.empty())
-        std::memcpy(message->GetPackBodyPointer(), body.data(), body.size());
-    return (message->Unpack(1) & igtl::MessageHeader::UNPACK_BODY) != 0;
-}
+// The extended header of a version 2 body: its size (2), the metadata header's size (2), the
+// metadata's size (4), the message id (4).
+constexpr std::uint64_t ExtendedHeaderSize = 12;
 
 } // namespace
 
@@ -74,9 +58,9 @@ bool IgtlMessageReader::read(const std::uint8_t* data, std::size_t size, std::ve
 }
 
 bool IgtlMessageReader::headerComplete() {
-    const std::uint64_t version = bigEndian(m_header, 2);
-    if (version != 1 && version != 2) {
-        m_error = "unsupported header version " + std::to_string(version);
+    m_version = static_cast<std::uint16_t>(bigEndian(m_header, 2));
+    if (m_version != 1 && m_version != 2) {
+        m_error = "unsupported header version " + std::to_string(m_version);
         return false;
     }
     const char* type = reinterpret_cast<const char*>(m_header + TypeOffset);
@@ -89,14 +73,35 @@ bool IgtlMessageReader::headerComplete() {
     }
     m_bodyRemaining = m_bodySize;
     m_keepBody = m_type == "STT_TDATA" || m_type == "STP_TDATA" || m_type == "GET_STATUS";
-    // The library unpacks these bodies at their fixed size whatever the header says.
+    // A version 1 request is its content alone, of its type's fixed size; a version 2 request
+    // is checked once its extended header is read.
     const std::uint64_t expected = m_type == "STT_TDATA" ? StartBodySize : 0;
-    if (m_keepBody && m_bodySize != expected) {
+    if (m_keepBody && m_version == 1 && m_bodySize != expected) {
         m_error = "malformed " + m_type + " message: body of " + std::to_string(m_bodySize) +
                   " bytes instead of " + std::to_string(expected);
         return false;
     }
     m_body.clear();
+    return true;
+}
+
+bool IgtlMessageReader::contentOf(const std::uint8_t*& content, std::uint64_t& contentSize) {
+    const std::uint64_t body = m_body.size();
+    if (body < ExtendedHeaderSize) {
+        m_error = "malformed " + m_type + " message: body of " + std::to_string(body) +
+                  " bytes, shorter than its extended header";
+        return false;
+    }
+    const std::uint64_t extended = bigEndian(m_body.data(), 2);
+    const std::uint64_t metadata = bigEndian(m_body.data() + 2, 2) + bigEndian(m_body.data() + 4, 4);
+    if (extended < ExtendedHeaderSize || extended + metadata > body) {
+        m_error = "malformed " + m_type + " message: extended header of " + std::to_string(extended) +
+                  " bytes and metadata of " + std::to_string(metadata) + " bytes in a body of " +
+                  std::to_string(body);
+        return false;
+    }
+    content = m_body.data() + extended;
+    contentSize = body - extended - metadata;
     return true;
 }
 
@@ -106,24 +111,33 @@ bool IgtlMessageReader::bodyComplete(std::vector<Request>& requests) {
         ++m_skipped;
         return true;
     }
-    Request request;
-    bool intact = false;
-    if (m_type == "STT_TDATA") {
-        auto message = igtl::StartTrackingDataMessage::New();
-        intact = unpack<igtl::StartTrackingDataMessage>(message, m_header, m_body);
-        request.kind = Request::Kind::StartTrackingData;
-        request.resolutionMs = std::max<std::int32_t>(0, message->GetResolution());
-    } else if (m_type == "STP_TDATA") {
-        intact =
-            unpack<igtl::StopTrackingDataMessage>(igtl::StopTrackingDataMessage::New(), m_header, m_body);
-        request.kind = Request::Kind::StopTrackingData;
-    } else {
-        intact = unpack<igtl::GetStatusMessage>(igtl::GetStatusMessage::New(), m_header, m_body);
-        request.kind = Request::Kind::GetStatus;
-    }
-    if (!intact) {
+    // The CRC covers the whole body, in version 2 extended header and metadata included.
+    const std::uint64_t crc = crc64(m_body.data(), m_body.size(), 0);
+    if (crc != bigEndian(m_header + CrcOffset, 8)) {
         m_error = "CRC mismatch in " + m_type + " message";
         return false;
+    }
+    const std::uint8_t* content = m_body.data();
+    std::uint64_t contentSize = m_body.size();
+    if (m_version == 2) {
+        if (!contentOf(content, contentSize))
+            return false;
+        const std::uint64_t expected = m_type == "STT_TDATA" ? StartBodySize : 0;
+        if (contentSize != expected) {
+            m_error = "malformed " + m_type + " message: content of " + std::to_string(contentSize) +
+                      " bytes instead of " + std::to_string(expected);
+            return false;
+        }
+    }
+    Request request;
+    if (m_type == "STT_TDATA") {
+        request.kind = Request::Kind::StartTrackingData;
+        const auto resolution = static_cast<std::int32_t>(static_cast<std::uint32_t>(bigEndian(content, 4)));
+        request.resolutionMs = std::max<std::int32_t>(0, resolution);
+    } else if (m_type == "STP_TDATA") {
+        request.kind = Request::Kind::StopTrackingData;
+    } else {
+        request.kind = Request::Kind::GetStatus;
     }
     requests.push_back(request);
     return true;

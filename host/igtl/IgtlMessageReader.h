@@ -12,8 +12,14 @@ namespace Kestrion::Igtl {
 /// unpacked with their CRC checked; any other message is skipped by its body size without being
 /// kept in memory.
 ///
+/// Header version 1 and 2 are read. A version 2 body (what OpenIGTLink 3 clients send, e.g. with
+/// metadata attached) is: an extended header (its own size, the metadata header's size, the
+/// metadata's size, a message id), the content, the metadata header and the metadata; the CRC
+/// covers the whole body. The extended header and the metadata are skipped by their sizes.
+///
 /// An error ends the reading for good (the server closes the client): a header version other
-/// than 1 or 2, a body over the size limit, a CRC mismatch of a request.
+/// than 1 or 2, a body over the size limit, a CRC mismatch of a request, a request whose content
+/// has not the size of its type, or whose extended header and metadata do not fit its body.
 class IgtlMessageReader {
 public:
     struct Request {
@@ -40,11 +46,15 @@ public:
 private:
     bool headerComplete();
     bool bodyComplete(std::vector<Request>& requests);
+    /// The content of a version 2 body (without extended header and metadata); false on sizes
+    /// that do not fit the body.
+    bool contentOf(const std::uint8_t*& content, std::uint64_t& contentSize);
 
     std::uint64_t m_maxBodyBytes;
     std::uint8_t m_header[HeaderSize] = {};
     std::size_t m_headerFill = 0;
     std::string m_type;
+    std::uint16_t m_version = 0;
     std::uint64_t m_bodySize = 0;
     std::uint64_t m_bodyRemaining = 0; // of the current message, kept or skipped
     bool m_keepBody = false;

@@ -8,6 +8,8 @@
 #include "host/stream/ImageStreamData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentTracking.h"
+#include "host/stream/state/StreamHealth.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -114,7 +116,13 @@ void IgtlServer::serve(TrackingStream* stream) {
 void IgtlServer::stop() {
     serve(nullptr);
     if (m_thread.joinable()) {
-        m_stopping = true;
+        {
+            // Set under the image thread's mutex: between its check of the flag and its wait,
+            // the image thread holds this mutex, so the notification below cannot fall between
+            // them and be lost.
+            std::lock_guard<std::mutex> lock(m_imageMutex);
+            m_stopping = true;
+        }
         wake();
         m_imageWanted.notify_all();
         m_thread.join();
@@ -159,7 +167,6 @@ void IgtlServer::onStreamData(const std::shared_ptr<const StreamData>& data) {
 
 void IgtlServer::run() {
     std::vector<pollfd> polled;
-    m_lastFrame = Clock::now();
     while (!m_stopping.load()) {
         polled.clear();
         polled.push_back({m_wakeEvent, POLLIN, 0});
@@ -231,15 +238,13 @@ void IgtlServer::takeFrame(Clock::time_point now) {
     }
     if (!frame)
         return;
-    m_lastFrame = now;
     const auto tracking = findStreamData<TrackingStreamData>(frame);
     if (tracking) {
         m_encoder.encode(*tracking, m_encoded);
         for (const auto& client : m_clients) {
             for (const Packet& status : m_encoded.statuses)
                 client->queueStatus(status, now);
-            const bool tdata =
-                m_encoded.trackingData && client->takesTrackingData(m_encoded.deviceTimestampMs);
+            const bool tdata = m_encoded.trackingData && client->takesTrackingData(m_encoded.timestampMs);
             client->queueFrame(m_encoded.poses, m_encoded.poseMessages,
                                tdata ? m_encoded.trackingData : nullptr, now);
         }
@@ -273,10 +278,13 @@ void IgtlServer::imageLoop() {
         auto packed = std::make_shared<std::vector<std::uint8_t>>();
         std::uint32_t count = 0;
         const auto& compound = static_cast<const CompoundStreamData&>(*input);
+        // The images carry the time of the frame they belong to, as its poses do.
+        const auto tracking = findStreamData<TrackingStreamData>(input);
+        const std::uint64_t timeUS = tracking ? frameTimeUS(*tracking) : Time::utcMilliseconds() * 1000;
         for (const auto& sub : compound.subData()) {
             const auto* image = dynamic_cast<const ImageStreamData*>(sub.get());
             const Stream* source = image ? image->stream() : nullptr;
-            if (image && encoder.appendImage(*packed, *image, source ? source->name() : "image"))
+            if (image && encoder.appendImage(*packed, *image, source ? source->name() : "image", timeUS))
                 ++count;
         }
         if (count == 0)
@@ -342,26 +350,47 @@ void IgtlServer::handleInput(IgtlClientConnection& client, Clock::time_point now
 
 void IgtlServer::updateCameraState(Clock::time_point now) {
     const auto state = static_cast<Stream::State>(m_streamState.load());
-    if (state != m_seenState) {
-        if (state == Stream::State::Running)
-            m_lastFrame = now; // the wait for frames starts with the run
-        m_seenState = state;
-    }
     CameraState camera = CameraState::Closed;
-    if (!m_serving.load() || state == Stream::State::Closed || state == Stream::State::Closing)
+    std::string reason;
+    if (!m_serving.load() || state == Stream::State::Closed || state == Stream::State::Closing) {
         camera = CameraState::Closed;
-    else if (state != Stream::State::Running)
+    } else if (state != Stream::State::Running) {
         camera = CameraState::NotRunning;
-    else if (now - m_lastFrame >= std::chrono::milliseconds(m_settings.noFramesTimeoutMs))
-        camera = CameraState::NoFrames;
-    else
-        camera = CameraState::Tracking;
-    if (m_cameraStatus && camera == m_cameraState)
+    } else {
+        // Whether frames come is the stream's health, the one definition every output reads.
+        // Taken under m_serveMutex: serve() cannot let go of the stream meanwhile.
+        StreamHealth::Snapshot health;
+        {
+            std::lock_guard<std::mutex> lock(m_serveMutex);
+            if (m_stream)
+                health = m_stream->health().snapshot();
+        }
+        if (health.state == StreamHealth::State::Delivering) {
+            camera = CameraState::Tracking;
+        } else if (health.state == StreamHealth::State::NotDelivering) {
+            camera = CameraState::NoFrames;
+        } else if (health.state == StreamHealth::State::Ended) {
+            camera = CameraState::Ended;
+            reason = health.endReason;
+        } else {
+            camera = CameraState::NotRunning; // running, its health not started yet
+        }
+    }
+    if (m_cameraStatus && camera == m_cameraState && reason == m_cameraReason)
         return;
     m_cameraState = camera;
-    m_cameraStatus = m_encoder.cameraStatus(camera, Time::utcMilliseconds());
-    for (const auto& client : m_clients)
+    m_cameraReason = reason;
+    const std::uint64_t timeMs = Time::utcMilliseconds();
+    m_cameraStatus = m_encoder.cameraStatus(camera, timeMs, reason);
+    // Without frames no instrument is tracked, whatever the last frame said.
+    std::vector<Packet> instruments;
+    if (camera != CameraState::Tracking)
+        m_encoder.untrackInstruments(IgtlFrameEncoder::cameraStatusText(camera, reason), timeMs, instruments);
+    for (const auto& client : m_clients) {
         client->queueStatus(m_cameraStatus, now);
+        for (const Packet& instrument : instruments)
+            client->queueStatus(instrument, now);
+    }
 }
 
 void IgtlServer::publishClients() {

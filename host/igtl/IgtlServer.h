@@ -37,7 +37,9 @@ struct IgtlClientInfo {
 /// Per frame: a TRANSFORM per tracked instrument (and per tool tip), a POINT of the raw fiducials
 /// when the frame has them, a TDATA to the clients that asked with STT_TDATA (at their
 /// resolution), STATUS messages on each instrument's transitions and on the camera's state, and
-/// the camera images at most at the settings' rate. See docs/openigtlink.md.
+/// the camera images at most at the settings' rate. Whether the camera delivers is the stream's
+/// health (Stream::health()); while it does not, every instrument is reported not tracked.
+/// See docs/openigtlink.md.
 ///
 /// Threads. The stream's worker thread only puts the frame into a one-frame slot and wakes the
 /// server thread (a newer frame replaces one not yet taken). The server thread packs each frame
@@ -94,8 +96,8 @@ private:
     std::thread m_imageThread;
     std::atomic<bool> m_stopping{false};
 
-    // The stream served. m_serveMutex orders serve() against stop() (control threads); the
-    // worker never takes it.
+    // The stream served. m_serveMutex orders serve() against stop() (control threads), and the
+    // server thread's reading of the stream's health against serve(); the worker never takes it.
     std::mutex m_serveMutex;
     TrackingStream* m_stream = nullptr;
     SignalConnection m_dataConnection;
@@ -128,9 +130,8 @@ private:
     IgtlEncodedFrame m_encoded;
     std::vector<std::unique_ptr<IgtlClientConnection>> m_clients;
     CameraState m_cameraState = CameraState::Closed;
+    std::string m_cameraReason;
     Packet m_cameraStatus;
-    Stream::State m_seenState = Stream::State::Closed;
-    Clock::time_point m_lastFrame;
     Clock::time_point m_nextImage;
 };
 

@@ -21,8 +21,6 @@ struct IgtlServerSettings {
     std::size_t queuedFrames = 2;
     /// A client that accepts no byte of waiting messages for this long is closed.
     int sendTimeoutMs = 5000;
-    /// A running stream that delivers no frame for this long is reported as not delivering frames.
-    int noFramesTimeoutMs = 1000;
     /// Camera images sent per second at most; 0 sends none.
     double imageRateHz = 5.0;
 };

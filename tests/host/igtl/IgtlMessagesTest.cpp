@@ -8,8 +8,10 @@
 #include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/CaptureTimeData.h"
 
 #include <gtest/gtest.h>
+#include <igtl_util.h>
 
 #include <cstring>
 #include <string>
@@ -19,6 +21,8 @@ namespace Kestrion::Igtl {
 namespace {
 
 using IgtlTest::packed;
+using IgtlTest::startContent;
+using IgtlTest::version2;
 using Bytes = std::vector<std::uint8_t>;
 
 TrackingInstrument instrument(const std::string& id, double quality, double x) {
@@ -32,7 +36,7 @@ TrackingInstrument instrument(const std::string& id, double quality, double x) {
 /// The messages packed one after the other in `bytes`, each as its header and the whole pack.
 struct Unpacked {
     std::string type, name;
-    std::uint64_t timestampMs;
+    std::uint64_t timestampUS;
     Bytes pack;
 };
 std::vector<Unpacked> split(const Bytes& bytes) {
@@ -43,11 +47,9 @@ std::vector<Unpacked> split(const Bytes& bytes) {
         std::memcpy(header->GetPackPointer(), bytes.data() + at, IgtlMessageReader::HeaderSize);
         header->Unpack();
         const std::size_t size = IgtlMessageReader::HeaderSize + header->GetBodySizeToRead();
-        auto ts = igtl::TimeStamp::New();
-        header->GetTimeStamp(ts);
-        result.push_back({header->GetDeviceType(), header->GetDeviceName(),
-                          static_cast<std::uint64_t>(ts->GetTimeStamp() * 1000.0 + 0.5),
-                          Bytes(bytes.begin() + at, bytes.begin() + at + size)});
+        const Bytes pack(bytes.begin() + at, bytes.begin() + at + size);
+        result.push_back(
+            {header->GetDeviceType(), header->GetDeviceName(), IgtlTest::timestampUS(pack), pack});
         at += size;
     }
     return result;
@@ -63,7 +65,10 @@ TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
     TrackingStreamData frame(nullptr,
                              {instrument("atracsys-1000", 0.9, 12.125), instrument("atracsys-1001", 0.0, 0),
                               instrument("atracsys-1002", 0.5, -3.5)},
-                             0, 1700000000123);
+                             1700000000123, 1700000000999);
+    // The capture time, to the microsecond, is every message's time; not the arrival, nor the
+    // device's own clock.
+    frame.addComponent(std::make_shared<CaptureTimeData>(1700000000101234ull, 55000000));
     auto tips = std::make_shared<InstrumentTipData>();
     tips->entries().push_back({"atracsys-1002", {0, 0, 100}, {1.5, 2.5, 850.75}});
     frame.addComponent(tips);
@@ -81,7 +86,7 @@ TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
     const char* names[] = {"atracsys-1000", "atracsys-1002", "atracsys-1002-tip", "fiducials"};
     for (std::size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(poses[i].name, names[i]);
-        EXPECT_EQ(poses[i].timestampMs, 1700000000123u);
+        EXPECT_EQ(poses[i].timestampUS, 1700000000101234u);
     }
     igtl::Matrix4x4 m;
     unpack<igtl::TransformMessage>(poses[0].pack)->GetMatrix(m);
@@ -101,6 +106,8 @@ TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
     EXPECT_STREQ(point->GetGroupName(), "stray");
 
     auto tdata = unpack<igtl::TrackingDataMessage>(*out.trackingData);
+    EXPECT_EQ(split(*out.trackingData)[0].timestampUS, 1700000000101234u);
+    EXPECT_EQ(out.timestampMs, 1700000000101u);
     ASSERT_EQ(tdata->GetNumberOfTrackingDataElements(), 2); // the untracked one is left out
     igtl::TrackingDataElement::Pointer element;
     tdata->GetTrackingDataElement(1, element);
@@ -115,7 +122,7 @@ TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
     encoder.encode(frame, out);
     EXPECT_TRUE(out.statuses.empty());
 
-    TrackingStreamData later(nullptr, {instrument("atracsys-1000", 0.0, 0)}, 0, 1700000000200);
+    TrackingStreamData later(nullptr, {instrument("atracsys-1000", 0.0, 0)}, 1700000000200, 0);
     auto reasons = std::make_shared<InstrumentStatusData>();
     reasons->entries().push_back(
         {"atracsys-1000", InstrumentStatusData::State::PartlySeen, "fiducials 2, 3 of 4 found; 1 missing"});
@@ -127,9 +134,46 @@ TEST(IgtlFrameEncoder, PacksTrackedInstrumentsTipsFiducialsAndTransitions) {
     EXPECT_EQ(why->GetSubCode(), static_cast<int>(InstrumentStatusData::State::PartlySeen));
     EXPECT_STREQ(why->GetErrorName(), "partly seen");
     EXPECT_STREQ(why->GetStatusString(), "fiducials 2, 3 of 4 found; 1 missing");
+    EXPECT_EQ(split(*out.statuses[0])[0].timestampUS, 1700000000200000u); // no capture time: arrival
     std::vector<Packet> current;
     encoder.instrumentStatuses(current);
     EXPECT_EQ(current.size(), 3u);
+}
+
+TEST(IgtlFrameEncoder, CameraWithoutFramesTurnsEveryInstrumentToNotTrackedUntilFramesReturn) {
+    IgtlFrameEncoder encoder;
+    IgtlEncodedFrame out;
+    const TrackingStreamData frame(
+        nullptr, {instrument("atracsys-1000", 0.9, 1), instrument("atracsys-1001", 0, 2)}, 1700000000000, 0);
+    encoder.encode(frame, out);
+    ASSERT_EQ(out.statuses.size(), 2u);
+
+    std::vector<Packet> untracked;
+    encoder.untrackInstruments(IgtlFrameEncoder::cameraStatusText(CameraState::NoFrames), 1700000001000,
+                               untracked);
+    ASSERT_EQ(untracked.size(), 2u); // the one not tracked before is told why now
+    for (const Packet& packet : untracked) {
+        auto status = unpack<igtl::StatusMessage>(*packet);
+        EXPECT_EQ(status->GetCode(), igtl::StatusMessage::STATUS_NOT_FOUND);
+        EXPECT_STREQ(status->GetErrorName(), "not tracked");
+        EXPECT_STREQ(status->GetStatusString(), "camera not delivering frames");
+    }
+    std::vector<Packet> current;
+    encoder.instrumentStatuses(current); // what a client connecting now hears
+    EXPECT_STREQ(unpack<igtl::StatusMessage>(*current[0])->GetStatusString(), "camera not delivering frames");
+    untracked.clear();
+    encoder.untrackInstruments("camera not delivering frames", 1700000001050, untracked);
+    EXPECT_TRUE(untracked.empty());
+    encoder.untrackInstruments("stream closed", 1700000001100, untracked);
+    EXPECT_EQ(untracked.size(), 2u);
+
+    // Frames again: each instrument's own state, also the one whose code did not change.
+    encoder.encode(frame, out);
+    ASSERT_EQ(out.statuses.size(), 2u);
+    EXPECT_EQ(unpack<igtl::StatusMessage>(*out.statuses[0])->GetCode(), igtl::StatusMessage::STATUS_OK);
+    EXPECT_STREQ(unpack<igtl::StatusMessage>(*out.statuses[1])->GetStatusString(), "not tracked");
+    encoder.encode(frame, out);
+    EXPECT_TRUE(out.statuses.empty());
 }
 
 TEST(IgtlFrameEncoder, LongNamesFitTheProtocolAndStayDistinct) {
@@ -190,6 +234,73 @@ TEST(IgtlMessageReader, RefusesBrokenInput) {
     };
     for (const auto& c : cases) {
         IgtlMessageReader reader(40);
+        std::vector<IgtlMessageReader::Request> requests;
+        EXPECT_FALSE(reader.read(c.input.data(), c.input.size(), requests));
+        EXPECT_EQ(reader.error(), c.error);
+        EXPECT_TRUE(requests.empty());
+    }
+}
+
+TEST(IgtlMessageReader, ReadsVersion2MessagesSkippingExtendedHeaderAndMetadata) {
+    const std::vector<std::pair<std::string, std::string>> slicer = {{"ConnectorName", "KestrionLink"},
+                                                                     {"StatusComment", ""}};
+    Bytes input = version2("STATUS", Bytes(30, 0), slicer); // not a request: skipped
+    for (const Bytes& message :
+         {version2("STT_TDATA", startContent(40), slicer), version2("GET_STATUS", {}, {}),
+          version2("STP_TDATA", {}, {{"Key", "Value"}}, 16)})
+        input.insert(input.end(), message.begin(), message.end());
+    const Bytes v1 = startRequest(25); // version 1 after version 2 on the same connection
+    input.insert(input.end(), v1.begin(), v1.end());
+
+    for (std::size_t piece : {input.size(), std::size_t(1), std::size_t(5)}) {
+        IgtlMessageReader reader;
+        std::vector<IgtlMessageReader::Request> requests;
+        for (std::size_t at = 0; at < input.size(); at += piece)
+            ASSERT_TRUE(reader.read(input.data() + at, std::min(piece, input.size() - at), requests))
+                << reader.error();
+        ASSERT_EQ(requests.size(), 4u);
+        EXPECT_EQ(requests[0].kind, IgtlMessageReader::Request::Kind::StartTrackingData);
+        EXPECT_EQ(requests[0].resolutionMs, 40);
+        EXPECT_EQ(requests[1].kind, IgtlMessageReader::Request::Kind::GetStatus);
+        EXPECT_EQ(requests[2].kind, IgtlMessageReader::Request::Kind::StopTrackingData);
+        EXPECT_EQ(requests[3].resolutionMs, 25);
+        EXPECT_EQ(reader.skippedMessages(), 1u);
+    }
+}
+
+/// The message with one byte of its body changed and its CRC made to match again.
+Bytes resealed(Bytes message, std::size_t bodyOffset, std::uint8_t value) {
+    message[58 + bodyOffset] = value;
+    const std::uint64_t crc = crc64(message.data() + 58, message.size() - 58, 0);
+    for (int i = 0; i < 8; ++i)
+        message[50 + i] = static_cast<std::uint8_t>(crc >> (8 * (7 - i)));
+    return message;
+}
+
+TEST(IgtlMessageReader, RefusesBrokenVersion2Requests) {
+    Bytes metadataChanged = version2("STT_TDATA", startContent(10), {{"Key", "Value"}});
+    metadataChanged.back() ^= 0x01; // the CRC covers the metadata too
+    const struct {
+        Bytes input;
+        const char* error;
+    } cases[] = {
+        {metadataChanged, "CRC mismatch in STT_TDATA message"},
+        {version2("GET_STATUS", Bytes(4, 0), {}),
+         "malformed GET_STATUS message: content of 4 bytes instead of 0"},
+        {version2("STT_TDATA", Bytes(8, 0), {{"k", "v"}}),
+         "malformed STT_TDATA message: content of 8 bytes instead of 36"},
+        {version2("STP_TDATA", {}, {}, 0),
+         "malformed STP_TDATA message: body of 2 bytes, shorter than its extended header"},
+        // The low byte of the metadata size: 100 bytes announced.
+        {resealed(version2("STT_TDATA", startContent(10), {}), 7, 100),
+         "malformed STT_TDATA message: extended header of 12 bytes and metadata of 102 bytes in a body of "
+         "50"},
+        // The low byte of the extended header's size: 4, less than its own fields.
+        {resealed(version2("STP_TDATA", {}, {{"Key", "Value"}}), 1, 4),
+         "malformed STP_TDATA message: extended header of 4 bytes and metadata of 18 bytes in a body of 30"},
+    };
+    for (const auto& c : cases) {
+        IgtlMessageReader reader;
         std::vector<IgtlMessageReader::Request> requests;
         EXPECT_FALSE(reader.read(c.input.data(), c.input.size(), requests));
         EXPECT_EQ(reader.error(), c.error);

@@ -10,6 +10,7 @@
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/CaptureTimeData.h"
 #include "tests/support/LogCapture.h"
 
 #include <igtlImageMessage.h>
@@ -29,6 +30,11 @@ using IgtlTest::IgtlTestClient;
 using IgtlTest::packed;
 using Bytes = std::vector<std::uint8_t>;
 
+/// The capture time the scripted stream gives a frame: 2.5 ms before the device's stamp.
+std::uint64_t captureTimeUS(std::uint64_t timestampMs) {
+    return timestampMs * 1000 - 2500;
+}
+
 /// A tracking stream whose frames the test emits itself, on its own thread.
 class ScriptedStream : public TrackingStream {
 public:
@@ -40,8 +46,9 @@ public:
         TrackingInstrument tool{TrackerID("atracsys-1")};
         tool.quality = 0.9;
         tool.matrix(2, 3) = static_cast<double>(timestampMs % 1000);
-        auto frame =
-            std::make_shared<TrackingStreamData>(this, std::vector<TrackingInstrument>{tool}, 0, timestampMs);
+        auto frame = std::make_shared<TrackingStreamData>(this, std::vector<TrackingInstrument>{tool},
+                                                          timestampMs + 3, timestampMs);
+        frame->addComponent(std::make_shared<CaptureTimeData>(captureTimeUS(timestampMs), timestampMs));
         auto points = std::make_shared<TrackingInstrumentFiducialsData>();
         for (std::size_t i = 0; i < fiducials; ++i)
             points->addFiducial({1, 2, 3}, 0, 0, 1, 0, 0, 1, 1);
@@ -90,17 +97,19 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
     ASSERT_TRUE(camera);
     EXPECT_EQ(camera->name, "camera");
     EXPECT_EQ(statusCode(*camera), igtl::StatusMessage::STATUS_OK);
-    auto start = igtl::StartTrackingDataMessage::New();
-    start->SetResolution(0);
-    a.send(packed(start));
+    // As an OpenIGTLink 3 client: a STATUS with metadata, then STT_TDATA, in header version 2.
+    a.send(IgtlTest::version2("STATUS", Bytes(30, 0), {{"ConnectorName", "Slicer"}}));
+    a.send(IgtlTest::version2("STT_TDATA", IgtlTest::startContent(0), {{"ConnectorName", "Slicer"}}));
     ASSERT_TRUE(a.next("RTS_TDATA"));
     stream.emitFrame(1700000000100, 0, true);
     auto pose = a.next("TRANSFORM");
     ASSERT_TRUE(pose);
     EXPECT_EQ(pose->name, "atracsys-1");
+    EXPECT_EQ(IgtlTest::timestampUS(pose->pack), captureTimeUS(1700000000100));
     ASSERT_TRUE(a.next("TDATA"));
     auto image = a.next("IMAGE"); // packed on its own thread, after the poses
     ASSERT_TRUE(image);
+    EXPECT_EQ(IgtlTest::timestampUS(image->pack), captureTimeUS(1700000000100)); // its frame's time
     int size[3];
     IgtlTest::unpackAs<igtl::ImageMessage>(image->pack)->GetDimensions(size);
     EXPECT_EQ(size[0] * 10 + size[1], 43);
@@ -123,7 +132,8 @@ TEST(IgtlServer, ServesPosesTrackingDataAndStatusToEachClient) {
 
     stream.close(); // through stopping (not tracking) to closed
     std::optional<Igtl::IgtlTest::ReceivedMessage> status;
-    while ((status = a.next("STATUS")) && statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY)
+    while ((status = a.next("STATUS")) &&
+           (status->name != "camera" || statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY))
         ;
     ASSERT_TRUE(status);
     EXPECT_EQ(statusCode(*status), igtl::StatusMessage::STATUS_DISABLED);
@@ -193,11 +203,19 @@ TEST(IgtlServer, DropsBrokenSlowAndSurplusClientsWhileTheOthersGoOn) {
     EXPECT_TRUE(warned(stalledAddress, " dropped: stopped reading for 200 ms"));
 }
 
-TEST(IgtlServer, ReportsACameraThatStopsDeliveringFrames) {
+/// The next STATUS of that device.
+std::optional<IgtlTest::ReceivedMessage> nextStatusOf(IgtlTestClient& client, const std::string& name) {
+    std::optional<IgtlTest::ReceivedMessage> status;
+    while ((status = client.next("STATUS")) && status->name != name)
+        ;
+    return status;
+}
+
+TEST(IgtlServer, CameraThatStopsDeliveringLeavesNoInstrumentTracked) {
     ScriptedStream stream;
-    IgtlServerSettings settings = loopback();
-    settings.noFramesTimeoutMs = 100;
-    IgtlServer server(settings);
+    // The stream's health says when frames stopped: here after 100 ms without one.
+    stream.health().setSilenceThreshold(std::chrono::milliseconds(100));
+    IgtlServer server(loopback());
     ASSERT_TRUE(server.start());
     server.serve(&stream);
     IgtlTestClient client(server.port());
@@ -205,16 +223,77 @@ TEST(IgtlServer, ReportsACameraThatStopsDeliveringFrames) {
     ASSERT_TRUE(closed);
     EXPECT_EQ(statusCode(*closed), igtl::StatusMessage::STATUS_DISABLED);
     ASSERT_TRUE(stream.open() && stream.start());
-    // Not ready and tracking may pass too quickly to be seen; then no frames for 100 ms.
-    std::optional<Igtl::IgtlTest::ReceivedMessage> status;
-    while ((status = client.next("STATUS")) && statusCode(*status) != igtl::StatusMessage::STATUS_TIME_OUT)
-        EXPECT_TRUE(statusCode(*status) == igtl::StatusMessage::STATUS_NOT_READY ||
-                    statusCode(*status) == igtl::StatusMessage::STATUS_OK);
-    ASSERT_TRUE(status);
     stream.emitFrame(1700000000000);
-    auto again = client.next("STATUS");
+    auto tracked = nextStatusOf(client, "atracsys-1");
+    ASSERT_TRUE(tracked);
+    EXPECT_EQ(statusCode(*tracked), igtl::StatusMessage::STATUS_OK);
+
+    // No frame for 100 ms: the camera, and each instrument with the camera's reason.
+    std::optional<IgtlTest::ReceivedMessage> status;
+    while ((status = nextStatusOf(client, "camera")) &&
+           statusCode(*status) != igtl::StatusMessage::STATUS_TIME_OUT)
+        EXPECT_EQ(statusCode(*status), igtl::StatusMessage::STATUS_OK);
+    ASSERT_TRUE(status);
+    auto tool = client.next("STATUS");
+    ASSERT_TRUE(tool);
+    EXPECT_EQ(tool->name, "atracsys-1");
+    EXPECT_EQ(statusCode(*tool), igtl::StatusMessage::STATUS_NOT_FOUND);
+    EXPECT_STREQ(IgtlTest::unpackAs<igtl::StatusMessage>(tool->pack)->GetStatusString(),
+                 "camera not delivering frames");
+
+    // Frames again: the instrument's own state comes back, then the camera's.
+    stream.emitFrame(1700000002000);
+    auto back = client.next("STATUS");
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->name, "atracsys-1");
+    EXPECT_EQ(statusCode(*back), igtl::StatusMessage::STATUS_OK);
+    auto again = nextStatusOf(client, "camera");
     ASSERT_TRUE(again);
     EXPECT_EQ(statusCode(*again), igtl::StatusMessage::STATUS_OK);
+}
+
+TEST(IgtlServer, AClientThatResetsItsConnectionIsADisconnection) {
+    TestSupport::LogCapture log;
+    ScriptedStream stream;
+    IgtlServer server(loopback());
+    ASSERT_TRUE(server.start());
+    server.serve(&stream);
+    IgtlTestClient client(server.port());
+    ASSERT_TRUE(client.next("STATUS")); // more is on its way, unread
+    const std::string address = client.address();
+    client.send(IgtlTest::version2("GET_STATUS", {}, {}));
+    client.reset();
+    ASSERT_TRUE(waitForClients(server, 0));
+    server.stop();
+    EXPECT_TRUE(log->contains(Log::Info, "IgtlServer", "OpenIGTLink client " + address + " disconnected"))
+        << log->dump();
+    EXPECT_EQ(log->dump().find("dropped"), std::string::npos) << log->dump();
+}
+
+TEST(IgtlServer, StopsWhileImagesFlow) {
+    ScriptedStream stream;
+    IgtlServerSettings settings = loopback();
+    settings.imageRateHz = 1000.0; // every frame's images are packed
+    IgtlServer server(settings);
+    std::atomic<bool> emitting{true};
+    std::thread camera([&] {
+        for (std::uint64_t t = 1700000000000; emitting.load(); ++t) {
+            stream.emitFrame(t, 0, true);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    });
+    // Each round stops the server while its image thread packs or waits for images: a stop that
+    // missed its wake-up would never return.
+    for (int round = 0; round < 25; ++round) {
+        ASSERT_TRUE(server.start());
+        server.serve(&stream);
+        IgtlTestClient client(server.port());
+        ASSERT_TRUE(client.next("IMAGE")) << "round " << round;
+        server.stop();
+        EXPECT_FALSE(server.isListening());
+    }
+    emitting = false;
+    camera.join();
 }
 
 TEST(IgtlServer, ReportsAnAddressOrPortItCannotListenOn) {

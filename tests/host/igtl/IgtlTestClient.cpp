@@ -2,6 +2,7 @@
 
 #include <igtlMessageHeader.h>
 #include <igtl_header.h>
+#include <igtl_util.h>
 
 #include <arpa/inet.h>
 #include <cstring>
@@ -11,6 +12,59 @@
 #include <unistd.h>
 
 namespace Kestrion::Igtl::IgtlTest {
+
+namespace {
+void putBigEndian(std::vector<std::uint8_t>& out, std::uint64_t value, int bytes) {
+    for (int i = bytes - 1; i >= 0; --i)
+        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+} // namespace
+
+std::vector<std::uint8_t> version2(const std::string& type, const std::vector<std::uint8_t>& content,
+                                   const std::vector<std::pair<std::string, std::string>>& metadata,
+                                   std::uint16_t extendedSize) {
+    std::vector<std::uint8_t> metaHeader, meta, body, message;
+    putBigEndian(metaHeader, metadata.size(), 2);
+    for (const auto& [key, value] : metadata) {
+        putBigEndian(metaHeader, key.size(), 2);
+        putBigEndian(metaHeader, 3, 2); // US-ASCII
+        putBigEndian(metaHeader, value.size(), 4);
+        meta.insert(meta.end(), key.begin(), key.end());
+        meta.insert(meta.end(), value.begin(), value.end());
+    }
+    putBigEndian(body, extendedSize, 2);
+    putBigEndian(body, metaHeader.size(), 2);
+    putBigEndian(body, meta.size(), 4);
+    putBigEndian(body, 7, 4);
+    body.resize(extendedSize, 0);
+    body.insert(body.end(), content.begin(), content.end());
+    body.insert(body.end(), metaHeader.begin(), metaHeader.end());
+    body.insert(body.end(), meta.begin(), meta.end());
+    putBigEndian(message, 2, 2);
+    for (std::size_t i = 0; i < 12 + 20; ++i)
+        message.push_back(i < type.size() ? static_cast<std::uint8_t>(type[i]) : 0);
+    putBigEndian(message, 0, 8);
+    putBigEndian(message, body.size(), 8);
+    putBigEndian(message, crc64(body.data(), body.size(), 0), 8);
+    message.insert(message.end(), body.begin(), body.end());
+    return message;
+}
+
+std::vector<std::uint8_t> startContent(std::int32_t resolutionMs) {
+    std::vector<std::uint8_t> content;
+    putBigEndian(content, static_cast<std::uint32_t>(resolutionMs), 4);
+    const std::string coordinates = "Reference";
+    content.insert(content.end(), coordinates.begin(), coordinates.end());
+    content.resize(36, 0);
+    return content;
+}
+
+std::uint64_t timestampUS(const std::vector<std::uint8_t>& pack) {
+    std::uint64_t stamp = 0; // seconds (32 bits), then the fraction in units of 2^-32 s
+    for (int i = 0; i < 8; ++i)
+        stamp = (stamp << 8) | pack[34 + i];
+    return (stamp >> 32) * 1000000 + (((stamp & 0xFFFFFFFFu) * 1000000 + (1ull << 31)) >> 32);
+}
 
 IgtlTestClient::IgtlTestClient(int port, int receiveBufferBytes) {
     m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -32,6 +86,12 @@ void IgtlTestClient::close() {
     if (m_socket >= 0)
         ::close(m_socket);
     m_socket = -1;
+}
+
+void IgtlTestClient::reset() {
+    const linger abort{1, 0};
+    ::setsockopt(m_socket, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    close();
 }
 
 void IgtlTestClient::finishSending() {

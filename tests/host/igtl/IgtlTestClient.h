@@ -10,6 +10,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kestrion::Igtl::IgtlTest {
@@ -43,6 +44,17 @@ typename M::Pointer unpackAs(const std::vector<std::uint8_t>& pack) {
     return (message->Unpack(1) & igtl::MessageHeader::UNPACK_BODY) ? message : nullptr;
 }
 
+/// A message as an OpenIGTLink 3 client sends it, header version 2, laid out byte by byte:
+/// header (no device name), extended header (of `extendedSize` bytes, message id 7), content,
+/// metadata header, metadata (US-ASCII values).
+std::vector<std::uint8_t> version2(const std::string& type, const std::vector<std::uint8_t>& content,
+                                   const std::vector<std::pair<std::string, std::string>>& metadata,
+                                   std::uint16_t extendedSize = 12);
+/// The content of STT_TDATA: the resolution and the coordinate name "Reference".
+std::vector<std::uint8_t> startContent(std::int32_t resolutionMs);
+/// The time in a message's header, microseconds since the epoch.
+std::uint64_t timestampUS(const std::vector<std::uint8_t>& pack);
+
 class IgtlTestClient {
 public:
     /// Connects to 127.0.0.1:port; a receive buffer size > 0 is set before connecting.
@@ -56,6 +68,8 @@ public:
     std::string address() const;
     void send(const std::vector<std::uint8_t>& bytes);
     void close();
+    /// Closes with a reset (SO_LINGER 0), as a client that goes away with data unread.
+    void reset();
     /// Ends sending (the server reads the end of the stream), keeping the socket.
     void finishSending();
     /// The next message of that type (others are read and skipped); nothing when the server
