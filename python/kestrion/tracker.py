@@ -88,10 +88,12 @@ class Tracker:
         when the source ends (a replayed recording); TimeoutError when no frame comes for
         `timeout` seconds (None: wait for ever). Frames a slow consumer lost are counted in
         `dropped`."""
-        take = self._session.take
+        session = self._session
         count = 0
         while max_frames is None or count < max_frames:
-            frame = take(timeout, False)
+            if session.closed and session.queued == 0:
+                return
+            frame = session.take(timeout, False)
             if frame is None:
                 return
             count += 1

@@ -62,6 +62,16 @@ std::shared_ptr<const StreamData> PythonFrameQueue::take(std::chrono::nanosecond
     return frame;
 }
 
+std::shared_ptr<const StreamData> PythonFrameQueue::peek(std::chrono::nanoseconds wait) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_count == 0 && !m_closed && wait.count() > 0) {
+        ++m_waiters;
+        m_arrived.wait_for(lock, wait, [this] { return m_count > 0 || m_closed; });
+        --m_waiters;
+    }
+    return m_count > 0 ? m_ring[m_head] : nullptr;
+}
+
 void PythonFrameQueue::close() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);

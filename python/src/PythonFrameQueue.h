@@ -29,6 +29,8 @@ public:
     void push(std::shared_ptr<const StreamData> frame);
     /// Waits up to `wait` for a frame and takes it (null when none came, or after close()).
     std::shared_ptr<const StreamData> take(std::chrono::nanoseconds wait, bool newest);
+    /// Waits up to `wait` for a frame and returns the oldest without taking it (null when none).
+    std::shared_ptr<const StreamData> peek(std::chrono::nanoseconds wait);
     /// Ends the waits; frames pushed afterwards are ignored, those queued can still be taken.
     void close();
 

@@ -32,6 +32,9 @@ namespace {
 
 using Kind = PythonError::Kind;
 
+/// How long the start waits for the first frame, to see whether the camera took the geometries.
+constexpr auto FirstFrameWait = std::chrono::seconds(2);
+
 /// Collects what the host logs while it lives (warnings and errors), to explain a failure.
 class LogLines {
 public:
@@ -278,6 +281,17 @@ void PythonTracker::startTracking() {
     for (const InstrumentRefusal& refusal : m_stream->refusedInstruments())
         throw PythonError(Kind::Geometry,
                           "the camera refused the geometry of " + refusal.source + ": " + refusal.reason);
+    // A stream that does not list its refusals still tells in its first frame's instrument
+    // status: after the start, a geometry that is not on the camera was refused.
+    const auto first = m_queue.peek(FirstFrameWait);
+    const auto tracking = findStreamData<TrackingStreamData>(first);
+    const auto* status = tracking ? tracking->component<InstrumentStatusData>() : nullptr;
+    for (std::size_t i = 0; status && i < m_geometryInstruments.size(); ++i) {
+        const InstrumentStatusData::Entry* entry = status->find(m_geometryInstruments[i]);
+        if (entry && entry->state == InstrumentStatusData::State::NotOnCamera)
+            throw PythonError(Kind::Geometry, "the camera refused the geometry of " + m_geometryPaths[i] +
+                                                  ": " + entry->reason);
+    }
 }
 
 void PythonTracker::close() {
