@@ -131,14 +131,11 @@ Ros2Diagnostics::update(const StreamHealth::Snapshot* camera, const std::string&
     statuses.push_back(cameraStatus(camera, streamName, counters));
     if (frame)
         addToolStatuses(*frame, camera && camera->delivering(), statuses);
-    // A change is a change of level, message or reason; counters change all the time.
+    // A change is a change of level or message; reasons and counters change with every frame (a
+    // registration error in the reason) and go out with the periodic message.
     std::string signature;
-    for (const Status& status : statuses) {
-        signature += status.name + '\x1f' + std::to_string(status.level) + '\x1f' + status.message + '\x1f';
-        if (!status.values.empty() && status.values.front().first == "reason")
-            signature += status.values.front().second;
-        signature += '\x1e';
-    }
+    for (const Status& status : statuses)
+        signature += status.name + '\x1f' + std::to_string(status.level) + '\x1f' + status.message + '\x1e';
     const bool due = !m_lastSent || now - *m_lastSent >= m_period;
     if (!due && signature == m_lastSignature)
         return std::nullopt;

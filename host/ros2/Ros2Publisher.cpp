@@ -24,6 +24,11 @@ constexpr double FinalAcknowledgementS = 1.0;
 // The camera's health is looked at this often at least, for the diagnostics of a stream that stops
 // delivering (no frame wakes the thread then).
 constexpr std::chrono::milliseconds HealthCheckInterval{100};
+// While frames flow to a subscriber, the thread looks at the slot this often instead of having the
+// worker wake it (a system call of several microseconds on a busy machine), and keeps doing so
+// for this long after the last frame.
+constexpr std::chrono::microseconds PollInterval{250};
+constexpr std::chrono::milliseconds PollingHold{100};
 
 } // namespace
 
@@ -134,7 +139,8 @@ void Ros2Publisher::onStreamData(const std::shared_ptr<const StreamData>& data) 
         if (m_anyMatched.load(std::memory_order_relaxed)) {
             if (m_frameWaiting)
                 m_framesSkipped.fetch_add(1, std::memory_order_relaxed);
-            wake = !m_frameWaiting;
+            // A polling thread finds the frame by itself: no system call on the worker.
+            wake = !m_frameWaiting && !m_polling;
             m_frameWaiting = true;
         }
     }
@@ -151,13 +157,17 @@ void Ros2Publisher::run() {
     std::shared_ptr<const StreamData> newest;
     std::size_t lastDiagnosticsSubscribers = 0;
     auto nextRound = Clock::now();
+    Clock::time_point lastFrame{};
+    bool polling = false;
     for (;;) {
         std::shared_ptr<const StreamData> frame;
         bool matchesChanged = false;
         bool stopping = false;
         {
             std::unique_lock<std::mutex> lock(m_slotMutex);
-            m_wake.wait_until(lock, nextRound,
+            m_polling = polling;
+            const auto until = polling ? std::min(nextRound, Clock::now() + PollInterval) : nextRound;
+            m_wake.wait_until(lock, until,
                               [this] { return m_stopping || m_frameWaiting || m_matchesChanged; });
             stopping = m_stopping;
             matchesChanged = std::exchange(m_matchesChanged, false);
@@ -175,6 +185,7 @@ void Ros2Publisher::run() {
             lastDiagnosticsSubscribers = diagnosticsSubscribers;
         }
         if (frame) {
+            lastFrame = now;
             newest = frame;
             if (const auto tracking = findStreamData<TrackingStreamData>(frame)) {
                 content.fill(*tracking, m_settings);
@@ -183,9 +194,13 @@ void Ros2Publisher::run() {
                     m_framesPublished.fetch_add(1, std::memory_order_relaxed);
             }
         }
-        if (now >= nextRound)
+        // While frames flow to a subscriber the thread polls the slot instead of being woken.
+        polling = m_anyMatched.load() && now - lastFrame < PollingHold;
+        const bool round = now >= nextRound;
+        if (round)
             nextRound = now + std::min<Clock::duration>(period, HealthCheckInterval);
-        publishDiagnostics(diagnostics, newest, now);
+        if (frame || round || matchesChanged || stopping)
+            publishDiagnostics(diagnostics, newest, now);
         if (stopping)
             return;
     }

@@ -27,11 +27,12 @@ class Ros2Participant;
 /// and the camera's and tools' state on /diagnostics. See docs/ros2.md.
 ///
 /// Threads. The stream's worker only puts the frame into a one-frame slot (a newer frame replaces
-/// one not yet taken; the replaced ones are counted while a subscriber is matched) and, while a
-/// subscriber is matched, wakes the publisher's thread. That thread builds and writes the
-/// messages, only for the topics a subscriber is matched on, and sends the diagnostics on a change
-/// and once a second. Without any subscriber the worker's cost is the slot's swap. start(),
-/// serve(), stop() and the counters may be called from any thread but the stream's worker.
+/// one not yet taken; the replaced ones are counted while a subscriber is matched). While frames
+/// flow to a subscriber the publisher's thread looks at the slot every 0.25 ms; otherwise the
+/// worker wakes it when a subscriber is matched. That thread builds and writes the messages, only
+/// for the topics a subscriber is matched on, and sends the diagnostics on a change and once a
+/// second. Without any subscriber the worker's cost is the slot's swap. start(), serve(), stop()
+/// and the counters may be called from any thread but the stream's worker.
 class Ros2Publisher {
 public:
     explicit Ros2Publisher(Ros2Settings settings = {});
@@ -98,6 +99,7 @@ private:
     bool m_frameWaiting = false;
     bool m_matchesChanged = false;
     bool m_stopping = false;
+    bool m_polling = false; // the thread looks at the slot by itself: no wake-up needed
     std::atomic<bool> m_anyMatched{false};
 
     std::atomic<std::size_t> m_subscribers{0};

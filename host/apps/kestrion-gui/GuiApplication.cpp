@@ -2,6 +2,7 @@
 
 #include "host/apps/kestrion-gui/HostWindow.h"
 #include "host/apps/kestrion-gui/IgtlServing.h"
+#include "host/apps/kestrion-gui/Ros2Publishing.h"
 #include "host/core/Log.h"
 #include "host/lib/FactoryRegistry.h"
 
@@ -33,6 +34,7 @@ bool GuiApplication::start() {
                                     << " plugins active, " << FactoryRegistry::instance().algorithms().size()
                                     << " algorithms offered");
     IgtlServing::registerAlgorithm();
+    Ros2Publishing::registerAlgorithm();
     m_window->refreshAlgorithms();
     return loaded;
 }

@@ -4,6 +4,7 @@
 #include "host/apps/kestrion-gui/GuiSession.h"
 #include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/apps/kestrion-gui/InstrumentDock.h"
+#include "host/apps/kestrion-gui/Ros2Publishing.h"
 #include "host/apps/kestrion-gui/WorkingVolumeDock.h"
 #include "host/core/Log.h"
 #include "host/lib/widgets/QtHelpers.h"
@@ -53,6 +54,7 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
         m_instrumentDock->followSession();
         m_volumeDock->followSession();
         IgtlServing::followSession(*m_session);
+        Ros2Publishing::followSession(*m_session);
     });
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
