@@ -177,6 +177,8 @@ FTK_API ftkError ftkSimGetFrameTruth(ftkLibrary lib, uint64 serial, ftkSimFrameT
     out->frameCounter = truth.index;
     out->timestampUS = truth.timestampUS;
     out->timeS = truth.timeS;
+    out->exposureUS = truth.exposureUS;
+    out->deliverableUS = truth.deliverableUS;
     out->markersCount = static_cast<uint32>(std::min<std::size_t>(truth.markers.size(), FTK_SIM_MAX_MARKERS));
     for (uint32 m = 0; m < out->markersCount; ++m) {
         const MarkerTruth& t = truth.markers[m];
@@ -212,6 +214,20 @@ FTK_API size_t ftkSimLiveLibraries() {
 
 FTK_API size_t ftkSimLiveFrames() {
     return FrameRecord::liveCount();
+}
+
+FTK_API bool ftkSimGetExposureTime(uint64 serial, uint64 frameCounter, int64* exposureUS) {
+    const auto device = Simulator::instance().device(serial);
+    if (!device || exposureUS == nullptr) {
+        return fail("ftkSimGetExposureTime: unknown device or no output");
+    }
+    std::int64_t at = 0;
+    if (!device->exposureTime(frameCounter, at)) {
+        return fail("ftkSimGetExposureTime: device " + std::to_string(serial) +
+                    " replays a recording; its exposure times are not known");
+    }
+    *exposureUS = at;
+    return true;
 }
 
 FTK_API bool ftkSimGetPivotTruth(uint64 serial, uint32 geometryId, float64 tipInMarkerMM[3],

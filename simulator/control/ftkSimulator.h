@@ -30,8 +30,10 @@ struct ftkSimMarkerTruth {
 struct ftkSimFrameTruth {
     uint64 serial;
     uint64 frameCounter; ///< Also in the frame's image header (counter, low 32 bits).
-    uint64 timestampUS;  ///< As in the frame's image header.
+    uint64 timestampUS;  ///< As in the frame's image header: the device's clock, µs since its start.
     float64 timeS;       ///< Device time of the frame: counter / rate.
+    int64 exposureUS; ///< When the frame was exposed, on the host's system clock (µs since the epoch, UTC).
+    int64 deliverableUS; ///< When it reached the host (exposure + delivery delay), on the same clock.
     uint32 markersCount;
     ftkSimMarkerTruth markers[FTK_SIM_MAX_MARKERS]; ///< In scene order, seen or not.
     uint32 straysCount;
@@ -82,6 +84,11 @@ FTK_API uint64 ftkSimFetchCount(uint64 serial);
 /// Truth of the last frame delivered through `lib` for device `serial`. FTK_ERR_INV_PTR for a bad
 /// handle or record, FTK_ERR_INV_SN for an unknown serial, FTK_WAR_NO_FRAME before any frame.
 FTK_API ftkError ftkSimGetFrameTruth(ftkLibrary lib, uint64 serial, ftkSimFrameTruth* truth);
+/// When frame `frameCounter` of device `serial` was exposed, on the host's system clock (µs since
+/// the epoch, UTC): what a capture time estimated from the frame's device timestamp should give.
+/// False for an unknown serial, a replaying device (its frames were exposed when recorded) or no
+/// output.
+FTK_API bool ftkSimGetExposureTime(uint64 serial, uint64 frameCounter, int64* exposureUS);
 /// The tool tip of a marker that moves by a "pivot" motion in the scene of device `serial`: the
 /// tip in the marker's frame and the pivot point it rests on in the camera's frame (mm). False
 /// for an unknown serial, a marker not in the scene or one that does not pivot.

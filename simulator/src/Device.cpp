@@ -2,6 +2,7 @@
 
 #include "simulator/src/ErrorCodes.h"
 #include "simulator/src/OptionCatalog.h"
+#include "simulator/src/Random.h"
 #include "simulator/src/ReplaySource.h"
 
 #include <algorithm>
@@ -14,12 +15,6 @@
 namespace Kestrion::Simulator {
 
 namespace {
-
-std::uint64_t epochNowUS() {
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                          std::chrono::system_clock::now().time_since_epoch())
-                                          .count());
-}
 
 std::string optionText(std::uint32_t id, const OptionDefinition* d) {
     return "option " + std::to_string(id) + (d != nullptr ? " (\"" + d->name + "\")" : std::string());
@@ -53,8 +48,11 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
     , m_model(description.model)
     , m_steppedClock(steppedClock)
     , m_options(OptionCatalog::deviceOptions(description.model))
-    , m_clock(description.model.rateHz, std::chrono::steady_clock::now(), steppedClock.load())
-    , m_producer(description.model, std::move(scene), description.serial, epochNowUS()) {
+    , m_clock(DeviceClock::Settings{description.model.rateHz, description.model.clockDriftPPM,
+                                    description.model.deliveryJitterMS,
+                                    Random::mix(scene->seed, description.serial ^ 0x64656c6179ull)},
+              std::chrono::steady_clock::now(), steppedClock.load())
+    , m_producer(description.model, std::move(scene), description.serial) {
     for (const OptionDefinition& extra : description.extraOptions) {
         m_options.add(extra);
     }
@@ -68,6 +66,9 @@ Device::~Device() = default;
 void Device::setReplay(std::unique_ptr<ReplaySource> replay) {
     m_rematch = replay && replay->markers() == ReplaySource::Markers::Matched;
     m_replay = std::move(replay);
+    if (m_replay) {
+        m_options.add(OptionCatalog::replayEnded());
+    }
 }
 
 bool Device::hidden() {
@@ -391,6 +392,8 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
             m_frame.index = index;
         } else {
             m_producer.produce(index, settings, m_frame, m_truth);
+            m_truth.exposureUS = m_clock.exposureEpochUS(index);
+            m_truth.deliverableUS = m_clock.deliverableEpochUS(index);
         }
         m_frameValid = true;
     }
@@ -405,6 +408,9 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
         }
         m_delivered = true;
         m_lastDelivered = index;
+        if (m_replay && index - m_replayBase + 1 >= m_replay->frameCount()) {
+            m_options.forceInt(OptionCatalog::ReplayEnded, 1);
+        }
     }
     return m_frame;
 }
@@ -428,6 +434,15 @@ void Device::clearFaults() {
 void Device::skipFrames(std::uint64_t frames) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_clock.skip(m_steppedClock.load(), std::chrono::steady_clock::now(), frames);
+}
+
+bool Device::exposureTime(std::uint64_t index, std::int64_t& exposureUS) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_replay) {
+        return false; // a recording keeps its device times only
+    }
+    exposureUS = m_clock.exposureEpochUS(index);
+    return true;
 }
 
 std::uint64_t Device::fetchCount() {

@@ -95,6 +95,9 @@ public:
     /// Stepped clock: skips frames without delivering them.
     void skipFrames(std::uint64_t frames);
     std::uint64_t fetchCount();
+    /// When frame `index` was exposed, on the host's system clock (µs since the epoch, UTC);
+    /// false for a replay, whose frames were exposed when they were recorded.
+    bool exposureTime(std::uint64_t index, std::int64_t& exposureUS);
     bool disconnected();
 
 private:

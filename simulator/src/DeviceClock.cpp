@@ -1,12 +1,29 @@
 #include "simulator/src/DeviceClock.h"
 
+#include "simulator/src/Random.h"
+
+#include <algorithm>
 #include <cmath>
 
 namespace Kestrion::Simulator {
 
-DeviceClock::DeviceClock(double rateHz, TimePoint start, bool stepped)
-    : m_rate(rateHz)
-    , m_start(start)
+namespace {
+
+/// Free-running stretches remembered for the exposure times of their frames; a test that switches
+/// the clock more often than this finds the oldest frames mapped by the oldest stretch kept.
+constexpr std::size_t MaxAnchors = 64;
+
+} // namespace
+
+DeviceClock::DeviceClock(const Settings& settings, TimePoint start, bool stepped)
+    : m_settings(settings)
+    , m_hostRate(settings.rateHz * (1.0 + settings.driftPPM * 1e-6))
+    , m_window(static_cast<std::uint64_t>(std::ceil(settings.jitterMS * 1e-3 * m_hostRate)))
+    , m_origin(start)
+    , m_originUS(std::chrono::duration_cast<std::chrono::microseconds>(
+                     std::chrono::system_clock::now().time_since_epoch())
+                     .count())
+    , m_anchors{{0, start}}
     , m_stepped(stepped) {}
 
 void DeviceClock::follow(bool stepped, TimePoint now) {
@@ -16,10 +33,56 @@ void DeviceClock::follow(bool stepped, TimePoint now) {
     if (stepped) {
         m_steppedIndex = currentIndex(false, now);
     } else {
-        m_start = now;
-        m_offset = m_steppedIndex;
+        if (m_anchors.size() == MaxAnchors) {
+            m_anchors.erase(m_anchors.begin());
+        }
+        m_anchors.push_back({m_steppedIndex, now});
     }
     m_stepped = stepped;
+}
+
+const DeviceClock::Anchor& DeviceClock::anchorOf(std::uint64_t index) const {
+    // The newest stretch that had begun by that frame.
+    for (auto it = m_anchors.rbegin(); it != m_anchors.rend(); ++it) {
+        if (it->index <= index) {
+            return *it;
+        }
+    }
+    return m_anchors.front();
+}
+
+double DeviceClock::exposureS(std::uint64_t index) const {
+    const Anchor& a = anchorOf(index);
+    return std::chrono::duration<double>(a.start - m_origin).count() +
+           (static_cast<double>(index) - static_cast<double>(a.index)) / m_hostRate;
+}
+
+double DeviceClock::delayS(std::uint64_t index) const {
+    if (m_settings.jitterMS <= 0.0) {
+        return 0.0;
+    }
+    Random random(Random::mix(m_settings.seed, index));
+    return random.uniform() * m_settings.jitterMS * 1e-3;
+}
+
+double DeviceClock::deliverableS(std::uint64_t index) const {
+    const Anchor& a = anchorOf(index);
+    // Frames exposed before a free-running stretch began are there at its start.
+    double at = std::chrono::duration<double>(a.start - m_origin).count();
+    if (index <= a.index) {
+        return at;
+    }
+    // In order: not before any earlier frame whose delay could reach past this one's arrival.
+    const std::uint64_t first = std::max(a.index + 1, index > m_window ? index - m_window : 0);
+    for (std::uint64_t k = first; k <= index; ++k) {
+        at = std::max(at, exposureS(k) + delayS(k));
+    }
+    return at;
+}
+
+DeviceClock::TimePoint DeviceClock::toTimePoint(double secondsAfterOrigin) const {
+    return m_origin +
+           std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(secondsAfterOrigin));
 }
 
 std::uint64_t DeviceClock::currentIndex(bool stepped, TimePoint now) {
@@ -27,8 +90,15 @@ std::uint64_t DeviceClock::currentIndex(bool stepped, TimePoint now) {
     if (m_stepped) {
         return m_steppedIndex;
     }
-    const double elapsed = std::chrono::duration<double>(now - m_start).count();
-    return m_offset + (elapsed > 0.0 ? static_cast<std::uint64_t>(std::floor(elapsed * m_rate)) : 0);
+    const Anchor& a = m_anchors.back();
+    const double elapsed = std::chrono::duration<double>(now - a.start).count();
+    // One past the newest frame exposed, then back to the newest that has arrived.
+    std::uint64_t index =
+        a.index + (elapsed > 0.0 ? static_cast<std::uint64_t>(std::floor(elapsed * m_hostRate)) + 1 : 0);
+    while (index > a.index && toTimePoint(deliverableS(index)) > now) {
+        --index;
+    }
+    return index;
 }
 
 std::uint64_t DeviceClock::takeNext(bool stepped, TimePoint now) {
@@ -44,10 +114,19 @@ void DeviceClock::skip(bool stepped, TimePoint now, std::uint64_t frames) {
 }
 
 DeviceClock::TimePoint DeviceClock::timeOf(std::uint64_t index) const {
-    const double seconds = index <= m_offset ? 0.0 : static_cast<double>(index - m_offset) / m_rate;
-    // Rounded up so that waking at this time finds the frame there.
-    return m_start + std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(seconds)) +
-           TimePoint::duration(1);
+    return toTimePoint(deliverableS(index));
+}
+
+std::uint64_t DeviceClock::deviceTimeUS(std::uint64_t index) const {
+    return static_cast<std::uint64_t>(std::llround(static_cast<double>(index) * 1e6 / m_settings.rateHz));
+}
+
+std::int64_t DeviceClock::exposureEpochUS(std::uint64_t index) const {
+    return m_originUS + std::llround(exposureS(index) * 1e6);
+}
+
+std::int64_t DeviceClock::deliverableEpochUS(std::uint64_t index) const {
+    return m_originUS + std::llround(deliverableS(index) * 1e6);
 }
 
 } // namespace Kestrion::Simulator

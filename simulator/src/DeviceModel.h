@@ -25,6 +25,8 @@ struct DeviceModel {
     int integrationMaxUS = 10000;
     int integrationDefaultUS = 200;
     bool usb = true; ///< USB models have the fixed options 6000 and 6003 and send images on request.
+    double clockDriftPPM = 20.0;   ///< How fast the device's clock runs against the host's.
+    double deliveryJitterMS = 2.0; ///< A frame reaches the host 0 to this many ms after its exposure.
 
     /// Preset of a model.
     static DeviceModel preset(ftkDeviceType type);

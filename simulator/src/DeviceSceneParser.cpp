@@ -251,8 +251,8 @@ FaultRule DeviceSceneParser::fault(const json& f, const std::string& where) {
 DeviceDescription DeviceSceneParser::device(const json& d, const std::string& where, std::size_t index) {
     checkKeys(d, where,
               {"model", "serial", "rateHz", "width", "height", "baselineMM", "focalPx", "convergenceMM",
-               "pixelNoise", "fiducialDiameterMM", "minDepthMM", "maxDepthMM", "options", "extraOptions",
-               "faults"});
+               "pixelNoise", "fiducialDiameterMM", "minDepthMM", "maxDepthMM", "clockDriftPPM",
+               "deliveryJitterMS", "options", "extraOptions", "faults"});
     DeviceDescription out;
     const std::string model = d.contains("model") ? text(d.at("model"), at(where, "model")) : "spryTrack 180";
     const auto type = DeviceModel::typeFromName(model);
@@ -285,6 +285,14 @@ DeviceDescription DeviceSceneParser::device(const json& d, const std::string& wh
     m.maxDepthMM = positive(d, "maxDepthMM", where, m.maxDepthMM);
     if (m.maxDepthMM <= m.minDepthMM) {
         throw SceneError(at(where, "maxDepthMM"), "must be greater than minDepthMM");
+    }
+    m.clockDriftPPM = numberOr(d, "clockDriftPPM", where, m.clockDriftPPM);
+    if (std::abs(m.clockDriftPPM) > 1000.0) {
+        throw SceneError(at(where, "clockDriftPPM"), "must be between -1000 and 1000");
+    }
+    m.deliveryJitterMS = numberOr(d, "deliveryJitterMS", where, m.deliveryJitterMS);
+    if (m.deliveryJitterMS < 0.0 || m.deliveryJitterMS > 100.0) {
+        throw SceneError(at(where, "deliveryJitterMS"), "must be between 0 and 100");
     }
     if (d.contains("extraOptions")) {
         const json& list = d.at("extraOptions");

@@ -14,7 +14,7 @@ namespace Kestrion::Simulator {
 /// its vectors keep their capacity.
 struct FrameData {
     std::uint64_t index = 0;       ///< Frame counter since the device started.
-    std::uint64_t timestampUS = 0; ///< Device time of exposure, microseconds since the epoch.
+    std::uint64_t timestampUS = 0; ///< Device time of exposure, microseconds since the device started.
     std::vector<ftkRawData> rawLeft;
     std::vector<ftkRawData> rawRight;
     std::vector<ftk3DFiducial> fiducials;

@@ -21,20 +21,20 @@ bool hides(const Occlusion& o, int fiducial, double timeS) {
 } // namespace
 
 FrameProducer::FrameProducer(const DeviceModel& model, std::shared_ptr<const SceneDescription> scene,
-                             std::uint64_t serial, std::uint64_t epochUS)
+                             std::uint64_t serial)
     : m_model(model)
     , m_scene(std::move(scene))
     , m_camera(model)
     , m_stereo(m_camera, m_model)
     , m_renderer(model.width, model.height, Random::mix(m_scene->seed, serial ^ 0x696d616765ull))
-    , m_seed(Random::mix(m_scene->seed, serial))
-    , m_epochUS(epochUS) {}
+    , m_seed(Random::mix(m_scene->seed, serial)) {}
 
 void FrameProducer::produce(std::uint64_t index, const ProductionSettings& settings, FrameData& frame,
                             FrameTruth& truth) {
     const double timeS = static_cast<double>(index) / m_model.rateHz;
     frame.index = index;
-    frame.timestampUS = m_epochUS + static_cast<std::uint64_t>(std::llround(index * 1e6 / m_model.rateHz));
+    frame.timestampUS =
+        static_cast<std::uint64_t>(std::llround(static_cast<double>(index) * 1e6 / m_model.rateHz));
     frame.width = static_cast<std::uint16_t>(m_model.width);
     frame.height = static_cast<std::uint16_t>(m_model.height);
     frame.hasImages = false;

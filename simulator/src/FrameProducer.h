@@ -30,9 +30,10 @@ struct ProductionSettings {
 class FrameProducer {
 public:
     FrameProducer(const DeviceModel& model, std::shared_ptr<const SceneDescription> scene,
-                  std::uint64_t serial, std::uint64_t epochUS);
+                  std::uint64_t serial);
 
-    /// Fills `frame` (everything but the images) and `truth` for frame `index`.
+    /// Fills `frame` (everything but the images) and `truth` for frame `index`; its timestamp is
+    /// the device's own time of the frame (µs since the device started).
     void produce(std::uint64_t index, const ProductionSettings& settings, FrameData& frame,
                  FrameTruth& truth);
     /// Draws both images of the frame last produced into a caller's record.
@@ -65,7 +66,6 @@ private:
     StereoMatcher m_stereo;
     ImageRenderer m_renderer;
     std::uint64_t m_seed;
-    std::uint64_t m_epochUS;
     Random m_random;
 
     // Scratch reused from frame to frame.

@@ -21,6 +21,8 @@ struct FrameTruth {
     std::uint64_t index = 0;
     std::uint64_t timestampUS = 0;
     double timeS = 0.0;
+    std::int64_t exposureUS = 0;      ///< Exposure on the host's system clock (µs since the epoch, UTC).
+    std::int64_t deliverableUS = 0;   ///< When the frame reached the host, on the same clock.
     std::vector<MarkerTruth> markers; ///< In scene order.
     std::vector<Eigen::Vector3d> straysMM;
 };

@@ -86,6 +86,11 @@ OptionTable OptionCatalog::deviceOptions(const DeviceModel& model) {
     return t;
 }
 
+OptionDefinition OptionCatalog::replayEnded() {
+    return readOnly(intOption(ReplayEnded, "Replay ended", ftkComponent::FTK_DEVICE, 0, 1, 0, "",
+                              "1 once the recording played has delivered its last frame"));
+}
+
 OptionTable OptionCatalog::globalOptions() {
     OptionDefinition d =
         option(DataDirectory, "Data Directory", ftkComponent::FTK_LIBRARY, ftkOptionType::FTK_DATA, "",

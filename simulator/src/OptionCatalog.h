@@ -28,9 +28,13 @@ public:
     static constexpr std::uint32_t EmbeddedProcessing = 6001; ///< USB models: the inverse of 6000.
     static constexpr std::uint32_t SendImages = 6003;         ///< USB models: 1 sends images, 0 does not.
     static constexpr std::uint32_t DataDirectory = 1;         ///< Global (serial 0).
+    static constexpr std::uint32_t ReplayEnded = 90;          ///< Replaying devices only.
 
     static OptionTable deviceOptions(const DeviceModel& model);
     static OptionTable globalOptions();
+    /// "Replay ended", offered by a device that plays a recording: 0 while it plays, 1 once its
+    /// last frame was delivered. Read-only; a camera has no such option.
+    static OptionDefinition replayEnded();
 };
 
 } // namespace Kestrion::Simulator

@@ -58,6 +58,9 @@ std::shared_ptr<Device> ReplayDeviceFactory::create(const std::string& path, Rep
     description.serial = header.serialNumber;
     description.model = DeviceModel::preset(type);
     description.model.rateHz = source->rateHz();
+    // The recording paces itself by its own device times.
+    description.model.clockDriftPPM = 0.0;
+    description.model.deliveryJitterMS = 0.0;
     auto scene = std::make_shared<SceneDescription>();
     scene->source = "recording " + path;
     auto device = std::make_shared<Device>(description, scene, steppedClock);

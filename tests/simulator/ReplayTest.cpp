@@ -88,11 +88,20 @@ TEST(Replay, FramesComeAsRecordedThenNoMore) {
     Camera camera;
     EXPECT_EQ(camera.serial, Serial);
     EXPECT_EQ(camera.type, ftkDeviceType::DEV_FUSIONTRACK_500);
+    // The end is visible through the interface: a read-only option found by its name.
+    const uint32 ended = camera.option("Replay ended");
+    int32 value = -1;
+    EXPECT_EQ(camera.getInt(ended, ftkOptionGetter::FTK_VALUE, &value), ftkError::FTK_OK);
+    EXPECT_EQ(value, 0);
+    EXPECT_EQ(camera.setInt(ended, 1), ftkError::FTK_ERR_INV_OPT_ACC);
     for (std::uint32_t i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
         ASSERT_EQ(camera.fetch(), ftkError::FTK_OK) << camera.errorText();
+        EXPECT_EQ(camera.getInt(ended, ftkOptionGetter::FTK_VALUE, &value), ftkError::FTK_OK);
+        EXPECT_EQ(value, i == 2 ? 1 : 0) << "ended once the last frame was delivered, not before";
         const ftkFrameQuery& q = *camera.frame;
         EXPECT_EQ(+q.imageHeader->counter, 500 + i);
+        // Device times as recorded, whatever clock the recording's camera had (here the epoch's).
         EXPECT_EQ(+q.imageHeader->timestampUS, 1795581503000000ull + i * 3000ull);
         EXPECT_EQ(+q.imageHeader->desynchroUS, 11u);
         ASSERT_EQ(+q.threeDFiducialsCount, 4u);
@@ -108,6 +117,16 @@ TEST(Replay, FramesComeAsRecordedThenNoMore) {
     EXPECT_EQ(camera.errorText().find("The recording " + file + " ended after 3 frames") != std::string::npos,
               true)
         << camera.errorText();
+    EXPECT_EQ(camera.getInt(ended, ftkOptionGetter::FTK_VALUE, &value), ftkError::FTK_OK);
+    EXPECT_EQ(value, 1);
+    int64 exposure = 0;
+    EXPECT_FALSE(ftkSimGetExposureTime(Serial, 500, &exposure)) << "a replay's exposures are not known";
+
+    // A camera has no such option.
+    ASSERT_TRUE(ftkSimResetScene());
+    Camera live;
+    for (const OptionInfo& option : enumerateOptions(live.lib, live.serial))
+        EXPECT_NE(option.name, "Replay ended");
 }
 
 // On the free-running clock each frame comes as long after the first as recorded, and after the

@@ -63,6 +63,10 @@ TEST(Scenes, MalformedScenesAreRefusedWithFileAndPlaceAndTheCurrentSceneStays) {
          "fusionTrack 250, fusionTrack 500, simulator)"},
         {R"({"markers": [{"geometryFile": "nowhere.ini"}]})",
          "scene (text): markers[0].geometryFile: cannot open geometry file './nowhere.ini'"},
+        {R"({"devices": [{"clockDriftPPM": 2000}]})",
+         "scene (text): devices[0].clockDriftPPM: must be between -1000 and 1000"},
+        {R"({"devices": [{"deliveryJitterMS": -1}]})",
+         "scene (text): devices[0].deliveryJitterMS: must be between 0 and 100"},
     };
     for (const auto& [json, message] : cases) {
         EXPECT_FALSE(ftkSimLoadScene(json)) << json;

@@ -1,5 +1,5 @@
-// Latency of the tracking stream's data: per frame, the time from the frame's exposure (the
-// simulated camera's device time, in its image header) to the emission of the compound data on
+// Latency of the tracking stream's data: per frame, the time from the frame's exposure (on the
+// host's clock, from the simulated camera's ground truth) to the emission of the compound data on
 // the stream's worker thread, on the camera's free-running clock. Run at the spryTrack 180's
 // 54 Hz and the fusionTrack 500's 335 Hz, with the 10 ms frame pacing and paced by the camera (0).
 //
@@ -50,6 +50,13 @@ std::uint64_t nowUS() {
                                           .count());
 }
 
+/// The frame's true exposure time on the host's clock (µs since the epoch).
+double exposureUS(std::uint64_t serial, std::uint32_t counter) {
+    int64 exposure = 0;
+    ftkSimGetExposureTime(serial, counter, &exposure);
+    return static_cast<double>(exposure);
+}
+
 double percentile(std::vector<double> values, double p) {
     if (values.empty())
         return 0.0;
@@ -70,7 +77,7 @@ void cameraDelivery(std::size_t frames, std::vector<double>& latencies,
         if (ftkGetLastFrame(lib, serial, frame, 100) != ftkError::FTK_OK)
             continue;
         const std::uint64_t arrived = nowUS();
-        latencies.push_back(static_cast<double>(arrived - frame->imageHeader->timestampUS));
+        latencies.push_back(static_cast<double>(arrived) - exposureUS(serial, frame->imageHeader->counter));
         counters.push_back(frame->imageHeader->counter);
     }
     ftkDeleteFrame(frame);
@@ -95,7 +102,8 @@ void streamDelivery(std::size_t frames, int pacingMs, std::vector<double>& laten
         std::lock_guard<std::mutex> lock(mutex);
         if (latencies.size() >= frames)
             return;
-        latencies.push_back(static_cast<double>(emitted - info->deviceTimestampUS()));
+        latencies.push_back(static_cast<double>(emitted) -
+                            exposureUS(info->serialNumber(), info->frameCounter()));
         counters.push_back(info->frameCounter());
         if (latencies.size() == frames)
             full.notify_all();
