@@ -5,7 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QProcess>
+#include <QProcessEnvironment>
+
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
 
@@ -143,25 +147,38 @@ TEST(TrackFaultMatrix, FailedRecordingsKeepEveryExistingFile) {
     const std::string csv = folder.path("poses.csv");
     const std::string earlier = "frame,earlier recording\n0,kept\n";
 
-    // Somebody's file has the name of the partial recording: it is not replaced.
-    folder.write("poses.csv.part", "notes that happen to end in .part\n");
+    // The partial file of an earlier run is named and kept, before the camera opens; --force
+    // replaces it.
+    folder.write("poses.csv.part", "rows of a run that was killed\n");
     ProcessResult r = trackInShell(folder, {"--csv", csv, "--frames", "5"});
     EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_TRUE(
-        r.errHas("kestrion track: CSV file " + csv + ": cannot create " + csv + ".part: File exists\n"))
+    EXPECT_TRUE(r.errHas("kestrion track: CSV file " + csv + ": " + csv +
+                         ".part exists, left by an earlier run; give --force to replace it\n"))
         << r;
-    EXPECT_EQ(readFile(csv + ".part"), "notes that happen to end in .part\n");
-    std::filesystem::remove(csv + ".part");
+    EXPECT_FALSE(r.outHas("Tracking ")) << r;
+    EXPECT_EQ(readFile(csv + ".part"), "rows of a run that was killed\n");
+    r = trackInShell(folder, {"--csv", csv, "--frames", "5", "--force"});
+    EXPECT_EQ(r.exitCode, 0) << r;
+    EXPECT_TRUE(r.outHas("Recorded 10 rows to " + csv)) << r;
+    EXPECT_FALSE(std::filesystem::exists(csv + ".part"));
+    std::filesystem::remove(csv);
 
     // The disk fills up during the recording (a file size limit, which holds for root too): the
-    // earlier recording under that name stays whole, the rows written so far are in the ".part".
+    // earlier recording under that name stays whole, the ".part" holds exactly the rows the
+    // message counts, each whole.
     folder.write("poses.csv", earlier);
     r = trackInShell(folder, {"--csv", csv, "--frames", "300", "--force"}, "trap '' XFSZ; ulimit -f 64; ");
     EXPECT_EQ(r.exitCode, 1) << r;
-    EXPECT_TRUE(r.errHas("kestrion track: CSV file " + csv + ": write failed after ")) << r;
-    EXPECT_TRUE(r.errHas(": File too large; " + csv + ".part holds the rows written so far\n")) << r;
+    const std::string said = "kestrion track: CSV file " + csv + ": write failed after ";
+    ASSERT_TRUE(r.errHas(said)) << r;
+    EXPECT_TRUE(r.errHas(" rows: File too large; recording stopped, " + csv +
+                         ".part holds the rows written so far\n"))
+        << r;
     EXPECT_EQ(readFile(csv), earlier);
-    EXPECT_EQ(readFile(csv + ".part").rfind("frame,device_counter,", 0), 0u);
+    const std::string kept = readFile(csv + ".part");
+    EXPECT_EQ(kept.rfind("frame,device_counter,", 0), 0u);
+    EXPECT_EQ(lines(kept), std::stoull(r.err.substr(r.err.find(said) + said.size())) + 1) << r;
+    EXPECT_EQ(kept.back(), '\n');
 
     // An existing recording is replaced only when asked to, and refused before tracking otherwise.
     std::filesystem::remove(csv + ".part");
@@ -223,4 +240,38 @@ TEST(TrackFaultMatrix, ASilentCameraShowsNoToolAsTrackedAndTheOutageIsCounted) {
     const std::string last = r.out.substr(r.out.rfind("Frames: "));
     EXPECT_NE(last.find("  tracked, registration error "), std::string::npos) << "tracked again\n" << r;
     EXPECT_TRUE(r.outHas("; the camera stopped delivering 1 time(s), 2.")) << r;
+}
+
+// A run killed without a chance to finish (kill -9) leaves its rows in the ".part" file up to
+// the last second, whole.
+TEST(TrackFaultMatrix, AKilledRunKeepsItsRowsUpToTheLastSecond) {
+    TemporaryFolder folder;
+    const std::string csv = folder.path("poses.csv");
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("FTK_SIMULATOR_SCENE");
+    env.remove("KESTRION_LICENSE");
+    env.insert("KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER);
+    process.setProcessEnvironment(env);
+    process.start(KESTRION_APP, {"track", "--csv", QString::fromStdString(csv)});
+    ASSERT_TRUE(process.waitForStarted(60000));
+    // 100 frames (two rows each) reach the file while the run goes on, a second or two in.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+    std::size_t rows = 0;
+    while (rows < 200 && std::chrono::steady_clock::now() < deadline &&
+           process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        process.readAllStandardOutput();
+        const std::string part = readFile(csv + ".part");
+        rows = part.empty() ? 0 : lines(part) - 1;
+    }
+    const bool running = process.state() == QProcess::Running;
+    process.kill();
+    process.waitForFinished(60000);
+    ASSERT_TRUE(running) << process.readAllStandardError().toStdString();
+    ASSERT_GE(rows, 200u) << "rows in the .part while the run went on";
+    const std::string kept = readFile(csv + ".part");
+    EXPECT_EQ(kept.back(), '\n');
+    EXPECT_GE(lines(kept) - 1, rows);
+    EXPECT_FALSE(std::filesystem::exists(csv));
 }

@@ -58,6 +58,15 @@ bool OutputPath::checkFile(bool replace) {
         if (!replace)
             return fail("exists; give --force to replace it");
     }
+    // The partial file of an earlier run that did not end (killed, or out of disk space).
+    const std::string part = m_path + ".part";
+    const fs::file_status partStatus = fs::symlink_status(part, error);
+    if (fs::exists(partStatus)) {
+        if (!fs::is_regular_file(partStatus))
+            return fail(part + " exists and is not a regular file");
+        if (!replace)
+            return fail(part + " exists, left by an earlier run; give --force to replace it");
+    }
     const fs::path parent = parentOf(m_path);
     const fs::file_status parentStatus = fs::status(parent, error);
     if (!fs::exists(parentStatus))
@@ -105,6 +114,15 @@ bool OutputPath::checkFolder(bool replace) {
     if (!earliest.empty())
         return fail("holds the output of an earlier run (" + earliest +
                     "); choose an empty or new folder, or give --force to replace it");
+    return true;
+}
+
+bool OutputPath::removeEarlierPart() {
+    std::error_code error;
+    if (m_kind != Kind::File || !fs::is_regular_file(fs::symlink_status(m_path + ".part", error)))
+        return true;
+    if (!fs::remove(m_path + ".part", error) && error)
+        return fail("cannot replace " + m_path + ".part: " + error.message());
     return true;
 }
 

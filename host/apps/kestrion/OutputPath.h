@@ -9,7 +9,8 @@ namespace Kestrion::Cli {
 /// bad path costs no camera connection and a failed run leaves nothing behind. Every output option
 /// of the commands goes through it:
 /// - a file output refuses a folder, a path that is not a regular file, a missing or read-only
-///   parent folder, and an existing file unless the user allowed replacing it (--force);
+///   parent folder, and an existing file or "<file>.part" (the partial file of an earlier run)
+///   unless the user allowed replacing it (--force);
 /// - a folder output refuses a file, a folder it could not create or write in, and a folder that
 ///   holds the output of an earlier run (entries matching its patterns) unless replacing is allowed.
 /// Messages name the output and the path: "<what> <path>: <problem>".
@@ -27,6 +28,9 @@ public:
     /// True when the output can be written; `replace` allows replacing an earlier output. Touches
     /// nothing on disk. False sets error().
     bool check(bool replace);
+    /// Removes the "<file>.part" of an earlier run of a file output (check() allowed replacing
+    /// it), before the output is written. False sets error().
+    bool removeEarlierPart();
     /// Creates a folder output (and its missing parents). False sets error().
     bool create();
     /// Removes the folders that create() made, when they are still empty.

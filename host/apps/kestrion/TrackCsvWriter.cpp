@@ -13,7 +13,7 @@ namespace Kestrion::Cli {
 
 namespace {
 const char* const Header =
-    "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
+    "frame,device_counter,arrival_ms,device_ms,device_time_us,capture_us,instrument,name,tracked,quality,"
     "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason";
 
 /// A CSV field: quoted when it holds a separator, a quote or a line break.
@@ -34,6 +34,7 @@ bool TrackCsvWriter::open(const std::string& file, bool tipColumns) {
     m_tipColumns = tipColumns;
     if (!m_file.open(file))
         return false;
+    m_pending.emplace(m_file, "rows");
     m_line.resize(4096);
     std::FILE* out = m_file.stream();
     if (std::fputs(Header, out) == EOF ||
@@ -54,6 +55,7 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
                       static_cast<unsigned long long>(device->deviceTimestampUS()));
     }
     const InstrumentStatusData* status = frame.component<InstrumentStatusData>();
+    const std::uint64_t captureUS = frameTimeUS(frame);
     for (const TrackingInstrument& instrument : frame.instruments()) {
         const Eigen::Matrix4d& m = instrument.matrix;
         const bool tracked = isInstrumentTracked(frame, instrument);
@@ -67,14 +69,15 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
         char error[32] = "";
         if (entry && std::isfinite(entry->registrationErrorMm))
             std::snprintf(error, sizeof error, "%.4f", entry->registrationErrorMm);
-        int length = std::snprintf(
-            m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%s,%s,%d,%.4f,%s,%s,%s,%s",
-            static_cast<unsigned long long>(frameIndex), deviceCounter,
-            static_cast<unsigned long long>(frame.arrivalTimestamp()),
-            static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
-            csvField(instrument.ID()).c_str(), csvField(instrument.id.name).c_str(), tracked ? 1 : 0,
-            instrument.quality, pose, error, entry ? InstrumentStatusData::stateName(entry->state) : "",
-            entry ? csvField(entry->reason).c_str() : "");
+        int length =
+            std::snprintf(m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%llu,%s,%s,%d,%.4f,%s,%s,%s,%s",
+                          static_cast<unsigned long long>(frameIndex), deviceCounter,
+                          static_cast<unsigned long long>(frame.arrivalTimestamp()),
+                          static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
+                          static_cast<unsigned long long>(captureUS), csvField(instrument.ID()).c_str(),
+                          csvField(instrument.id.name).c_str(), tracked ? 1 : 0, instrument.quality, pose,
+                          error, entry ? InstrumentStatusData::stateName(entry->state) : "",
+                          entry ? csvField(entry->reason).c_str() : "");
         if (m_tipColumns && length >= 0 && static_cast<std::size_t>(length) < m_line.size())
             length += TrackTipColumns::csvFields(m_line.data() + length,
                                                  m_line.size() - static_cast<std::size_t>(length), frame,
@@ -87,22 +90,23 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
             errno = EOVERFLOW;
             return m_file.fail("row too long for instrument " + instrument.ID(), errno);
         }
-        if (std::fwrite(m_line.data(), 1, static_cast<std::size_t>(length), m_file.stream()) !=
-            static_cast<std::size_t>(length))
-            return m_file.fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+        m_pending->append(m_line.data(), static_cast<std::size_t>(length), 1);
         ++m_rows;
     }
-    return true;
+    return !failed();
+}
+
+bool TrackCsvWriter::flush() {
+    return m_pending && m_pending->flush();
 }
 
 void TrackCsvWriter::discard() {
-    m_file.discard(m_rows == 0);
+    m_file.discard(m_rows == 0); // unused: nothing pending to lose
 }
 
 bool TrackCsvWriter::close() {
-    // A failing flush is a failed write of the last rows, reported as such.
-    if (m_file.isOpen() && !failed() && std::fflush(m_file.stream()) != 0)
-        m_file.fail("write failed after " + std::to_string(m_rows) + " rows", errno);
+    if (m_pending && !failed())
+        m_pending->flush(); // a failure is kept as the file's error
     return m_file.complete();
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "host/apps/kestrion/PendingRows.h"
 #include "recording/PartFile.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,22 +17,27 @@ namespace Kestrion::Cli {
 
 /// Records tracking frames as CSV, one row per instrument per frame:
 ///
-///     frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,
-///     x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason
+///     frame,device_counter,arrival_ms,device_ms,device_time_us,capture_us,instrument,name,tracked,
+///     quality,x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason
 ///
-/// arrival_ms and device_ms are the frame's host timestamps (ms since the epoch, UTC: when the
-/// host received it, and when the device measured it as the stream reports it); device_counter
-/// and device_time_us are the device's own frame counter and clock (empty when unknown). The
-/// pose is the instrument's rotation (row-major) and translation; an untracked instrument has
-/// tracked 0, quality 0 and empty pose fields. The next three come from the frame's instrument
-/// status (empty without it): the registration error while tracked, the state's short name and
-/// the reason in words. Opened with tip columns, each row ends with tip_x_mm,tip_y_mm,tip_z_mm:
-/// the instrument's tool tip in camera coordinates (empty when it has none in that frame).
+/// The times of a frame: arrival_ms (ms since the epoch, UTC) when the host received it;
+/// device_ms the frame's device timestamp as the stream reports it (ms since the epoch);
+/// device_counter and device_time_us the device's own frame counter and clock (microseconds on
+/// the device's clock, empty when unknown); capture_us when the camera captured the frame, on the
+/// host's clock (µs since the epoch, UTC: the device's clock mapped by the stream, free of the
+/// delivery delay; the arrival time when the stream gives no capture time, frameTimeUS()). The
+/// pose is the instrument's rotation (row-major) and translation; an untracked instrument
+/// (isInstrumentTracked) has tracked 0, quality 0 and empty pose fields. The next three come from
+/// the frame's instrument status (empty without it): the registration error while tracked, the
+/// state's short name and the reason in words. Opened with tip columns, each row ends with
+/// tip_x_mm,tip_y_mm,tip_z_mm: the instrument's tool tip in camera coordinates (empty when it has
+/// none in that frame).
 ///
-/// The rows go to "<file>.part", which close() flushes to disk and renames to the file, so that
-/// the file name only ever holds a complete recording. The first failing write ends the
-/// recording; error() then names the file and the reason, and the rows written so far stay in
-/// the ".part" file.
+/// The rows go to "<file>.part" in whole rows: flush() (at least once a second, by the command)
+/// hands them to the system, so that a killed run leaves every row up to the last flush; close()
+/// flushes, syncs and renames it to the file, so that the file name only ever holds a complete
+/// recording. The first failing write ends the recording; error() then names the file, the rows
+/// the ".part" file holds (exactly those: a row written in part is cut off) and the reason.
 class TrackCsvWriter {
 public:
     TrackCsvWriter() = default;
@@ -42,6 +49,8 @@ public:
     bool open(const std::string& file, bool tipColumns = false);
     /// Appends the rows of one frame; false once a write has failed.
     bool write(std::uint64_t frameIndex, const TrackingStreamData& frame, const DeviceFrameInfo* device);
+    /// Hands the rows appended so far to the system; false once a write has failed.
+    bool flush();
     /// Flushes, syncs and closes the file and gives it its name. False (see error()) on failure
     /// or after a failed write; then "<file>.part" is kept.
     bool close();
@@ -56,6 +65,7 @@ public:
 
 private:
     Recording::PartFile m_file{"CSV file"};
+    std::optional<PendingRows> m_pending; // from open()
     std::uint64_t m_rows = 0;
     bool m_tipColumns = false;
     std::vector<char> m_line; // reused for every row

@@ -34,6 +34,11 @@ bool TrackOutputs::open(bool tipColumns) {
             m_err << "kestrion track: " << output->error() << "\n";
             return false;
         }
+    for (OutputPath* output : {&m_csvPath, &m_recordPath, &m_sequencePath})
+        if (!output->path().empty() && !output->removeEarlierPart()) {
+            m_err << "kestrion track: " << output->error() << "\n";
+            return false;
+        }
     if (!m_options.csvFile.empty() && !m_csv.open(m_options.csvFile, tipColumns)) {
         m_err << "kestrion track: " << m_csv.error() << "\n";
         return false;
@@ -54,33 +59,49 @@ bool TrackOutputs::open(bool tipColumns) {
 
 void TrackOutputs::write(std::uint64_t frameIndex, const TrackingStreamData& frame,
                          const CompoundStreamData* compound) {
-    const DeviceFrameInfo* device = frame.component<DeviceFrameInfo>();
-    if (m_csv.isOpen() && !m_csv.failed() && !m_csv.write(frameIndex, frame, device)) {
-        m_err << "kestrion track: " << m_csv.error() << "; recording stopped, " << m_csv.partialFile()
-              << " holds the rows written so far\n";
-        m_failed = true;
-    }
-    if (m_sequence.isOpen() && !m_sequence.failed() && !m_sequence.write(frameIndex, frame, device)) {
-        m_err << "kestrion track: " << m_sequence.error() << "; no more frames are written to it\n";
-        m_failed = true;
-    }
+    if (m_csv.isOpen() && !m_csv.failed())
+        m_csv.write(frameIndex, frame, frame.component<DeviceFrameInfo>());
+    if (m_sequence.isOpen() && !m_sequence.failed())
+        m_sequence.write(frameIndex, frame);
     if (m_images && compound && !m_images->failed() && !m_images->offer(*compound, frameIndex)) {
         m_err << "kestrion track: " << m_images->error() << "; no more images are saved\n";
         m_failed = true;
     }
+    reportWriteFailures();
 }
 
-void TrackOutputs::flush() {}
+void TrackOutputs::flush() {
+    if (m_csv.isOpen() && !m_csv.failed())
+        m_csv.flush();
+    if (m_sequence.isOpen() && !m_sequence.failed())
+        m_sequence.flush();
+    reportWriteFailures();
+}
+
+void TrackOutputs::reportWriteFailures() {
+    // Each file's first failure, once: the file says which rows it holds.
+    if (m_csv.failed() && !m_csvReported) {
+        m_csvReported = true;
+        m_err << "kestrion track: " << m_csv.error() << "; recording stopped, " << m_csv.partialFile()
+              << " holds the rows written so far\n";
+        m_failed = true;
+    }
+    if (m_sequence.failed() && !m_sequenceReported) {
+        m_sequenceReported = true;
+        m_err << "kestrion track: " << m_sequence.error() << "; no more frames are written to it\n";
+        m_failed = true;
+    }
+}
 
 void TrackOutputs::finish() {
-    if (m_csv.isOpen() && !m_csv.close()) {
+    if (m_csv.isOpen() && !m_csv.failed() && !m_csv.close()) {
         m_err << "kestrion track: " << m_csv.error() << "; " << m_csv.partialFile()
               << " holds the rows written so far\n";
         m_failed = true;
     }
     if (!m_options.csvFile.empty() && !m_csv.failed())
         m_out << "Recorded " << m_csv.rowsWritten() << " rows to " << m_options.csvFile << "\n";
-    if (m_sequence.isOpen() && !m_sequence.close())
+    if (m_sequence.isOpen() && !m_sequence.failed() && !m_sequence.close())
         m_err << "kestrion track: " << m_sequence.error() << "; " << m_sequence.partialFile()
               << " holds the frames written so far\n";
     else if (!m_options.sequenceFile.empty() && !m_sequence.failed())

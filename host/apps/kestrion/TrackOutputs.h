@@ -51,6 +51,7 @@ public:
 
 private:
     bool reportRecording();
+    void reportWriteFailures();
 
     const TrackOptions& m_options;
     std::ostream& m_out;
@@ -63,6 +64,8 @@ private:
     TrackSequenceWriter m_sequence;
     std::optional<TrackImageSaver> m_images;
     bool m_kept = false;
+    bool m_csvReported = false;
+    bool m_sequenceReported = false;
     bool m_failed = false;
 };
 

@@ -111,32 +111,38 @@ void expectTruePoses(const std::vector<std::vector<std::string>>& rows,
     const long long firstCounter = std::stoll(rows[1][1]);
     const long long firstDeviceUs = std::stoll(rows[1][4]);
     std::map<std::string, std::size_t> seen;
+    unsigned long long previousCaptureUS = 0;
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const auto& row = rows[i];
-        ASSERT_EQ(row.size(), 24u) << "row " << i;
+        ASSERT_EQ(row.size(), 25u) << "row " << i;
         EXPECT_EQ(std::stoull(row[0]), (i - 1) / markers.size()) << "row " << i;
         const long long counter = std::stoll(row[1]);
+        // The capture time is never later than the arrival, and goes on with the frames.
+        const unsigned long long captureUS = std::stoull(row[5]);
+        EXPECT_LE(captureUS, std::stoull(row[2]) * 1000 + 999) << "row " << i;
+        EXPECT_GE(captureUS, previousCaptureUS) << "row " << i;
+        previousCaptureUS = captureUS;
         EXPECT_NEAR(static_cast<double>(std::stoll(row[4]) - firstDeviceUs),
                     static_cast<double>(counter - firstCounter) * 1e6 / rateHz, 1.0)
             << "row " << i;
         const auto marker = std::find_if(markers.begin(), markers.end(),
-                                         [&](const SinusoidMarker& m) { return row[5] == m.id; });
-        ASSERT_NE(marker, markers.end()) << "row " << i << ": " << row[5];
-        ++seen[row[5]];
-        EXPECT_EQ(row[7], "1") << "row " << i << " " << row[5];
-        EXPECT_GT(std::stod(row[8]), 0.9) << "row " << i;
-        EXPECT_EQ(row[22], "tracked") << "row " << i << ": " << row[23];
+                                         [&](const SinusoidMarker& m) { return row[6] == m.id; });
+        ASSERT_NE(marker, markers.end()) << "row " << i << ": " << row[6];
+        ++seen[row[6]];
+        EXPECT_EQ(row[8], "1") << "row " << i << " " << row[6];
+        EXPECT_GT(std::stod(row[9]), 0.9) << "row " << i;
+        EXPECT_EQ(row[23], "tracked") << "row " << i << ": " << row[24];
         const std::string said = "tracked, registration error ";
-        ASSERT_EQ(row[23].rfind(said, 0), 0u) << "row " << i << ": " << row[23];
-        EXPECT_NEAR(std::stod(row[23].substr(said.size())), std::stod(row[21]), 0.0051) << "row " << i;
+        ASSERT_EQ(row[24].rfind(said, 0), 0u) << "row " << i << ": " << row[24];
+        EXPECT_NEAR(std::stod(row[24].substr(said.size())), std::stod(row[22]), 0.0051) << "row " << i;
         double translation[3], rotation[9];
         marker->poseAt(static_cast<double>(counter) / rateHz, translation, rotation);
         for (int k = 0; k < 3; ++k)
-            EXPECT_NEAR(std::stod(row[9 + k]), translation[k], positionTolerance)
-                << "row " << i << " " << row[5] << " axis " << k;
+            EXPECT_NEAR(std::stod(row[10 + k]), translation[k], positionTolerance)
+                << "row " << i << " " << row[6] << " axis " << k;
         for (int k = 0; k < 9; ++k)
-            EXPECT_NEAR(std::stod(row[12 + k]), rotation[k], rotationTolerance)
-                << "row " << i << " " << row[5] << " rotation " << k;
+            EXPECT_NEAR(std::stod(row[13 + k]), rotation[k], rotationTolerance)
+                << "row " << i << " " << row[6] << " rotation " << k;
     }
     for (const SinusoidMarker& m : markers)
         EXPECT_EQ(seen[m.id], (rows.size() - 1) / markers.size()) << m.id;
@@ -161,7 +167,7 @@ TEST_F(TrackCommand, RecordsEveryFrameOfAStaticMarkerAtItsTruePose) {
     long long previousCounter = -1;
     long long gaps = 0;
     for (std::size_t i = 1; i < rows.size(); ++i) {
-        EXPECT_EQ(rows[i][6], "geometry1000");
+        EXPECT_EQ(rows[i][7], "geometry1000");
         EXPECT_GE(std::stoull(rows[i][2]), std::stoull(rows[1][2])); // arrival after the first frame
         const long long counter = std::stoll(rows[i][1]);
         EXPECT_GT(counter, previousCounter);

@@ -32,6 +32,8 @@ protected:
 
 TEST_F(OutputPathTest, AFileOutputIsRefusedWhereItWouldReplaceOrCouldNotBeWritten) {
     write("earlier.csv", "earlier");
+    write("killed.csv.part", "frame,device_counter\n0,1\n");
+    fs::create_directory(path("odd.csv.part"));
     fs::create_directory(path("folder"));
     const std::size_t before = entries();
     struct Row {
@@ -51,6 +53,13 @@ TEST_F(OutputPathTest, AFileOutputIsRefusedWhereItWouldReplaceOrCouldNotBeWritte
          "CSV file " + path("earlier.csv/x.csv") + ": " + path("earlier.csv") + " is not a folder"},
         {"/dev/null", true, "CSV file /dev/null: exists and is not a regular file"},
         {"", true, "CSV file: no path given"},
+        // The partial file of an earlier run is named, and replaced only when asked to.
+        {path("killed.csv"), false,
+         "CSV file " + path("killed.csv") + ": " + path("killed.csv.part") +
+             " exists, left by an earlier run; give --force to replace it"},
+        {path("killed.csv"), true, ""},
+        {path("odd.csv"), true,
+         "CSV file " + path("odd.csv") + ": " + path("odd.csv.part") + " exists and is not a regular file"},
     };
     for (const Row& row : rows) {
         OutputPath output("CSV file", row.file, OutputPath::Kind::File);
@@ -58,6 +67,11 @@ TEST_F(OutputPathTest, AFileOutputIsRefusedWhereItWouldReplaceOrCouldNotBeWritte
         EXPECT_EQ(output.error(), row.error);
     }
     EXPECT_EQ(entries(), before) << "a check touches nothing";
+    OutputPath killed("CSV file", path("killed.csv"), OutputPath::Kind::File);
+    ASSERT_TRUE(killed.check(true));
+    ASSERT_TRUE(killed.removeEarlierPart()) << killed.error();
+    EXPECT_FALSE(fs::exists(path("killed.csv.part")));
+    EXPECT_TRUE(fs::exists(path("earlier.csv")));
     EXPECT_EQ(read("earlier.csv"), "earlier");
 }
 

@@ -4,11 +4,13 @@
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/CaptureTimeData.h"
 
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -185,7 +187,9 @@ TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrument
     TrackCsvWriter writer;
     ASSERT_TRUE(writer.open(file)) << writer.error();
     const DeviceFrameInfo device("sTk 180", 1, 41, 123456789);
-    EXPECT_TRUE(writer.write(0, frame(1000, true), &device));
+    TrackingStreamData captured = frame(1000, true);
+    captured.addComponent(std::make_shared<CaptureTimeData>(999876, 123456789)); // 124 us before arrival
+    EXPECT_TRUE(writer.write(0, captured, &device));
     EXPECT_TRUE(writer.write(1, frame(1017, false), nullptr));
     EXPECT_TRUE(writer.write(2, frame(1034, true, "tracked, registration error 0.25 mm"), nullptr));
     EXPECT_TRUE(writer.write(3, frame(1051, false, "fiducials 0, 2 of 3 found; 1 missing"), nullptr));
@@ -193,17 +197,40 @@ TEST_F(TrackCsvWriterTest, TheFileAppearsOnlyWhenCompleteWithOneRowPerInstrument
     ASSERT_TRUE(writer.close()) << writer.error();
     EXPECT_FALSE(std::filesystem::exists(file + ".part"));
     std::ifstream in(file);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
-              "frame,device_counter,arrival_ms,device_ms,device_time_us,instrument,name,tracked,quality,"
-              "x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason\n"
-              "0,41,1000,1000,123456789,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
-              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,,,\n"
-              "1,,1017,1017,,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,,\n"
-              "2,,1034,1034,,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
-              "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,"
-              "0.2500,tracked,\"tracked, registration error 0.25 mm\"\n"
-              "3,,1051,1051,,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,"
-              "partly seen,\"fiducials 0, 2 of 3 found; 1 missing\"\n");
+    EXPECT_EQ(
+        std::string(std::istreambuf_iterator<char>(in), {}),
+        "frame,device_counter,arrival_ms,device_ms,device_time_us,capture_us,instrument,name,tracked,"
+        "quality,x_mm,y_mm,z_mm,r11,r12,r13,r21,r22,r23,r31,r32,r33,registration_error_mm,status,reason\n"
+        "0,41,1000,1000,123456789,999876,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
+        "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,,,\n"
+        "1,,1017,1017,,1017000,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,,\n"
+        "2,,1034,1034,,1034000,atracsys-1000,pointer,1,0.7500,1.5000,-2.2500,800.0000,"
+        "1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,0.0000000,0.0000000,0.0000000,1.0000000,"
+        "0.2500,tracked,\"tracked, registration error 0.25 mm\"\n"
+        "3,,1051,1051,,1051000,atracsys-1000,pointer,0,0.0000,,,,,,,,,,,,,,"
+        "partly seen,\"fiducials 0, 2 of 3 found; 1 missing\"\n");
+}
+
+// Rows reach the ".part" file at each flush (the command flushes at least once a second), not
+// only at the end: a run killed meanwhile keeps them.
+TEST_F(TrackCsvWriterTest, FlushedRowsAreInThePartialFileBeforeTheEnd) {
+    const std::string file = m_dir + "/live.csv";
+    TrackCsvWriter writer;
+    ASSERT_TRUE(writer.open(file));
+    const auto partLines = [&file] {
+        std::ifstream in(file + ".part");
+        const std::string text(std::istreambuf_iterator<char>(in), {});
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    for (std::uint64_t i = 0; i < 3; ++i)
+        ASSERT_TRUE(writer.write(i, frame(1000 + i, true), nullptr));
+    ASSERT_TRUE(writer.flush()) << writer.error();
+    EXPECT_EQ(partLines(), 4) << "the header and three rows";
+    ASSERT_TRUE(writer.write(3, frame(1003, false), nullptr));
+    ASSERT_TRUE(writer.flush());
+    EXPECT_EQ(partLines(), 5);
+    ASSERT_TRUE(writer.close()) << writer.error();
+    EXPECT_EQ(writer.rowsWritten(), 4u);
 }
 
 TEST_F(TrackCsvWriterTest, AFailedWriteIsReportedWithTheFileAndReasonAndKeepsThePartialFile) {
@@ -226,9 +253,17 @@ TEST_F(TrackCsvWriterTest, AFailedWriteIsReportedWithTheFileAndReasonAndKeepsThe
 
     EXPECT_FALSE(closed);
     EXPECT_TRUE(writer.failed());
-    EXPECT_EQ(writer.error().rfind("CSV file " + file + ": write failed after ", 0), 0u) << writer.error();
-    EXPECT_NE(writer.error().find("File too large"), std::string::npos) << writer.error();
+    const std::string said = "CSV file " + file + ": write failed after ";
+    ASSERT_EQ(writer.error().rfind(said, 0), 0u) << writer.error();
+    EXPECT_NE(writer.error().find(" rows: File too large"), std::string::npos) << writer.error();
     EXPECT_FALSE(std::filesystem::exists(file)); // never a silently truncated file
-    EXPECT_TRUE(std::filesystem::exists(file + ".part"));
+    // The ".part" file holds exactly the rows the error counts, each whole, and nothing more.
+    std::ifstream in(file + ".part");
+    const std::string kept(std::istreambuf_iterator<char>(in), {});
+    ASSERT_FALSE(kept.empty());
+    EXPECT_EQ(kept.back(), '\n');
+    EXPECT_EQ(static_cast<std::size_t>(std::count(kept.begin(), kept.end(), '\n')),
+              std::stoull(writer.error().substr(said.size())) + 1)
+        << "a header and the rows counted";
     EXPECT_FALSE(writer.write(0, frame(1, true), nullptr)); // the recording has ended
 }
