@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -36,28 +37,38 @@ void readCsv(const std::string& path, std::vector<std::optional<CsvRow>>& tool, 
              std::size_t& hiddenTracked) {
     std::ifstream file(path);
     std::string line;
-    std::getline(file, line); // header
-    while (std::getline(file, line)) {
-        std::vector<std::string> f;
-        std::stringstream s(line);
+    const auto split = [](const std::string& text) {
+        std::vector<std::string> fields;
+        std::stringstream s(text);
         for (std::string field; std::getline(s, field, ',');)
-            f.push_back(field);
-        ASSERT_GE(f.size(), 21u) << line;
-        if (f[5] == "atracsys-1001") {
+            fields.push_back(field);
+        return fields;
+    };
+    std::getline(file, line);
+    std::map<std::string, std::size_t> column; // the header's names
+    for (const std::string& name : split(line))
+        column.emplace(name, column.size());
+    const std::size_t instrument = column["instrument"], tracked = column["tracked"], x = column["x_mm"],
+                      r11 = column["r11"];
+    ASSERT_TRUE(instrument > 0 && tracked > 0 && x > 0 && r11 > 0) << line;
+    while (std::getline(file, line)) {
+        const std::vector<std::string> f = split(line);
+        ASSERT_GE(f.size(), r11 + 9) << line;
+        if (f[instrument] == "atracsys-1001") {
             ++hiddenRows;
-            hiddenTracked += f[7] == "1";
+            hiddenTracked += f[tracked] == "1";
             continue;
         }
-        if (f[7] != "1") {
+        if (f[tracked] != "1") {
             tool.emplace_back();
             continue;
         }
         CsvRow row;
-        row.arrivalMs = std::stoull(f[2]);
-        for (int i = 0; i < 3; ++i) {
-            row.pose(i, 3) = std::stod(f[9 + i]);
-            for (int j = 0; j < 3; ++j)
-                row.pose(i, j) = std::stod(f[12 + 3 * i + j]);
+        row.arrivalMs = std::stoull(f[column["arrival_ms"]]);
+        for (std::size_t i = 0; i < 3; ++i) {
+            row.pose(i, 3) = std::stod(f[x + i]);
+            for (std::size_t j = 0; j < 3; ++j)
+                row.pose(i, j) = std::stod(f[r11 + 3 * i + j]);
         }
         tool.push_back(row);
     }
