@@ -1,16 +1,13 @@
 #include "simulator/src/Device.h"
 
 #include "simulator/src/ErrorCodes.h"
+#include "simulator/src/LiveFrameSource.h"
 #include "simulator/src/OptionCatalog.h"
-#include "simulator/src/Random.h"
-#include "simulator/src/ReplaySource.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <limits>
-#include <thread>
 
 namespace Kestrion::Simulator {
 
@@ -44,17 +41,25 @@ std::string optionFailure(ftkError status, std::uint32_t id, const OptionDefinit
 
 Device::Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
                const std::atomic<bool>& steppedClock)
+    : Device(description, scene,
+             std::make_unique<LiveFrameSource>(description.model, scene, description.serial,
+                                               steppedClock.load()),
+             steppedClock) {}
+
+Device::Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
+               std::unique_ptr<FrameSource> source, const std::atomic<bool>& steppedClock)
     : m_serial(description.serial)
     , m_model(description.model)
+    , m_scene(std::move(scene))
     , m_steppedClock(steppedClock)
     , m_options(OptionCatalog::deviceOptions(description.model))
-    , m_clock(DeviceClock::Settings{description.model.rateHz, description.model.clockDriftPPM,
-                                    description.model.deliveryJitterMS,
-                                    Random::mix(scene->seed, description.serial ^ 0x64656c6179ull)},
-              std::chrono::steady_clock::now(), steppedClock.load())
-    , m_producer(description.model, std::move(scene), description.serial) {
+    , m_source(std::move(source))
+    , m_rematch(m_source->rematchesMarkers()) {
     for (const OptionDefinition& extra : description.extraOptions) {
         m_options.add(extra);
+    }
+    if (m_source->replays()) {
+        m_options.add(OptionCatalog::replayEnded());
     }
     for (const FaultRule& fault : description.faults) {
         m_faults.add(fault);
@@ -62,14 +67,6 @@ Device::Device(const DeviceDescription& description, std::shared_ptr<const Scene
 }
 
 Device::~Device() = default;
-
-void Device::setReplay(std::unique_ptr<ReplaySource> replay) {
-    m_rematch = replay && replay->markers() == ReplaySource::Markers::Matched;
-    m_replay = std::move(replay);
-    if (m_replay) {
-        m_options.add(OptionCatalog::replayEnded());
-    }
-}
 
 bool Device::hidden() {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -274,99 +271,98 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
                             std::uint64_t& index, DeliveryFaults& faults, std::string& message) {
     std::unique_lock<std::mutex> lock(m_mutex);
     // Texts are made only on the failure paths: a successful fetch allocates nothing here.
-    const auto device = [this] { return ErrorCodes::serialText(m_serial); };
     if (disconnectedLocked()) {
-        message = "Device " + device() + " is disconnected";
+        message = "Device " + ErrorCodes::serialText(m_serial) + " is disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
     ++m_fetches;
-    auto now = std::chrono::steady_clock::now();
+    const auto now = std::chrono::steady_clock::now();
     const bool stepped = m_steppedClock.load();
-    const std::uint64_t current = m_clock.currentIndex(stepped, now);
-    const FaultScript::FetchOutcome outcome =
-        m_faults.onFetch(m_fetches, timeOfIndex(stepped ? current + 1 : current));
+    const FaultScript::FetchOutcome outcome = m_faults.onFetch(m_fetches, currentTimeLocked(stepped));
     if (stepped && (outcome.disconnect || outcome.error != ftkError::FTK_OK)) {
         // With the stepped clock each fetch is one frame period: a failed one loses its frame.
-        m_clock.takeNext(true, now);
+        m_source->takeNext(true, now);
     }
     if (outcome.disconnect) {
         m_disconnected = true;
         m_reconnectAtS = outcome.reconnectAtS;
-        message = "Device " + device() + " was disconnected";
+        message = "Device " + ErrorCodes::serialText(m_serial) + " was disconnected";
         return ftkError::FTK_ERR_DISCONNECTION;
     }
     if (outcome.error != ftkError::FTK_OK) {
         const char* name = ErrorCodes::name(outcome.error);
-        message = "Frame acquisition on device " + device() + " failed with " + (name ? name : "an error") +
-                  " (simulated fault)";
+        message = "Frame acquisition on device " + ErrorCodes::serialText(m_serial) + " failed with " +
+                  (name ? name : "an error") + " (simulated fault)";
         return outcome.error;
     }
     faults = outcome.delivery;
+    if (stepped) {
+        index = m_source->takeNext(true, now);
+        return deliverLocked(index, now, message);
+    }
+    const std::uint64_t newest = m_source->currentIndex(false, now);
+    if (!hasLast || newest > lastIndex) {
+        index = newest;
+        return deliverLocked(index, now, message);
+    }
+    return waitLocked(lock, lastIndex, now + std::chrono::milliseconds(timeoutMS), timeoutMS, index, message);
+}
 
-    const auto deadline = now + std::chrono::milliseconds(timeoutMS);
-    // A replay has no frame after the recording's last one.
-    const auto deliver = [this, &message, &now](std::uint64_t taken) {
-        if (m_replay && !m_replayStarted) {
-            // The recording starts with the first frame fetched, whenever that is.
-            m_replayStarted = true;
-            m_replayBase = taken;
-            m_replayStart = now;
-        }
-        if (m_replay && taken - m_replayBase >= m_replay->frameCount()) {
-            message = "The recording " + m_replay->path() + " ended after " +
-                      std::to_string(m_replay->frameCount()) + " frames";
-            return ftkError::FTK_WAR_NO_FRAME;
-        }
-        return ftkError::FTK_OK;
-    };
+ftkError Device::waitLocked(std::unique_lock<std::mutex>& lock, std::uint64_t lastIndex,
+                            std::chrono::steady_clock::time_point deadline, std::uint32_t timeoutMS,
+                            std::uint64_t& index, std::string& message) {
     for (;;) {
-        if (m_steppedClock.load()) {
-            index = m_clock.takeNext(true, now);
-            return deliver(index);
+        // The wait releases the lock, so options and geometries stay usable meanwhile; it wakes
+        // when the next frame arrives, at the deadline, or when the clock or the faults change.
+        const std::optional<std::chrono::steady_clock::time_point> next = m_source->arrival(lastIndex + 1);
+        m_wake.wait_until(lock, next ? std::min(*next, deadline) : deadline);
+        const auto now = std::chrono::steady_clock::now();
+        if (disconnectedLocked()) {
+            message = "Device " + ErrorCodes::serialText(m_serial) + " is disconnected";
+            return ftkError::FTK_ERR_DISCONNECTION;
         }
-        const std::uint64_t newest = newestLocked(now);
-        if (!hasLast || newest > lastIndex) {
+        const bool stepped = m_steppedClock.load();
+        const FaultScript::FetchOutcome outcome = m_faults.onWait(currentTimeLocked(stepped));
+        if (outcome.disconnect) {
+            // Unplugged while the fetch waited: it sees it at once, as with a camera.
+            m_disconnected = true;
+            m_reconnectAtS = outcome.reconnectAtS;
+            message = "Device " + ErrorCodes::serialText(m_serial) + " was disconnected";
+            return ftkError::FTK_ERR_DISCONNECTION;
+        }
+        if (stepped) {
+            index = m_source->takeNext(true, now);
+            return deliverLocked(index, now, message);
+        }
+        const std::uint64_t newest = m_source->currentIndex(false, now);
+        if (newest > lastIndex) {
             index = newest;
-            return deliver(index);
+            return deliverLocked(index, now, message);
         }
-        const std::optional<DeviceClock::TimePoint> next = arrivalLocked(lastIndex + 1);
-        // The wait happens without the lock, so options and geometries stay usable meanwhile.
-        lock.unlock();
-        if (!next || *next > deadline) {
+        if (now >= deadline) {
             // A replay that has ended waits like a camera that sends nothing more.
-            std::this_thread::sleep_until(deadline);
-            message =
-                next ? "No new frame from device " + device() + " within " + std::to_string(timeoutMS) + " ms"
-                     : "The recording " + m_replay->path() + " ended after " +
-                           std::to_string(m_replay->frameCount()) + " frames";
+            if (!m_source->pastEnd(lastIndex + 1, message)) {
+                message = "No new frame from device " + ErrorCodes::serialText(m_serial) + " within " +
+                          std::to_string(timeoutMS) + " ms";
+            }
             return ftkError::FTK_WAR_NO_FRAME;
         }
-        std::this_thread::sleep_until(*next);
-        lock.lock();
-        now = std::chrono::steady_clock::now();
     }
 }
 
-std::uint64_t Device::newestLocked(DeviceClock::TimePoint now) {
-    if (m_replay && m_replayStarted) {
-        // A replay under way: the newest recorded frame taken, by the recording's own timestamps,
-        // at most as long after the first as the replay has been running.
-        const auto elapsed =
-            std::chrono::duration_cast<std::chrono::microseconds>(now - m_replayStart).count();
-        return m_replayBase + m_replay->frameAt(elapsed > 0 ? static_cast<std::uint64_t>(elapsed) : 0);
+ftkError Device::deliverLocked(std::uint64_t index, std::chrono::steady_clock::time_point now,
+                               std::string& message) {
+    if (m_source->pastEnd(index, message)) {
+        return ftkError::FTK_WAR_NO_FRAME;
     }
-    return m_clock.currentIndex(false, now);
+    m_source->delivering(index, now);
+    return ftkError::FTK_OK;
 }
 
-std::optional<DeviceClock::TimePoint> Device::arrivalLocked(std::uint64_t index) const {
-    if (m_replay && m_replayStarted) {
-        const std::uint64_t frame = index - m_replayBase;
-        if (frame >= m_replay->frameCount()) {
-            return std::nullopt;
-        }
-        return m_replayStart + std::chrono::microseconds(m_replay->timeUS(frame));
-    }
-    return m_clock.timeOf(index);
+double Device::currentTimeLocked(bool next) {
+    const bool stepped = m_steppedClock.load();
+    const std::uint64_t current = m_source->currentIndex(stepped, std::chrono::steady_clock::now());
+    return m_source->timeS(next ? current + 1 : current);
 }
 
 ProductionSettings Device::settingsLocked() const {
@@ -381,24 +377,18 @@ float Device::matchingToleranceLocked() const {
     return m_options.floatValue(OptionCatalog::MatchingTolerance, 2.f);
 }
 
-const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool& withImages) {
+ftkError Device::frameLocked(std::uint64_t index, bool wantImages, const FrameData*& frame, bool& withImages,
+                             std::string& message) {
     const ProductionSettings settings = settingsLocked();
     if (!m_frameValid || m_frame.index != index) {
-        if (m_replay) {
-            std::string error;
-            if (!m_replay->load(index - m_replayBase, m_frame, error)) {
-                std::fprintf(stderr, "ftkGetLastFrame: %s\n", error.c_str());
-            }
-            m_frame.index = index;
-        } else {
-            m_producer.produce(index, settings, m_frame, m_truth);
-            m_truth.exposureUS = m_clock.exposureEpochUS(index);
-            m_truth.deliverableUS = m_clock.deliverableEpochUS(index);
+        m_frameValid = m_source->produce(index, settings, m_frame, m_truth, message);
+        m_frame.index = index;
+        if (!m_frameValid) {
+            return ftkError::FTK_ERR_READ;
         }
-        m_frameValid = true;
     }
     const bool imagesEnabled = !m_model.usb || m_options.intValue(OptionCatalog::SendImages) == 1;
-    withImages = wantImages && imagesEnabled && (!m_replay || m_frame.hasImages);
+    withImages = wantImages && imagesEnabled && (!m_frame.replayed || m_frame.hasImages);
     if (!m_delivered || index > m_lastDelivered) {
         if (m_delivered && index > m_lastDelivered + 1) {
             m_lostFrames += index - m_lastDelivered - 1;
@@ -408,41 +398,46 @@ const FrameData& Device::frameLocked(std::uint64_t index, bool wantImages, bool&
         }
         m_delivered = true;
         m_lastDelivered = index;
-        if (m_replay && index - m_replayBase + 1 >= m_replay->frameCount()) {
+        if (m_source->replays() && m_source->isLast(index)) {
             m_options.forceInt(OptionCatalog::ReplayEnded, 1);
         }
     }
-    return m_frame;
+    frame = &m_frame;
+    return ftkError::FTK_OK;
 }
 
 void Device::drawImagesLocked(SensorImage& left, SensorImage& right) {
-    if (!m_replay) {
-        m_producer.drawImages(settingsLocked(), left, right);
-    }
+    m_source->drawImages(settingsLocked(), left, right);
 }
 
 void Device::addFault(const FaultRule& fault) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_faults.add(fault);
+    m_wake.notify_all();
 }
 
 void Device::clearFaults() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_faults.clear();
+    m_wake.notify_all();
 }
 
 void Device::skipFrames(std::uint64_t frames) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_clock.skip(m_steppedClock.load(), std::chrono::steady_clock::now(), frames);
+    m_source->skip(m_steppedClock.load(), std::chrono::steady_clock::now(), frames);
+    m_wake.notify_all();
+}
+
+void Device::clockChanged() {
+    // Notified under the mutex: a fetch between reading the clock's mode and waiting holds it,
+    // so it cannot miss this wake-up.
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_wake.notify_all();
 }
 
 bool Device::exposureTime(std::uint64_t index, std::int64_t& exposureUS) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_replay) {
-        return false; // a recording keeps its device times only
-    }
-    exposureUS = m_clock.exposureEpochUS(index);
-    return true;
+    return m_source->exposureTime(index, exposureUS);
 }
 
 std::uint64_t Device::fetchCount() {
@@ -458,9 +453,7 @@ bool Device::disconnected() {
 bool Device::disconnectedLocked() {
     // A disconnection with a duration ends when the device's clock reaches its end: the camera is
     // plugged back in.
-    if (m_disconnected && m_reconnectAtS &&
-        timeOfIndex(m_clock.currentIndex(m_steppedClock.load(), std::chrono::steady_clock::now())) >=
-            *m_reconnectAtS) {
+    if (m_disconnected && m_reconnectAtS && currentTimeLocked(false) >= *m_reconnectAtS) {
         m_disconnected = false;
         m_reconnectAtS.reset();
     }

@@ -1,16 +1,18 @@
 #pragma once
 
-#include "simulator/src/DeviceClock.h"
 #include "simulator/src/FaultScript.h"
 #include "simulator/src/FrameData.h"
 #include "simulator/src/FrameProducer.h"
 #include "simulator/src/FrameTruth.h"
 #include "simulator/src/OptionTable.h"
 #include "simulator/src/SceneDescription.h"
+#include "simulator/src/SensorImage.h"
 
 #include <ftkInterface.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -20,37 +22,36 @@
 
 namespace Kestrion::Simulator {
 
-class FrameRecord;
-class ReplaySource;
+class FrameSource;
 
 /// One simulated camera. Devices live for the process (or until a new scene replaces them for
 /// handles opened later); every library handle connected to a device shares its options, clock,
-/// faults and frames, as with a physical camera.
+/// faults and frames, as with a physical camera. Its frames come from a FrameSource: measured
+/// from the scene (a camera) or played from a recording (a replay).
 ///
 /// Thread safety: every member is guarded by m_mutex, because frames are fetched on one thread
 /// while options are read or written, faults injected and the clock stepped on others. The
-/// mutex is never held while waiting for a frame nor while calling a caller's callback. Lock
-/// order: a device's mutex before a session's.
+/// mutex is never held while waiting for a frame (the wait releases it on m_wake) nor while
+/// calling a caller's callback. Lock order: a device's mutex before a session's.
 class Device {
 public:
+    /// A camera measuring the scene.
     Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
            const std::atomic<bool>& steppedClock);
+    /// A device whose frames come from `source` (a replay offers "Replay ended").
+    Device(const DeviceDescription& description, std::shared_ptr<const SceneDescription> scene,
+           std::unique_ptr<FrameSource> source, const std::atomic<bool>& steppedClock);
     ~Device();
 
-    /// Plays a recording instead of measuring the scene: the first frame fetched is the
-    /// recording's first, each next one comes as long after it as the device's timestamps say
-    /// (one per fetch on the stepped clock), and fetches after its last frame find no new frame.
-    /// Called before the device is shared.
-    void setReplay(std::unique_ptr<ReplaySource> replay);
     /// Markers are matched again in the replayed fiducials rather than taken as recorded. Fixed
-    /// at setReplay(), so it needs no lock.
+    /// at construction, so it needs no lock.
     bool rematchesReplay() const { return m_rematch; }
 
     std::uint64_t serial() const { return m_serial; }
     ftkDeviceType type() const { return m_model.type; }
     const DeviceModel& model() const { return m_model; }
     /// The scene the device was made from (fixed for its life).
-    const SceneDescription& scene() const { return m_producer.scene(); }
+    const SceneDescription& scene() const { return *m_scene; }
 
     /// Hidden by a "no device" fault: not enumerated, serial unknown.
     bool hidden();
@@ -75,13 +76,16 @@ public:
 
     /// First half of a fetch: disconnection and scripted fetch faults, then the index of the frame
     /// to deliver, waiting up to timeoutMS for one newer than `lastIndex` (when `hasLast`).
-    /// FTK_WAR_NO_FRAME when none came.
+    /// FTK_WAR_NO_FRAME when none came; FTK_ERR_DISCONNECTION when the device is unplugged, also
+    /// during the wait.
     ftkError admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t timeoutMS, std::uint64_t& index,
                         DeliveryFaults& faults, std::string& message);
 
-    /// Second half: with the device locked (see lock()), makes sure the measurement of `index` is
-    /// produced (with images when wanted and enabled) and counts the delivery.
-    const FrameData& frameLocked(std::uint64_t index, bool wantImages, bool& withImages);
+    /// Second half: with the device locked (see lock()), makes sure frame `index` is produced
+    /// (with images when wanted and enabled) and counts the delivery. FTK_ERR_READ with the
+    /// reason in `message` when a replayed frame cannot be read; nothing is delivered then.
+    ftkError frameLocked(std::uint64_t index, bool wantImages, const FrameData*& frame, bool& withImages,
+                         std::string& message);
     /// With the device locked, after frameLocked() said `withImages`: draws the images of a
     /// measured frame into a record's buffers (a replayed frame carries its own).
     void drawImagesLocked(SensorImage& left, SensorImage& right);
@@ -94,33 +98,42 @@ public:
     void clearFaults();
     /// Stepped clock: skips frames without delivering them.
     void skipFrames(std::uint64_t frames);
+    /// The simulator's clock changed mode: a fetch waiting for a frame looks again at once.
+    void clockChanged();
     std::uint64_t fetchCount();
+    bool disconnected();
     /// When frame `index` was exposed, on the host's system clock (µs since the epoch, UTC);
     /// false for a replay, whose frames were exposed when they were recorded.
     bool exposureTime(std::uint64_t index, std::int64_t& exposureUS);
-    bool disconnected();
 
 private:
     ftkError optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message);
     void mirrorProcessingOptions(std::uint32_t id);
     ProductionSettings settingsLocked() const;
-    /// Free running: the newest frame at `now`, and when frame `index` comes (none after the end
-    /// of a replay).
-    std::uint64_t newestLocked(DeviceClock::TimePoint now);
-    std::optional<DeviceClock::TimePoint> arrivalLocked(std::uint64_t index) const;
+    /// Free running: waits (without the lock) for a frame newer than `lastIndex` until the
+    /// deadline, waking early when the clock, the faults or the connection change.
+    ftkError waitLocked(std::unique_lock<std::mutex>& lock, std::uint64_t lastIndex,
+                        std::chrono::steady_clock::time_point deadline, std::uint32_t timeoutMS,
+                        std::uint64_t& index, std::string& message);
+    /// The frame a fetch takes: FTK_WAR_NO_FRAME past the end of a replay.
+    ftkError deliverLocked(std::uint64_t index, std::chrono::steady_clock::time_point now,
+                           std::string& message);
     /// Whether the device is disconnected now, ending a disconnection whose time is over.
     bool disconnectedLocked();
-    double timeOfIndex(std::uint64_t index) const { return static_cast<double>(index) / m_model.rateHz; }
+    /// Device time of the current frame, in seconds (fault triggers and reconnection).
+    double currentTimeLocked(bool next);
 
     const std::uint64_t m_serial;
     const DeviceModel m_model;
+    const std::shared_ptr<const SceneDescription> m_scene;
     const std::atomic<bool>& m_steppedClock;
 
     std::mutex m_mutex;
+    std::condition_variable m_wake; ///< Wakes a waiting fetch: clock, faults or connection changed.
     OptionTable m_options;
     FaultScript m_faults;
-    DeviceClock m_clock;
-    FrameProducer m_producer;
+    std::unique_ptr<FrameSource> m_source;
+    bool m_rematch = false;
     FrameData m_frame;
     FrameTruth m_truth;
     bool m_frameValid = false;
@@ -129,11 +142,6 @@ private:
     std::uint64_t m_lastDelivered = 0;
     std::uint64_t m_lostFrames = 0;
     bool m_disconnected = false;
-    std::unique_ptr<ReplaySource> m_replay;
-    bool m_rematch = false;
-    bool m_replayStarted = false;
-    std::uint64_t m_replayBase = 0;       ///< Device frame index of the recording's first frame.
-    DeviceClock::TimePoint m_replayStart; ///< When the recording's first frame was fetched.
     std::optional<double> m_reconnectAtS; ///< Device time at which a disconnection ends.
 };
 

@@ -62,6 +62,20 @@ bool FaultScript::fetchTriggered(Active& fault, std::uint64_t fetchNumber, doubl
     return consume(fault);
 }
 
+FaultScript::FetchOutcome FaultScript::onWait(double timeS) {
+    FetchOutcome outcome;
+    for (Active& fault : m_faults) {
+        // Fetch number 0: a fault triggered by a fetch count does not start here.
+        if (fault.rule.kind != FaultRule::Kind::Disconnection || !fetchTriggered(fault, 0, timeS)) {
+            continue;
+        }
+        outcome.disconnect = true;
+        if (fault.rule.atTimeS && fault.rule.durationS)
+            outcome.reconnectAtS = *fault.rule.atTimeS + *fault.rule.durationS;
+    }
+    return outcome;
+}
+
 FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double timeS) {
     FetchOutcome outcome;
     for (Active& fault : m_faults) {

@@ -27,6 +27,11 @@ public:
     /// Called once per ftkGetLastFrame with the device's fetch number (from 1) and time.
     FetchOutcome onFetch(std::uint64_t fetchNumber, double timeS);
 
+    /// Called while a fetch waits for a frame: the disconnections due by device time `timeS` (or
+    /// at once), so that an unplugging is seen during the wait. Fetch-counted faults wait for
+    /// the next fetch.
+    FetchOutcome onWait(double timeS);
+
     /// True when a NoDevice fault hides the device.
     bool hidesDevice() const;
     /// Status for ftkEnumerateDevices, and whether the device is still reported.

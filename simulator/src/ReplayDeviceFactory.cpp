@@ -1,6 +1,7 @@
 #include "simulator/src/ReplayDeviceFactory.h"
 
 #include "simulator/src/Device.h"
+#include "simulator/src/ReplayFrameSource.h"
 #include "simulator/src/ReplaySource.h"
 
 #include <cstdio>
@@ -58,12 +59,11 @@ std::shared_ptr<Device> ReplayDeviceFactory::create(const std::string& path, Rep
     description.serial = header.serialNumber;
     description.model = DeviceModel::preset(type);
     description.model.rateHz = source->rateHz();
-    // The recording paces itself by its own device times.
-    description.model.clockDriftPPM = 0.0;
-    description.model.deliveryJitterMS = 0.0;
     auto scene = std::make_shared<SceneDescription>();
     scene->source = "recording " + path;
-    auto device = std::make_shared<Device>(description, scene, steppedClock);
+    auto device = std::make_shared<Device>(
+        description, scene, std::make_unique<ReplayFrameSource>(std::move(source), steppedClock.load()),
+        steppedClock);
     for (const Recording::OptionValue& option : header.options) {
         if (!option.readable) {
             continue;
@@ -77,7 +77,6 @@ std::shared_ptr<Device> ReplayDeviceFactory::create(const std::string& path, Rep
         std::string ignored; // options this model does not have or does not let be written keep theirs
         device->applySetting(setting, ignored);
     }
-    device->setReplay(std::move(source));
     return device;
 }
 

@@ -58,7 +58,12 @@ ftkError Session::fetch(FrameRecord& record, std::uint32_t timeoutMS, std::strin
 
     auto deviceLock = m_device->lock();
     bool withImages = false;
-    const FrameData& frame = m_device->frameLocked(index, record.wantsPixels(), withImages);
+    const FrameData* produced = nullptr;
+    const ftkError status = m_device->frameLocked(index, record.wantsPixels(), produced, withImages, message);
+    if (status != ftkError::FTK_OK) {
+        return status;
+    }
+    const FrameData& frame = *produced;
     const double tolerance = m_device->matchingToleranceLocked();
     std::lock_guard<std::mutex> lock(m_mutex);
     if (frame.replayed && !m_device->rematchesReplay()) {

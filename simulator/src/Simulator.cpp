@@ -181,6 +181,19 @@ std::shared_ptr<Device> Simulator::device(std::uint64_t serial) {
     return nullptr;
 }
 
+void Simulator::setSteppedClock(bool stepped) {
+    m_stepped.store(stepped);
+    std::vector<std::shared_ptr<Device>> devices;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        devices = m_devices;
+    }
+    // Outside the simulator's mutex: the devices take their own.
+    for (const std::shared_ptr<Device>& device : devices) {
+        device->clockChanged();
+    }
+}
+
 std::vector<std::shared_ptr<Device>> Simulator::devices() {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::string error;

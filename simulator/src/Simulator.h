@@ -51,7 +51,9 @@ public:
     std::shared_ptr<Device> device(std::uint64_t serial);
     std::vector<std::shared_ptr<Device>> devices();
 
-    void setSteppedClock(bool stepped) { m_stepped.store(stepped); }
+    /// Switches every device's clock; fetches of the current scene's devices that wait for a
+    /// frame look again at once (those of earlier scenes at their next frame or deadline).
+    void setSteppedClock(bool stepped);
     bool steppedClock() const { return m_stepped.load(); }
 
 private:

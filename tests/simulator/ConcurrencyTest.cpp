@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 
 using namespace Kestrion::SimulatorTest;
@@ -105,4 +106,35 @@ TEST(Concurrency, AFetchWaitsForANewerFrameWithoutHoldingUpOtherCalls) {
     // Long enough for the next one: it is delivered as soon as it exists.
     ASSERT_EQ(camera.fetch(3000), ftkError::FTK_OK);
     EXPECT_EQ(+camera.frame->imageHeader->counter, counter + 1);
+}
+
+// A fetch waiting for the next frame of a slow camera (one every 10 s) sees an unplugging and a
+// switch to the stepped clock as they happen, not at the next frame.
+TEST(Concurrency, AWaitingFetchSeesAnUnpluggingAndAClockChangeAtOnce) {
+    const std::pair<const char*, ftkError> events[] = {{"unplugged", ftkError::FTK_ERR_DISCONNECTION},
+                                                       {"stepped", ftkError::FTK_OK}};
+    for (const auto& [event, expected] : events) {
+        SCOPED_TRACE(event);
+        SceneGuard scene(R"({"devices": [{"serial": 9, "rateHz": 0.1}]})", false);
+        Camera camera;
+        ASSERT_EQ(camera.fetch(100), ftkError::FTK_OK); // frame 0, there from the start
+        std::atomic<bool> returned{false};
+        ftkError status = ftkError::FTK_OK;
+        std::chrono::steady_clock::time_point returnedAt;
+        std::thread fetcher([&] {
+            status = camera.fetch(20000);
+            returnedAt = std::chrono::steady_clock::now();
+            returned = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(200)); // the fetch is waiting by then
+        EXPECT_FALSE(returned.load()) << "no frame for 10 s";
+        const auto firedAt = std::chrono::steady_clock::now();
+        if (std::string(event) == "unplugged")
+            ASSERT_TRUE(ftkSimInjectFault(9, R"({"kind": "disconnection"})"));
+        else
+            ftkSimSetSteppedClock(true);
+        fetcher.join();
+        EXPECT_EQ(status, expected) << camera.errorText();
+        EXPECT_LT(returnedAt - firedAt, std::chrono::seconds(5)) << "seen at once, not at the next frame";
+    }
 }

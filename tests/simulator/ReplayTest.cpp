@@ -202,3 +202,35 @@ TEST(Replay, RecordingsThatCannotBePlayedAreRefusedByName) {
     std::filesystem::remove(file);
     std::filesystem::remove(empty);
 }
+
+// A frame that cannot be read when its turn comes (the file changed since it was opened) fails
+// the fetch with FTK_ERR_READ and the reason in the error text, writing nothing on stderr.
+TEST(Replay, AFrameThatCannotBeReadFailsTheFetch) {
+    SceneGuard scene;
+    // Long enough that the last frame is read from the disk again, not from what the reader holds.
+    const std::string file = writeRecording("replay-unreadable.krec", 200, false);
+    ASSERT_TRUE(ftkSimLoadReplay(file.c_str(), false)) << controlError();
+    Camera camera;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    {
+        std::fstream f(file, std::ios::in | std::ios::out | std::ios::binary);
+        f.seekp(-30, std::ios::end); // the last byte of frame 199, before the end record
+        f.put('\x7f');
+    }
+    ASSERT_TRUE(ftkSimStep(Serial, 198));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_ERR_READ);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_NE(
+        camera.errorText().find("<error code=\"6\" name=\"FTK_ERR_READ\">recording " + file +
+                                ": frame 199: damaged, its checksum does not match its content</error>"),
+        std::string::npos)
+        << camera.errorText();
+    EXPECT_EQ(+camera.frame->imageHeader->counter, 500u) << "the record keeps the last frame delivered";
+    int32 ended = -1;
+    EXPECT_EQ(camera.getInt(camera.option("Replay ended"), ftkOptionGetter::FTK_VALUE, &ended),
+              ftkError::FTK_OK);
+    EXPECT_EQ(ended, 0) << "the last frame was not delivered";
+    EXPECT_EQ(camera.fetch(), ftkError::FTK_WAR_NO_FRAME);
+    std::filesystem::remove(file);
+}
