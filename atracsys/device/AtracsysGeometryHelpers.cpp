@@ -86,8 +86,10 @@ std::optional<GeometryFile> fromText(std::string text, const std::string& path) 
     std::optional<ftkGeometry> geometry = fromIni(ini);
     if (!geometry)
         return std::nullopt;
-    warnAboutGeometryFile(ini, *geometry, path);
-    return GeometryFile{*geometry, readPivot(ini, geometry->geometryId)};
+    GeometryFile file{*geometry, readPivot(ini, geometry->geometryId),
+                      geometryFileFindings(ini, *geometry, path)};
+    warnAboutGeometryFile(file.findings);
+    return file;
 }
 
 } // namespace

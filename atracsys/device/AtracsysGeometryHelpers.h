@@ -1,5 +1,6 @@
 #pragma once
 
+#include "atracsys/device/AtracsysGeometryFileCheck.h"
 #include "atracsys/device/IniFile.h"
 
 #include <ftkInterface.h>
@@ -9,6 +10,7 @@
 #include <istream>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Kestrion::SpryTrack::AtracsysHelpers {
 
@@ -44,6 +46,8 @@ std::optional<ftkGeometry> loadGeometry(const std::string& path);
 struct GeometryFile {
     ftkGeometry geometry;
     std::optional<Eigen::Vector3d> tip;
+    /// What will not work as the file's author meant (logged as warnings by the load).
+    std::vector<GeometryFileFinding> findings;
 };
 
 /// loadGeometry with the file's tip: the same record, messages and failures, and the tip of its

@@ -1,41 +1,24 @@
 #include "host/apps/kestrion/CheckGeometryCommand.h"
 
-#include "host/apps/kestrion/CameraStream.h"
 #include "host/apps/kestrion/CommandContext.h"
 #include "host/apps/kestrion/LogCollector.h"
-#include "host/apps/kestrion/TrackConfiguration.h"
+#include "host/core/Algorithm.h"
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
 #include "host/lib/FactoryRegistry.h"
-#include "host/stream/TrackingStream.h"
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <memory>
-#include <optional>
 #include <ostream>
 
 namespace Kestrion::Cli {
 
 namespace {
 
-/// The plugin logs its ambiguity findings under this category (one warning per finding).
-const char* const AmbiguityCategory = "AtracsysAmbiguityCheck";
-
-/// The settings of a closed stream whose markers are the files.
-Properties checkSettings(const std::vector<std::string>& paths, double tolerance) {
-    Properties settings;
-    for (const char* key : {"open", "autoOpen", "connect", "start", "autoStart"})
-        settings.setParam(key, false);
-    settings.setParam("Distance matching tolerance", static_cast<float>(tolerance));
-    Properties* targets = settings.addSubProperties("TrackingTargets");
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        targets->addSubProperties("file" + std::to_string(i))->setParam("Path", paths[i]);
-    return settings;
-}
-
+/// The plugin's algorithm that checks geometry files.
+const char* const CheckAlgorithmId = "Atracsys.GeometryCheck";
 } // namespace
 
 std::string CheckGeometryCommand::summary() const {
@@ -46,20 +29,25 @@ std::string CheckGeometryCommand::help() const {
     return "Usage: kestrion check-geometry [--tolerance MM] FILE...\n"
            "\n"
            "Loads the marker geometry files (INI) as the tracking plugin does, without opening the\n"
-           "camera, and compares each with itself and with the others by the distances between\n"
-           "their fiducials, as the camera tells markers apart. Prints one line per finding:\n"
+           "camera, and says what tracking would: each file that does not load (with the reason,\n"
+           "also a geometry id that an earlier file has), each problem of a file that the camera\n"
+           "refuses or that tracking warns about (fewer than three fiducials, a value that is not a\n"
+           "number, all fiducials at one point), and what lets the camera confuse markers, comparing\n"
+           "each file with itself and with the files before it by the distances between their\n"
+           "fiducials. One line per finding, in the words tracking uses:\n"
            "  - two geometries could be confused: three fiducials of one lie at the distances of\n"
            "    three of the other within the tolerance;\n"
            "  - one geometry is the mirror image of another;\n"
            "  - a geometry is symmetric, so that its pose could flip;\n"
            "  - two fiducials of a geometry are closer than a fiducial's diameter (11.5 mm).\n"
-           "Each line names the files and the closest distance pair. See docs/geometry-checks.md.\n"
+           "Each line names the files (and the closest distance pair). See docs/geometry-checks.md.\n"
            "\n"
            "Options:\n"
            "  --tolerance MM   the camera's \"Distance matching tolerance\" (default 1.0)\n"
            "\n"
-           "Exit status: 0 nothing found; 1 a finding, a file that does not load or whose geometry\n"
-           "id another file has already, or no plugin; 2 bad arguments.\n";
+           "Exit status: 0 nothing found; 1 a finding (among them every file the camera would\n"
+           "refuse), a file that does not load or whose geometry id another file has already, or no\n"
+           "plugin; 2 bad arguments.\n";
 }
 
 int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::string>& arguments) {
@@ -92,41 +80,31 @@ int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::st
     }
     if (!context.loadPlugins())
         return 1;
-    if (!FactoryRegistry::instance().hasAlgorithm(TrackConfiguration::AlgorithmId)) {
+    std::unique_ptr<Algorithm> check = FactoryRegistry::instance().hasAlgorithm(CheckAlgorithmId)
+                                           ? FactoryRegistry::instance().createAlgorithm(CheckAlgorithmId)
+                                           : nullptr;
+    if (!check) {
         err << "kestrion check-geometry: the Atracsys tracking plugin is not available (see kestrion "
                "plugins)\n";
         return 1;
     }
 
-    // The stream is created closed; each file becomes one of its markers, named after its place
-    // in the list, and adding it makes the plugin compare it with the markers before it.
+    // The plugin loads the files as tracking does and gives its findings as data.
     std::vector<std::string> paths;
-    for (const std::string& file : files)
-        paths.push_back(file.rfind(":/", 0) == 0 ? file : std::filesystem::absolute(file).string());
-    std::vector<LogRecord> records;
-    std::vector<std::optional<std::string>> ids(files.size()); // the instrument id of each file loaded
-    std::map<std::string, std::size_t> holders;                // instrument id -> the file that has it
-    {
-        LogCollector log(LogCollector::Console::Quiet); // the command prints what it found itself
-        CameraStream checked(checkSettings(paths, tolerance));
-        if (checked.stream())
-            for (const TrackingInstrument& instrument : checked.stream()->instruments())
-                for (std::size_t i = 0; i < files.size(); ++i)
-                    if (instrument.id.name == "file" + std::to_string(i)) {
-                        ids[i] = instrument.ID();
-                        holders.emplace(instrument.ID(), i);
-                    }
-        records = log.records();
-    }
-    // A file that loads alone but not among the others has a geometry id that an earlier file
-    // has: the only refusal that comes from the other files.
+    Properties settings;
+    settings.setParam("Distance matching tolerance", static_cast<float>(tolerance));
+    Properties* list = settings.addSubProperties("Files");
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (ids[i])
-            continue;
-        LogCollector quiet(LogCollector::Console::Quiet); // said already, or said below
-        CameraStream alone(checkSettings({paths[i]}, tolerance));
-        if (alone.stream() && alone.stream()->instruments().size() == 1)
-            ids[i] = alone.stream()->instruments().front().ID();
+        paths.push_back(files[i].rfind(":/", 0) == 0 ? files[i]
+                                                     : std::filesystem::absolute(files[i]).string());
+        list->addSubProperties("file" + std::to_string(i))->setParam("Path", paths.back());
+    }
+    Properties results;
+    {
+        LogCollector quiet(LogCollector::Console::Quiet); // the command says what was found, once
+        check->configure(&settings);
+        check->compute();
+        check->configuration(&results);
     }
 
     // The plugin names the files by their absolute paths; the user reads the names given.
@@ -138,30 +116,22 @@ int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::st
         return text;
     };
     int findings = 0;
-    for (const LogRecord& record : records)
-        if (record.category == AmbiguityCategory && record.level == Log::Warning) {
-            out << asGiven(record.message) << "\n";
+    int problems = 0;
+    const Properties* found = results.subProperty("Findings");
+    for (const Properties* finding : found ? found->subProperties() : std::vector<const Properties*>()) {
+        const auto file = static_cast<std::size_t>(finding->param("File", 0));
+        const std::string kind = finding->param("Kind", std::string());
+        const std::string text = asGiven(finding->param("Text", std::string()));
+        if (file >= files.size())
+            continue;
+        if (kind == "unloadable" || kind == "duplicate") {
+            err << "kestrion check-geometry: geometry file " << files[file] << " could not be loaded"
+                << (text.empty() ? "" : ": " + text) << "\n";
+            ++problems;
+        } else {
+            out << text << "\n";
             ++findings;
         }
-    int problems = 0;
-    std::vector<LogRecord> errors;
-    for (const LogRecord& record : records)
-        if (record.level >= Log::Error)
-            errors.push_back(record);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const auto holder = ids[i] ? holders.find(*ids[i]) : holders.end();
-        if (holder != holders.end() && holder->second == i)
-            continue; // loaded
-        ++problems;
-        if (holder != holders.end()) {
-            err << "kestrion check-geometry: create: Instrument with ID " << *ids[i]
-                << " already exists: two of the files have the same geometry id, so the camera would hold "
-                   "only the first\n";
-            continue;
-        }
-        const std::string reason = geometryLoadReason(errors, paths[i]);
-        err << "kestrion check-geometry: geometry file " << files[i] << " could not be loaded"
-            << (reason.empty() ? "" : ": " + asGiven(reason)) << "\n";
     }
     if (findings == 0 && problems == 0) {
         char text[64];

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -60,8 +61,8 @@ TEST(CheckGeometryCommand, ExampleMarkersPassAndBadInputIsNamed) {
     EXPECT_EQ(r.exitCode, 1) << r;
     EXPECT_EQ(r.err,
               "kestrion check-geometry: geometry file geometry-checks/missing.ini could not be loaded\n"
-              "kestrion check-geometry: create: Instrument with ID atracsys-1104 already exists: two of "
-              "the files have the same geometry id, so the camera would hold only the first\n")
+              "kestrion check-geometry: geometry file status/geometry1104.ini could not be loaded: its "
+              "instrument id atracsys-1104 is that of the geometry loaded from status/geometry1104.ini\n")
         << r;
 
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
@@ -78,5 +79,41 @@ TEST(CheckGeometryCommand, ExampleMarkersPassAndBadInputIsNamed) {
         r = checkGeometry(arguments);
         EXPECT_EQ(r.exitCode, 2) << r;
         EXPECT_EQ(r.err, message) << r;
+    }
+}
+
+// What makes the camera refuse a file, or tracking warn about it, is said in tracking's words,
+// and makes the check fail.
+TEST(CheckGeometryCommand, SaysWhatTrackingWouldOfEachFile) {
+    const struct {
+        const char* file;
+        std::string line;
+    } rows[] = {
+        {"geometry-checks/two-fiducials.ini",
+         "geometry-checks/two-fiducials.ini: geometry 1310 has 2 fiducials; the camera needs at least 3 and "
+         "refuses it\n"},
+        {"geometry-checks/bad-numbers.ini",
+         "geometry-checks/bad-numbers.ini: the value \"12OO\" of key \"id\" in section \"geometry\" is not a "
+         "number; it is read as 12\n"
+         "geometry-checks/bad-numbers.ini: the value \"4,5\" of key \"x\" in section \"fiducial1\" is not a "
+         "number; it is read as 4\n"},
+        {"geometry-checks/one-point.ini", "geometry-checks/one-point.ini: all 3 fiducials of geometry 1320 "
+                                          "are at one point; the camera cannot "
+                                          "find its distances\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file);
+        const ProcessResult r = checkGeometry({row.file});
+        EXPECT_EQ(r.exitCode, 1) << r;
+        EXPECT_EQ(r.out.rfind(row.line, 0), 0u) << r; // first (the ambiguity checks may add more)
+        EXPECT_EQ(r.err, "") << r;
+        // `kestrion track` gives the same words when it loads the file.
+        const ProcessResult tracked =
+            runProcess(KESTRION_APP, {"track", "--geometry", row.file, "--frames", "1"},
+                       {{"KESTRION_PLUGIN_PATH", KESTRION_PLUGIN_FOLDER}}, DataDir);
+        std::istringstream lines(row.line);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_TRUE(tracked.errHas("AtracsysTracking: " + DataDir + "/" + line + "\n")) << line << "\n"
+                                                                                            << tracked;
     }
 }
