@@ -126,7 +126,7 @@ PythonTracker::PythonTracker(const PythonTrackerOptions& options)
         applyNamesAndReference(options);
         startTracking();
     } catch (...) {
-        close();
+        close(); // the failure being reported says more than an unfinished recording
         throw;
     }
 }
@@ -155,7 +155,8 @@ void PythonTracker::open(const PythonTrackerOptions& options) {
         const std::string problem = outputProblem(options.record, options.force);
         if (!problem.empty())
             throw PythonError(Kind::Output, "recording file " + options.record + ": " + problem);
-        properties.setParam("recordFile", std::filesystem::absolute(options.record).string());
+        m_recordFile = std::filesystem::absolute(options.record).string();
+        properties.setParam("recordFile", m_recordFile);
         properties.setParam("recordImages", options.images);
         properties.setParam("recordReplace", options.force);
     }
@@ -275,6 +276,7 @@ void PythonTracker::startTracking() {
     m_connection = m_stream->signalStreamData.connect(
         [queue](const std::shared_ptr<const StreamData>& data) { queue->push(data); });
     LogLines log;
+    m_startCalled = true; // from here on a recording is expected
     if (!m_stream->start())
         throw PythonError(Kind::Camera, "tracking could not be started" + log.text());
     // The start puts the geometries on the camera; one it refused would never be tracked.
@@ -294,8 +296,9 @@ void PythonTracker::startTracking() {
     }
 }
 
-void PythonTracker::close() {
+std::string PythonTracker::close() {
     std::lock_guard<std::mutex> closing(m_closeMutex);
+    const bool wasOpen = m_algorithm != nullptr;
     m_closed.store(true);
     m_connection.disconnect();
     TrackingStream* stream = nullptr;
@@ -314,6 +317,16 @@ void PythonTracker::close() {
     }
     m_algorithm.reset(); // the recorder completes its file when the stream goes
     m_queue.close();
+    // A completed recording has its name; one that is not keeps its ".part" (or has no file).
+    std::error_code error;
+    if (!wasOpen || m_recordFile.empty() || !m_startCalled ||
+        (std::filesystem::is_regular_file(m_recordFile, error) &&
+         !std::filesystem::exists(m_recordFile + ".part", error)))
+        return "";
+    return "the recording " + m_recordFile + " was not completed" +
+           (std::filesystem::exists(m_recordFile + ".part", error)
+                ? "; " + m_recordFile + ".part holds what was written"
+                : "");
 }
 
 bool PythonTracker::running() const {

@@ -68,7 +68,8 @@ public:
     PythonTracker& operator=(const PythonTracker&) = delete;
 
     /// Stops listening, stops and closes the camera (the recording is completed then). Idempotent.
-    void close();
+    /// Returns why the recording was not completed, or "" (also on a second call).
+    std::string close();
     bool isClosed() const { return m_closed.load(); }
 
     PythonFrameQueue& queue() { return m_queue; }
@@ -95,9 +96,11 @@ private:
     PythonFrameQueue m_queue;
     SignalConnection m_connection;
     bool m_statusRequested = false;
+    bool m_startCalled = false;                     // start() was called
     std::vector<std::string> m_geometryPaths;       // as the stream reads them
     std::vector<std::string> m_geometryInstruments; // instrument id per geometry file
     std::map<std::string, std::string> m_nameToId;  // user names given
+    std::string m_recordFile;                       // absolute; empty: none
     std::string m_cameraType;
     std::uint64_t m_cameraSerial = 0;
     StreamHealth::Snapshot m_lastHealth; // kept at close, for the health of a closed tracker

@@ -180,10 +180,15 @@ void bindTracker(py::module_& module) {
         .def(
             "close",
             [](PythonTracker& tracker) {
-                py::gil_scoped_release release;
-                tracker.close();
+                std::string problem;
+                {
+                    py::gil_scoped_release release;
+                    problem = tracker.close();
+                }
+                if (!problem.empty())
+                    throw PythonError(PythonError::Kind::Output, problem);
             },
-            "Stops and closes the camera.")
+            "Stops and closes the camera; kestrion.OutputError when the recording was not completed.")
         .def_property_readonly("closed", &PythonTracker::isClosed)
         .def_property_readonly("running", &PythonTracker::running)
         .def_property_readonly("dropped", [](PythonTracker& t) { return t.queue().dropped(); })

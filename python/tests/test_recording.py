@@ -52,6 +52,17 @@ def test_recorded_images_read_back_unchanged(tmp_path, geometry1000):
     assert all(f.images is None for f in kestrion.read_recording(path, images=False))
 
 
+def test_a_recording_that_could_not_be_completed_is_an_error_at_close(tmp_path, geometry1000):
+    folder = tmp_path / "gone"
+    folder.mkdir()
+    tracker = kestrion.Tracker(geometries=[geometry1000], record=folder / "session.krec")
+    tracker.get_frame(timeout=5.0)
+    shutil.rmtree(folder)  # the recorder cannot put its file in place
+    with pytest.raises(kestrion.OutputError, match=f"the recording {folder / 'session.krec'} was not completed"):
+        tracker.close()
+    tracker.close()  # said once
+
+
 def test_damaged_and_foreign_files_are_refused_with_their_name(tmp_path, geometry1000):
     path = tmp_path / "session.krec"
     record(path, [geometry1000], 30)
