@@ -16,6 +16,8 @@ namespace {
 constexpr const char* Category = "AtracsysRenderer";
 
 const Eigen::Vector3d Cyan(0.0, 1.0, 1.0);
+/// How often the views check that their image is current: soon enough for a user to see.
+constexpr int ConditionCheckMs = 250;
 constexpr double EllipseLineWidth = 2.0;
 constexpr double CrossLineWidth = 1.5;
 /// Half the length of a cross arm, relative to the fiducial's extent: the cross reaches past the
@@ -40,8 +42,11 @@ std::unique_ptr<Annotation> makeAnnotation(GlView& view, double lineWidth) {
 
 } // namespace
 
+const char* const AtracsysRenderer::NoCurrentImage = "no current image";
+
 AtracsysRenderer::AtracsysRenderer(AtracsysTrackingStreamBase& stream, DisplayWidgetMulti& display)
-    : m_display(&display) {
+    : m_stream(stream)
+    , m_display(&display) {
     for (AtracsysView& camera : m_views)
         camera.view = display.addView2D(true, false);
     if (!m_views[0].view || !m_views[1].view) {
@@ -55,6 +60,17 @@ AtracsysRenderer::AtracsysRenderer(AtracsysTrackingStreamBase& stream, DisplayWi
     }
     m_connection =
         stream.signalAtracsysUpdate.connect([this](AtracsysUpdate& update) { onAtracsysUpdate(update); });
+    m_conditionTimer.setInterval(ConditionCheckMs);
+    connect(&m_conditionTimer, &QTimer::timeout, this, [this]() { showCondition(); });
+    m_conditionTimer.start();
+    showCondition();
+}
+
+void AtracsysRenderer::showCondition() {
+    const QString text = m_stream.health().snapshot().delivering() ? QString() : QString(NoCurrentImage);
+    for (AtracsysView& camera : m_views)
+        if (camera.view)
+            camera.view->setOverlayText(text);
 }
 
 AtracsysRenderer::~AtracsysRenderer() {
@@ -107,6 +123,7 @@ void AtracsysRenderer::updateAnnotations() {
         updateCamera(*cameras[i], camera, ImageOffset);
         camera.view->update();
     }
+    showCondition();
 }
 
 void AtracsysRenderer::updateCamera(const AtracsysSingleCameraUpdate& update, AtracsysView& view,

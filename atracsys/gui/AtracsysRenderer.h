@@ -6,6 +6,7 @@
 #include <Eigen/Core>
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 
 #include <array>
 #include <atomic>
@@ -23,6 +24,9 @@ class SharedImageSet;
 
 /// Shows the left and right camera images of the stream in two views of the host's display and
 /// draws an ellipse and a cross on every fiducial the camera detected in each image.
+///
+/// While the stream does not deliver (the host's StreamHealth: stopped, closed, camera not
+/// delivering, data ended) both views say "no current image" over the last image they show.
 ///
 /// Threads: the stream's camera update arrives on its acquisition thread; the handler only copies
 /// it under the mutex and queues updateAnnotations(), which runs on the GUI thread. Everything
@@ -47,6 +51,8 @@ public:
 
     /// The view of the left (0) or right (1) camera.
     const AtracsysView& cameraView(std::size_t camera) const { return m_views.at(camera); }
+    /// The text over both views while the images are not current.
+    static const char* const NoCurrentImage;
 
 public slots:
     /// Shows the latest camera update: images and annotations.
@@ -58,6 +64,12 @@ private:
     /// the image's origin in the camera's detection coordinates.
     static void updateCamera(const AtracsysSingleCameraUpdate& update, AtracsysView& view,
                              const Eigen::Vector2d& imageOffset);
+    /// Says "no current image" on the views while the stream does not deliver.
+    void showCondition();
+
+    const Stream& m_stream;
+    /// Reads the stream's health a few times a second (GUI thread).
+    QTimer m_conditionTimer;
 
     QPointer<DisplayWidgetMulti> m_display;
     std::array<AtracsysView, 2> m_views;

@@ -3,6 +3,8 @@
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 #include "atracsys/gui/AtracsysMetaTypes.h"
 #include "host/core/Log.h"
+#include "host/lib/widgets/LogAlertWidget.h"
+#include "host/lib/widgets/MainWindow.h"
 #include "host/lib/widgets/PropertiesWidget.h"
 
 #include <QCheckBox>
@@ -123,6 +125,9 @@ void AtracsysTrackingController::updateGUI() {
 
     // Images are chosen before the connection is opened.
     m_showImagesCheck->setEnabled(state == State::Closed);
+    // "Instruments empty!" is no longer true once the stream has an instrument.
+    if (mainWindow() && mainWindow()->logAlert() && m_stream->numInstruments(false) > 0)
+        mainWindow()->logAlert()->resolve(QString::fromLatin1(Category));
 
     // Showing the stream's settings must not hand them back to the stream.
     {

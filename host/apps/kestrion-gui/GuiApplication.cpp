@@ -62,6 +62,7 @@ int GuiApplication::run() {
         QTimer::singleShot(m_options.screenshotDelayMs, m_window.get(), [this, &failures]() {
             if (!saveScreenshot(m_options.screenshot))
                 ++failures;
+            m_window->setAskToSaveChanges(false); // nobody is there to answer
             m_window->close();
             QApplication::exit(0);
         });

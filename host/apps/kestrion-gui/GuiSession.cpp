@@ -2,6 +2,7 @@
 
 #include "host/core/Log.h"
 #include "host/core/Progress.h"
+#include "host/core/PropertiesXml.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/widgets/AlgorithmControllerWidget.h"
 #include "host/lib/widgets/MainWindow.h"
@@ -146,6 +147,11 @@ Workspace::LoadReport GuiSession::openWorkspace(const std::string& file) {
 bool GuiSession::saveWorkspace(const std::string& file) {
     waitForComputations();
     return m_workspace.save(file);
+}
+
+std::string GuiSession::workspaceText() {
+    waitForComputations();
+    return PropertiesXml::toString(m_workspace.toProperties()).value_or(std::string());
 }
 
 void GuiSession::closeAll() {

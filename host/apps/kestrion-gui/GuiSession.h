@@ -56,6 +56,9 @@ public:
     Workspace::LoadReport openWorkspace(const std::string& file);
     /// Waits for the computations, then saves.
     bool saveWorkspace(const std::string& file);
+    /// The workspace as save() would write it (waits for the computations): two equal texts are
+    /// the same workspace.
+    std::string workspaceText();
     /// Closes every panel, then every algorithm (after the running computation has ended).
     void closeAll();
 

@@ -2,16 +2,21 @@
 
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/apps/kestrion-gui/HealthDock.h"
 #include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/apps/kestrion-gui/InstrumentDock.h"
 #include "host/apps/kestrion-gui/Ros2Publishing.h"
 #include "host/apps/kestrion-gui/WorkingVolumeDock.h"
 #include "host/core/Log.h"
+#include "host/lib/widgets/LogAlertWidget.h"
 #include "host/lib/widgets/QtHelpers.h"
+#include "host/lib/widgets/SaveChangesQuestion.h"
 
 #include <QAction>
 #include <QCloseEvent>
 #include <QDockWidget>
+#include <QFileInfo>
+#include <QLabel>
 #include <QMenuBar>
 #include <QPushButton>
 #include <QStatusBar>
@@ -31,7 +36,8 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     , m_tree(new AlgorithmTree)
     , m_treeDock(new QDockWidget(tr("Algorithms"), this))
     , m_instrumentDock(new InstrumentDock(*m_session, this))
-    , m_volumeDock(new WorkingVolumeDock(*m_session, this)) {
+    , m_volumeDock(new WorkingVolumeDock(*m_session, this))
+    , m_healthDock(new HealthDock(*m_session, this)) {
     auto* treePanel = new QWidget;
     auto* layout = new QVBoxLayout(treePanel);
     layout->setContentsMargins(2, 2, 2, 2);
@@ -50,11 +56,19 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     splitDockWidget(logDock(), m_instrumentDock, Qt::Horizontal);
     addDockWidget(Qt::BottomDockWidgetArea, m_volumeDock);
     splitDockWidget(m_instrumentDock, m_volumeDock, Qt::Horizontal);
+    addDockWidget(Qt::LeftDockWidgetArea, m_healthDock);
+    splitDockWidget(m_treeDock, m_healthDock, Qt::Vertical);
+    statusBar()->addPermanentWidget(m_healthDock->statusLabel());
     m_session->setAlgorithmsChangedHandler([this]() {
         m_instrumentDock->followSession();
         m_volumeDock->followSession();
+        m_healthDock->followSession();
         IgtlServing::followSession(*m_session);
         Ros2Publishing::followSession(*m_session);
+        if (m_savedTextPending && !m_session->isComputing()) {
+            m_savedTextPending = false;
+            m_savedText = m_session->workspaceText();
+        }
     });
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
@@ -70,9 +84,11 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     view->addAction(logDock()->toggleViewAction());
     view->addAction(m_instrumentDock->toggleViewAction());
     view->addAction(m_volumeDock->toggleViewAction());
+    view->addAction(m_healthDock->toggleViewAction());
 
     refreshAlgorithms();
     updateTitle();
+    noteSaved();
 }
 
 HostWindow::~HostWindow() {
@@ -91,15 +107,19 @@ void HostWindow::createSelectedAlgorithm() {
 }
 
 void HostWindow::newWorkspace() {
+    if (!saveChangesBefore("starting a new workspace"))
+        return;
     m_session->closeAll();
     m_workspaceFile.clear();
     updateTitle();
+    noteSaved();
 }
 
 bool HostWindow::openWorkspace(const std::string& file) {
     const Workspace::LoadReport report = m_session->openWorkspace(file);
     m_workspaceFile = report.read ? file : std::string();
     updateTitle();
+    noteSaved();
     statusBar()->showMessage(
         report.ok() ? tr("Opened %1").arg(QString::fromStdString(file))
                     : tr("Opened %1 with problems (see the log)").arg(QString::fromStdString(file)),
@@ -112,30 +132,69 @@ bool HostWindow::saveWorkspace(const std::string& file) {
         return false;
     m_workspaceFile = file;
     KESTRION_LOG_INFO(Category, "Workspace saved to " << file);
+    logAlert()->resolve(QStringLiteral("Workspace")); // an earlier failed save is no longer true
     updateTitle();
+    noteSaved();
     return true;
 }
 
+void HostWindow::noteSaved() {
+    m_savedTextPending = m_session->isComputing();
+    if (!m_savedTextPending)
+        m_savedText = m_session->workspaceText();
+}
+
+bool HostWindow::isWorkspaceChanged() {
+    const std::string now = m_session->workspaceText(); // the pending saved text is taken meanwhile
+    return now != m_savedText;
+}
+
+bool HostWindow::saveChangesBefore(const std::string& action) {
+    if (!m_askToSave || !isWorkspaceChanged())
+        return true;
+    const std::string what =
+        m_workspaceFile.empty() ? "the new workspace" : "the workspace " + m_workspaceFile;
+    switch (SaveChangesQuestion::ask(this, what, action)) {
+    case SaveChangesQuestion::Answer::Save:
+        return saveWorkspaceToCurrentFile();
+    case SaveChangesQuestion::Answer::Discard:
+        return true;
+    case SaveChangesQuestion::Answer::Cancel:
+        break;
+    }
+    return false;
+}
+
 void HostWindow::openWorkspaceDialog() {
-    const std::string file = QtHelpers::getOpenFilename("Open workspace", WorkspaceFilter, "Workspace");
+    if (!saveChangesBefore("opening another workspace"))
+        return;
+    const std::string folder =
+        m_workspaceFile.empty()
+            ? std::string()
+            : QFileInfo(QString::fromStdString(m_workspaceFile)).absolutePath().toStdString();
+    const std::string file =
+        QtHelpers::getOpenFilename("Open workspace", WorkspaceFilter, "Workspace", folder);
     if (!file.empty())
         openWorkspace(file);
 }
 
-void HostWindow::saveWorkspaceToCurrentFile() {
+bool HostWindow::saveWorkspaceToCurrentFile() {
     if (m_workspaceFile.empty())
-        saveWorkspaceDialog();
-    else
-        saveWorkspace(m_workspaceFile);
+        return saveWorkspaceDialog();
+    return saveWorkspace(m_workspaceFile);
 }
 
-void HostWindow::saveWorkspaceDialog() {
-    const std::string file = QtHelpers::getSaveFilename("Save workspace", "kws", "workspace");
-    if (!file.empty())
-        saveWorkspace(file);
+bool HostWindow::saveWorkspaceDialog() {
+    const std::string file = QtHelpers::getSaveFilename(
+        "Save workspace", "kws", m_workspaceFile.empty() ? "workspace" : m_workspaceFile);
+    return !file.empty() && saveWorkspace(file);
 }
 
 void HostWindow::closeEvent(QCloseEvent* event) {
+    if (!saveChangesBefore("quitting")) {
+        event->ignore();
+        return;
+    }
     // Streams stop and panels go while the window and its display still exist.
     m_session->closeAll();
     event->accept();

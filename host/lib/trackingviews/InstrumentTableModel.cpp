@@ -2,6 +2,8 @@
 
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
+#include "host/stream/state/InstrumentTracking.h"
 
 #include <QBrush>
 #include <QColor>
@@ -16,10 +18,12 @@ InstrumentTableModel::InstrumentTableModel(QObject* parent)
 
 void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint64_t nowMs) {
     const auto* statusData = frame.component<InstrumentStatusData>();
+    const auto* names = frame.component<InstrumentNames>();
+    const std::uint64_t frameMs = frameTimeUS(frame) / 1000;
     const std::vector<TrackingInstrument>& instruments = frame.instruments();
     bool sameInstruments = instruments.size() == m_rows.size();
     for (std::size_t i = 0; sameInstruments && i < instruments.size(); ++i)
-        sameInstruments = instruments[i].ID() == m_rows[i].id && instruments[i].id.name == m_rows[i].name;
+        sameInstruments = instruments[i].ID() == m_rows[i].id;
     std::vector<Row> rows;
     rows.reserve(instruments.size());
     for (std::size_t i = 0; i < instruments.size(); ++i) {
@@ -33,27 +37,27 @@ void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint6
                     row = old;
         }
         row.id = instrument.ID();
-        row.name = instrument.id.name;
+        row.name = names ? names->displayName(row.id) : row.id;
         row.quality = instrument.quality;
         row.registrationErrorMm = std::numeric_limits<double>::quiet_NaN();
         row.reason.clear();
-        bool tracked = instrument.active && instrument.quality > 0.0;
+        row.tracked = isInstrumentTracked(frame, instrument);
         const InstrumentStatusData::Entry* entry = statusData ? statusData->find(instrument.ID()) : nullptr;
         if (entry) {
-            tracked = InstrumentStatusData::isTracked(entry->state);
             row.status = QString::fromUtf8(InstrumentStatusData::stateName(entry->state));
             row.reason = QString::fromStdString(entry->reason);
             row.registrationErrorMm = entry->registrationErrorMm;
-            row.severity = entry->state == InstrumentStatusData::State::Tracked            ? 0
-                           : entry->state == InstrumentStatusData::State::TrackedHighError ? 1
-                                                                                           : 2;
         } else {
-            row.status = !instrument.active ? tr("inactive") : tracked ? tr("tracked") : tr("not tracked");
-            row.severity = tracked ? 0 : 2;
+            row.status = !instrument.active ? tr("inactive")
+                         : row.tracked      ? tr("tracked")
+                                            : tr("not tracked");
         }
-        if (tracked) {
+        row.severity = !row.tracked                                                             ? 2
+                       : entry && entry->state == InstrumentStatusData::State::TrackedHighError ? 1
+                                                                                                : 0;
+        if (row.tracked) {
             row.position = instrument.translation();
-            row.lastSeenMs = frame.arrivalTimestamp();
+            row.lastSeenMs = frameMs;
         }
         rows.push_back(std::move(row));
     }
@@ -66,6 +70,15 @@ void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint6
         m_rows = std::move(rows);
         emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
     }
+}
+
+void InstrumentTableModel::setCurrent(bool current, const QString& reason) {
+    if (current == m_current && reason == m_heldReason)
+        return;
+    m_current = current;
+    m_heldReason = current ? QString() : reason;
+    if (!m_rows.empty())
+        emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
 }
 
 void InstrumentTableModel::showTime(std::uint64_t nowMs) {
@@ -81,7 +94,7 @@ void InstrumentTableModel::clear() {
 }
 
 bool InstrumentTableModel::isTracked(int row) const {
-    return row >= 0 && row < rowCount() && m_rows[static_cast<std::size_t>(row)].severity < 2;
+    return m_current && row >= 0 && row < rowCount() && m_rows[static_cast<std::size_t>(row)].tracked;
 }
 
 int InstrumentTableModel::rowCount(const QModelIndex& parent) const {
@@ -96,13 +109,14 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= rowCount() || index.column() >= ColumnCount)
         return {};
     const Row& row = m_rows[static_cast<std::size_t>(index.row())];
-    const bool tracked = row.severity < 2;
+    const bool tracked = m_current && row.tracked;
     if (role == Qt::BackgroundRole) {
         static const QColor colours[] = {QColor(200, 240, 200), QColor(255, 225, 160), QColor(250, 205, 205)};
-        return QBrush(colours[row.severity]);
+        return QBrush(colours[tracked ? row.severity : 2]);
     }
-    if (role == Qt::ForegroundRole && !tracked && index.column() >= Quality && index.column() <= Z)
-        return QBrush(QColor(128, 128, 128)); // the last tracked values
+    if (role == Qt::ForegroundRole && !tracked && index.column() >= Quality &&
+        index.column() <= RegistrationError)
+        return QBrush(QColor(128, 128, 128)); // the last values, not the present
     if (role == Qt::TextAlignmentRole && index.column() >= Quality)
         return QVariant(Qt::AlignRight | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
@@ -113,9 +127,9 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     case Name:
         return QString::fromStdString(row.name);
     case Status:
-        return row.status;
+        return m_current ? row.status : tr("not tracked");
     case Reason:
-        return row.reason;
+        return m_current ? row.reason : m_heldReason;
     case Quality:
         return QString::number(row.quality, 'f', 3);
     case X:

@@ -14,14 +14,18 @@ namespace Kestrion {
 class TrackingStreamData;
 
 /// The instruments of a tracking frame as a table, one row per instrument in the stream's order:
-/// id, name, status, reason, quality, position (x, y, z in mm, camera coordinates), registration
-/// error (mm) and the time since the instrument was last tracked.
+/// id, name (the user's name of the frame's InstrumentNames, else the id), status, reason,
+/// quality, position (x, y, z in mm, camera coordinates), registration error (mm) and the time
+/// since the instrument was last tracked.
 ///
-/// Status and reason come from the frame's InstrumentStatusData when the stream attaches it;
-/// otherwise the status is "tracked" (quality above 0) or "not tracked", "inactive" for an
-/// instrument that takes no part in tracking, and the reason and registration error stay empty.
-/// A row that is not tracked keeps the last tracked position, shown greyed. Rows are coloured by
-/// status (green tracked, amber high error, red otherwise). GUI thread only.
+/// Whether a row is tracked is the host's predicate (isInstrumentTracked) for the frame, and
+/// nothing is tracked while the frame is not current (setCurrent(false): the stream stopped
+/// delivering, see StreamCondition). Status and reason come from the frame's
+/// InstrumentStatusData when the stream attaches it; otherwise the status is "tracked" or "not
+/// tracked", "inactive" for an instrument that takes no part in tracking, and the reason and
+/// registration error stay empty. A row that is not tracked keeps its last tracked values, shown
+/// greyed, with the time since. Rows are coloured by status (green tracked, amber high error, red
+/// otherwise). GUI thread only.
 class InstrumentTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -35,10 +39,14 @@ public:
     void showFrame(const TrackingStreamData& frame, std::uint64_t nowMs);
     /// Updates the "last seen" column alone, for a refresh without a new frame.
     void showTime(std::uint64_t nowMs);
+    /// Whether the frames shown are current (the default); while not, every row shows "not
+    /// tracked" with `reason` ("camera not delivering") and its last values greyed.
+    void setCurrent(bool current, const QString& reason = QString());
+    bool isCurrent() const { return m_current; }
     /// Removes every row (no stream).
     void clear();
 
-    /// Whether the row's instrument is tracked in the last frame shown.
+    /// Whether the row's instrument is tracked in the last frame shown, and that frame is current.
     bool isTracked(int row) const;
 
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
@@ -54,7 +62,9 @@ private:
         QString reason;
         /// 0 tracked, 1 tracked with a high error, 2 not tracked: the row's colour.
         int severity = 2;
+        /// The values below are of a tracked frame (else the last tracked values).
         double quality = 0.0;
+        bool tracked = false;
         std::optional<Eigen::Vector3d> position; // the last tracked one
         double registrationErrorMm = 0.0;        // NaN: none
         std::optional<std::uint64_t> lastSeenMs;
@@ -62,6 +72,8 @@ private:
 
     std::vector<Row> m_rows;
     std::uint64_t m_nowMs = 0;
+    bool m_current = true;
+    QString m_heldReason;
 };
 
 } // namespace Kestrion

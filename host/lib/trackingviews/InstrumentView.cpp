@@ -4,6 +4,7 @@
 #include "host/core/LogSink.h"
 #include "host/core/Time.h"
 #include "host/lib/trackingviews/InstrumentTableModel.h"
+#include "host/lib/trackingviews/StreamCondition.h"
 #include "host/lib/trackingviews/TrackingStreamTap.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
@@ -21,6 +22,11 @@ namespace {
 
 /// About the refresh of a screen; faster gains nothing a user can see.
 constexpr int RefreshMs = 33;
+
+/// A stream that stopped delivering is the one thing the user must not miss.
+const QString AlertStyle =
+    QStringLiteral("color: white; background: #b00000; font-weight: bold; padding: 4px; border-radius: 3px");
+const QString StoppedStyle = QStringLiteral("font-weight: bold; padding: 4px");
 
 /// Keeps the newest error of the log, for the reason a stream stopped. Written by any thread that
 /// logs (the stream's worker reports its faults), read by the GUI thread.
@@ -99,7 +105,7 @@ QString InstrumentView::stateText() const {
     return m_state->isHidden() ? QString() : m_state->text();
 }
 
-void InstrumentView::showState() {
+void InstrumentView::showState(const StreamCondition& condition) {
     if (!m_tap) {
         m_state->hide();
         return;
@@ -109,7 +115,14 @@ void InstrumentView::showState() {
     if (state == Stream::State::Running) {
         m_lastRunningMs = Time::utcMilliseconds();
         m_sawRunning = true;
-        m_state->hide();
+        if (condition.current) {
+            m_state->hide();
+            return;
+        }
+        // Running, but the camera sends nothing (unplugged, failing) or its data has ended.
+        m_state->setStyleSheet(AlertStyle);
+        m_state->setText(condition.sentence);
+        m_state->show();
         return;
     }
     // A stream reports its fault just before or just after it closes itself, maybe between two
@@ -121,7 +134,8 @@ void InstrumentView::showState() {
     const QString stateName = QString::fromLatin1(Stream::stateName(state));
     if (m_sawRunning) {
         m_sawRunning = false;
-        m_state->setStyleSheet(QStringLiteral("color: #c00000; font-weight: bold"));
+        // A stop the user asked for is not an alarm; one with an error is.
+        m_state->setStyleSheet(error.empty() ? StoppedStyle : AlertStyle);
         m_state->setText(error.empty() ? tr("The stream \"%1\" stopped; it is %2.").arg(name, stateName)
                                        : tr("The stream \"%1\" stopped; it is %2. Last error: %3")
                                              .arg(name, stateName, QString::fromStdString(error)));
@@ -143,17 +157,22 @@ void InstrumentView::showPlaceholder(const QString& text) {
 }
 
 void InstrumentView::refresh() {
-    showState();
     if (!m_tap) {
+        showState({});
         showPlaceholder(tr("No tracking stream: create a tracking algorithm (or open a workspace with "
                            "one) to see its instruments here."));
         return;
     }
+    // The health is read before the newest frame is taken: a frame that arrives in between is
+    // newer than the health says, never older.
+    const StreamCondition condition = StreamCondition::of(m_tap->stream());
+    showState(condition);
     const std::uint64_t now = Time::utcMilliseconds();
     if (const std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take())
         m_model->showFrame(*frame, now);
     else
         m_model->showTime(now);
+    m_model->setCurrent(condition.current, condition.reason);
     if (m_model->rowCount() > 0)
         showPlaceholder(QString());
     else if (m_tap->latest().framesPut() == 0)

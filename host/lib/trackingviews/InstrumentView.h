@@ -16,6 +16,7 @@ class LogSink;
 namespace Kestrion {
 
 class InstrumentTableModel;
+struct StreamCondition;
 class TrackingStream;
 class TrackingStreamTap;
 
@@ -25,7 +26,9 @@ class TrackingStreamTap;
 /// the view asks the stream for the instrument status (the reasons); hidden, it releases it.
 /// Without a stream, or with one that has no instrument, it says so; a stream that is not running
 /// is named with its state above the table, and one that stopped while followed (by itself, after
-/// a fault, or by the user) with the last error logged since it was last seen running.
+/// a fault, or by the user) with the last error logged since it was last seen running. While the
+/// stream does not deliver (StreamCondition: not delivering, stopped, closed, its data ended) no
+/// row is tracked and a banner above the table says why.
 /// GUI thread only.
 class InstrumentView : public QWidget {
     Q_OBJECT
@@ -55,7 +58,7 @@ protected:
 
 private:
     void showPlaceholder(const QString& text);
-    void showState();
+    void showState(const StreamCondition& condition);
 
     InstrumentTableModel* m_model;
     QTableView* m_table;

@@ -1,5 +1,6 @@
 #include "host/lib/trackingviews/WorkingVolumeView.h"
 
+#include "host/lib/trackingviews/StreamCondition.h"
 #include "host/lib/trackingviews/TrackingStreamTap.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/TrackingStream.h"
@@ -64,6 +65,8 @@ WorkingVolumeView::~WorkingVolumeView() {
 
 void WorkingVolumeView::setStream(TrackingStream* stream) {
     m_tap.reset();
+    m_frame.reset();
+    m_current = true;
     m_deviceType.clear();
     m_scene = WorkingVolumeScene();
     if (stream)
@@ -90,9 +93,17 @@ void WorkingVolumeView::resetView() {
 void WorkingVolumeView::refresh() {
     if (!m_tap)
         return;
-    const std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take();
-    if (!frame)
-        return;
+    // The health before the frame: a frame arriving in between is newer than the health says.
+    const bool current = StreamCondition::of(m_tap->stream()).current;
+    std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take();
+    if (!frame) {
+        // No new frame: the last one is drawn again only when the stream's condition changed.
+        if (!m_frame || current == m_current)
+            return;
+        frame = m_frame;
+    }
+    m_frame = frame;
+    m_current = current;
     const auto* device = frame->component<DeviceFrameInfo>();
     if (device && device->deviceType() != m_deviceType) {
         m_deviceType = device->deviceType();
@@ -103,7 +114,7 @@ void WorkingVolumeView::refresh() {
     for (const TrackingInstrument& instrument : frame->instruments())
         if (!m_scene.hasGeometry(instrument.ID()))
             m_scene.setGeometry(instrument.ID(), m_tap->stream().instrumentGeometry(instrument.ID()));
-    m_scene.build(frame.get());
+    m_scene.build(frame.get(), current);
     update();
 }
 

@@ -18,13 +18,15 @@ class QOpenGLShaderProgram;
 namespace Kestrion {
 
 class TrackingStream;
+class TrackingStreamData;
 class TrackingStreamTap;
 
 /// A 3D view of a tracking stream's working volume (see WorkingVolumeScene), drawn with OpenGL
 /// through Qt's QOpenGLWidget: the camera, the volume of its model when the camera's plugin
 /// registered it (WorkingVolume, looked up by the frames' device type), the tracked instruments
 /// and the raw fiducials. Refreshed about 30 times a second from the newest frame (the stream's
-/// worker only hands frames over). The mouse turns the view about its centre (left button), pans
+/// worker only hands frames over); while the stream does not deliver, the instruments of its last
+/// frame are drawn as lost. The mouse turns the view about its centre (left button), pans
 /// it (right or middle button) and zooms (wheel). GUI thread only.
 class WorkingVolumeView : public QOpenGLWidget, protected QOpenGLFunctions {
     Q_OBJECT
@@ -69,6 +71,9 @@ private:
 
     WorkingVolumeScene m_scene;
     std::unique_ptr<TrackingStreamTap> m_tap;
+    /// The frame drawn last, and whether it was current then (StreamCondition).
+    std::shared_ptr<const TrackingStreamData> m_frame;
+    bool m_current = true;
     std::unique_ptr<QOpenGLShaderProgram> m_program;
     std::string m_deviceType;
     QTimer m_timer;

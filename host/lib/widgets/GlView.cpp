@@ -4,6 +4,8 @@
 #include "host/lib/widgets/GlObject.h"
 #include "host/lib/widgets/ImageConversion.h"
 
+#include <QFont>
+#include <QFontMetrics>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QWheelEvent>
@@ -145,6 +147,24 @@ void GlView::paintView(QPainter& painter, const QSize& size) const {
             object->paint(painter, toView);
             painter.restore();
         }
+    if (!m_overlayText.isEmpty()) {
+        QFont font = painter.font();
+        font.setBold(true);
+        font.setPointSizeF(font.pointSizeF() * 1.5);
+        painter.setFont(font);
+        const int band = QFontMetrics(font).height() * 2;
+        const QRect bar(0, (size.height() - band) / 2, size.width(), band);
+        painter.fillRect(bar, QColor(0, 0, 0, 190));
+        painter.setPen(QColor(255, 200, 80));
+        painter.drawText(bar, Qt::AlignCenter, m_overlayText);
+    }
+}
+
+void GlView::setOverlayText(const QString& text) {
+    if (text == m_overlayText)
+        return;
+    m_overlayText = text;
+    update();
 }
 
 QImage GlView::renderImage(const QSize& size) const {

@@ -61,6 +61,11 @@ public:
     /// Back to the whole image.
     void resetZoom();
 
+    /// A line of text over the image, centred on a dark band (e.g. "no current image" while the
+    /// image shown is an old one); empty: none.
+    void setOverlayText(const QString& text);
+    const QString& overlayText() const { return m_overlayText; }
+
     /// Maps image coordinates to the coordinates of a view of the given size (or of this view).
     QTransform imageToView(const QSizeF& viewSize) const;
     QTransform imageToView() const { return imageToView(QSizeF(size())); }
@@ -91,6 +96,7 @@ private:
     mutable std::uint64_t m_shownSetModification = 0;
     mutable std::uint64_t m_shownImageModification = 0;
     std::vector<GlObject*> m_objects;
+    QString m_overlayText;
     bool m_fitToView;
     bool m_interactive;
     double m_zoom = 1.0;

@@ -1,10 +1,13 @@
 #include "host/lib/widgets/LogAlertWidget.h"
 
 #include "host/core/Log.h"
+#include "host/lib/widgets/LogFolding.h"
 #include "host/lib/widgets/QueuedLogSink.h"
 
 #include <QHBoxLayout>
 #include <QToolButton>
+
+#include <algorithm>
 
 namespace Kestrion {
 
@@ -32,39 +35,72 @@ LogAlertWidget::~LogAlertWidget() {
 }
 
 QString LogAlertWidget::text() const {
-    return m_button->isHidden() ? QString() : m_button->text();
+    return m_button->isHidden() ? QString() : m_button->toolTip(); // the whole line; the button may elide it
 }
 
 void LogAlertWidget::flush() {
     QueuedLogSink::Batch batch = m_sink->take();
-    const LogRecord* newest = nullptr;
-    for (const LogRecord& record : batch.records)
-        if (record.level >= Log::Warning) {
-            newest = &record;
-            ++m_unread;
-            m_error = m_error || record.level >= Log::Error;
-        }
-    if (!newest)
+    bool changed = false;
+    for (const LogRecord& record : batch.records) {
+        if (record.level < Log::Warning)
+            continue;
+        Alert alert;
+        alert.key = LogFolding::key(record);
+        alert.category = QString::fromStdString(record.category);
+        alert.error = record.level >= Log::Error;
+        // The time stamp is left out: the log view has it.
+        alert.line = QString::fromLatin1(Log::levelName(record.level));
+        if (!record.category.empty())
+            alert.line += QStringLiteral(" [") + alert.category + QLatin1Char(']');
+        alert.line += QLatin1Char(' ') + QString::fromStdString(record.message);
+        for (auto it = m_alerts.begin(); it != m_alerts.end(); ++it)
+            if (it->key == alert.key) {
+                alert.repeats = it->repeats + 1;
+                m_alerts.erase(it);
+                break;
+            }
+        m_alerts.push_back(std::move(alert));
+        changed = true;
+    }
+    if (changed)
+        showAlerts();
+}
+
+void LogAlertWidget::showAlerts() {
+    if (m_alerts.empty()) {
+        m_button->hide();
+        m_button->setText(QString());
         return;
-    // The time stamp is left out: the log view has it.
-    QString line = QString::fromLatin1(Log::levelName(newest->level));
-    if (!newest->category.empty())
-        line += QStringLiteral(" [") + QString::fromStdString(newest->category) + QLatin1Char(']');
-    line += QLatin1Char(' ') + QString::fromStdString(newest->message);
-    if (m_unread > 1)
-        line += tr(" (+%1 more)").arg(m_unread - 1);
+    }
+    const Alert& newest = m_alerts.back();
+    QString line = newest.line;
+    if (newest.repeats > 1)
+        line += tr(" (%1 times)").arg(newest.repeats);
+    if (m_alerts.size() > 1)
+        line += tr(" (+%1 more)").arg(m_alerts.size() - 1);
+    bool error = false;
+    for (const Alert& alert : m_alerts)
+        error = error || alert.error;
     m_button->setToolTip(line);
     m_button->setText(m_button->fontMetrics().elidedText(line, Qt::ElideMiddle, 700));
-    m_button->setStyleSheet(m_error ? QStringLiteral("color: #c00000; font-weight: bold")
-                                    : QStringLiteral("color: #b07000; font-weight: bold"));
+    m_button->setStyleSheet(error ? QStringLiteral("color: #c00000; font-weight: bold")
+                                  : QStringLiteral("color: #b07000; font-weight: bold"));
     m_button->show();
 }
 
 void LogAlertWidget::markRead() {
-    m_unread = 0;
-    m_error = false;
-    m_button->hide();
-    m_button->setText(QString());
+    m_alerts.clear();
+    showAlerts();
+}
+
+void LogAlertWidget::resolve(const QString& category) {
+    flush(); // alerts logged before the cause went count as resolved too
+    const auto before = m_alerts.size();
+    m_alerts.erase(std::remove_if(m_alerts.begin(), m_alerts.end(),
+                                  [&category](const Alert& alert) { return alert.category == category; }),
+                   m_alerts.end());
+    if (m_alerts.size() != before)
+        showAlerts();
 }
 
 } // namespace Kestrion

@@ -1,12 +1,15 @@
 #include "host/lib/widgets/LogWidget.h"
 
 #include "host/core/Log.h"
+#include "host/lib/widgets/LogFolding.h"
 #include "host/lib/widgets/QtHelpers.h"
 #include "host/lib/widgets/QueuedLogSink.h"
 
 #include <QDateTime>
 #include <QPlainTextEdit>
 #include <QScrollBar>
+#include <QTextBlock>
+#include <QTextCursor>
 #include <QVBoxLayout>
 
 namespace Kestrion {
@@ -91,15 +94,35 @@ void LogWidget::flush() {
     QueuedLogSink::Batch batch = m_sink->take();
     if (batch.records.empty() && batch.dropped == 0)
         return;
-    const auto append = [this](const QString& text, const char* color) {
-        m_view->appendHtml(QStringLiteral("<span style=\"color:%1; white-space:pre\">%2</span>")
-                               .arg(QLatin1String(color), text.toHtmlEscaped()));
+    const auto html = [](const QString& text, const char* color) {
+        return QStringLiteral("<span style=\"color:%1; white-space:pre\">%2</span>")
+            .arg(QLatin1String(color), text.toHtmlEscaped());
+    };
+    const auto append = [this, &html](const QString& text, const char* color) {
+        m_view->appendHtml(html(text, color));
         m_empty = false;
     };
-    if (batch.dropped > 0)
+    if (batch.dropped > 0) {
         append(tr("... %1 earlier log lines were not shown").arg(batch.dropped), colorOf(Log::Warning));
-    for (const LogRecord& record : batch.records)
+        m_lastKey.clear();
+    }
+    for (const LogRecord& record : batch.records) {
+        std::string key = LogFolding::key(record);
+        if (!m_empty && key == m_lastKey) {
+            // The same line again: the last line shows the newest text and the count.
+            ++m_lastRepeats;
+            QTextCursor cursor(m_view->document());
+            cursor.movePosition(QTextCursor::End);
+            cursor.movePosition(QTextCursor::StartOfBlock, QTextCursor::KeepAnchor);
+            cursor.removeSelectedText();
+            cursor.insertHtml(
+                html(format(record) + tr(" (%1 times)").arg(m_lastRepeats), colorOf(record.level)));
+            continue;
+        }
         append(format(record), colorOf(record.level));
+        m_lastKey = std::move(key);
+        m_lastRepeats = 1;
+    }
     if (m_follow)
         m_view->verticalScrollBar()->setValue(m_view->verticalScrollBar()->maximum());
 }
@@ -107,6 +130,7 @@ void LogWidget::flush() {
 void LogWidget::clear() {
     m_view->clear();
     m_empty = true;
+    m_lastKey.clear();
 }
 
 } // namespace Kestrion

@@ -4,6 +4,7 @@
 #include <QWidget>
 
 #include <memory>
+#include <string>
 
 class QPlainTextEdit;
 
@@ -13,7 +14,8 @@ struct LogRecord;
 class QueuedLogSink;
 
 /// Shows the host's log: every accepted record, as "hh:mm:ss.zzz LEVEL [Category] message",
-/// coloured by level, the newest at the bottom, at most maximumLines() lines. It follows the
+/// coloured by level, the newest at the bottom, at most maximumLines() lines. A record that
+/// repeats the line before (LogFolding) replaces it, with the count: "... (65 times)". It follows the
 /// newest line unless the user scrolled up. While the widget
 /// exists its sink receives every record from any thread; the GUI thread takes them in batches
 /// (a timer, every 100 ms, or flush()).
@@ -43,6 +45,9 @@ private:
     QTimer m_timer;
     bool m_empty = true;
     bool m_follow = true;
+    /// The fold key of the last line and how many records it stands for.
+    std::string m_lastKey;
+    int m_lastRepeats = 0;
 };
 
 } // namespace Kestrion

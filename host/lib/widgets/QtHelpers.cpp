@@ -75,12 +75,14 @@ std::string getSaveFilename(const std::string& caption, const std::string& fileT
 }
 
 std::string getOpenFilename(const std::string& caption, const std::string& filter,
-                            const std::string& settingsKey) {
+                            const std::string& settingsKey, const std::string& startFolder) {
     FileDialogRequest request;
     request.kind = FileDialogRequest::Kind::Open;
     request.caption = caption;
     request.filter = filter;
-    request.startPath = toStdString(rememberedFolder(openKey(settingsKey)));
+    request.startPath = !startFolder.empty() && QFileInfo(toQString(startFolder)).isDir()
+                            ? startFolder
+                            : toStdString(rememberedFolder(openKey(settingsKey)));
 
     const QString chosen = toQString(ask(request));
     if (chosen.isEmpty())

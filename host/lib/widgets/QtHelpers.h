@@ -34,18 +34,20 @@ using FileDialogHook = std::function<std::string(const FileDialogRequest&)>;
 
 /// Asks for a file to save to, starting in the folder last used for this file type (else the
 /// home folder) with the default name proposed ("newmarker" with type "ini" proposes
-/// "newmarker.ini"). `fileType` is an extension without the dot ("ini"); a chosen name without
+/// "newmarker.ini"); a default name with a folder (an absolute path: the file being worked on)
+/// is proposed where it is. `fileType` is an extension without the dot ("ini"); a chosen name without
 /// an extension gets it. Returns the absolute path, or "" when the user cancels. The folder is
 /// remembered (QSettings, key "FileDialogs/Save/<fileType>"). GUI thread only.
 std::string getSaveFilename(const std::string& caption, const std::string& fileType,
                             const std::string& defaultName);
 
 /// Asks for an existing file to open, with a Qt name filter ("Geometry files (*.ini)"),
-/// starting in the folder last used under `settingsKey` (else the home folder). Returns the
+/// starting in `startFolder` when it is a folder (the folder of the file the user works on),
+/// else in the folder last used under `settingsKey` (else the home folder). Returns the
 /// absolute path, or "" when the user cancels. The folder of the chosen file is remembered
 /// under the key (QSettings, key "FileDialogs/Open/<settingsKey>"). GUI thread only.
 std::string getOpenFilename(const std::string& caption, const std::string& filter,
-                            const std::string& settingsKey);
+                            const std::string& settingsKey, const std::string& startFolder = std::string());
 
 /// The folder the open or save helpers remember under a key ("" when none yet).
 std::string lastOpenFolder(const std::string& settingsKey);

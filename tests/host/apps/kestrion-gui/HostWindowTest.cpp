@@ -3,6 +3,7 @@
 #include "host/apps/kestrion-gui/GuiSession.h"
 #include "host/core/Algorithm.h"
 #include "host/core/Progress.h"
+#include "host/core/Properties.h"
 #include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "host/lib/FactoryRegistry.h"
@@ -10,11 +11,15 @@
 #include "host/lib/widgets/AlgorithmControllerWidget.h"
 #include "host/lib/widgets/PropertiesController.h"
 #include "host/lib/widgets/QtHelpers.h"
+#include "host/lib/widgets/SaveChangesQuestion.h"
 #include "host/licensing/LicenseService.h"
 #include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QFileInfo>
 #include <QTabWidget>
 #include <QTemporaryDir>
 
@@ -23,6 +28,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <fstream>
+#include <iterator>
 #include <mutex>
 #include <thread>
 
@@ -83,6 +89,8 @@ TEST_F(HostWindowTest, ListsCreatesSavesAndOpensThePluginsAlgorithms) {
                                       "<properties name=\"Nobody.Offers\"/></properties></properties>\n";
     std::string answer = path("old.kws");
     QtHelpers::ScopedFileDialogHook hook([&](const QtHelpers::FileDialogRequest&) { return answer; });
+    SaveChangesQuestion::ScopedHook discard(
+        [](const std::string&) { return SaveChangesQuestion::Answer::Discard; });
     window.openWorkspaceDialog();
     window.session().waitForComputations();
     EXPECT_EQ(window.workspaceFile(), path("old.kws"));
@@ -105,6 +113,90 @@ TEST_F(HostWindowTest, ListsCreatesSavesAndOpensThePluginsAlgorithms) {
     EXPECT_EQ(window.panelArea()->count(), 1);
     EXPECT_FALSE(window.openWorkspace(path("missing.kws")));
     EXPECT_EQ(window.panelArea()->count(), 0);
+}
+
+TEST_F(HostWindowTest, AsksToSaveAChangedWorkspaceBeforeQuittingClosingOrOpeningAnother) {
+    PluginLoader loader;
+    loader.load({PluginDir});
+    HostWindow window(FactoryRegistry::instance());
+    QTemporaryDir dir;
+    const std::string saved = dir.filePath("bench.kws").toStdString();
+    std::vector<std::string> questions;
+    SaveChangesQuestion::Answer answer = SaveChangesQuestion::Answer::Cancel;
+    SaveChangesQuestion::ScopedHook ask([&](const std::string& text) {
+        questions.push_back(text);
+        return answer;
+    });
+    std::vector<QtHelpers::FileDialogRequest> dialogs;
+    std::string chosen;
+    QtHelpers::ScopedFileDialogHook files([&](const QtHelpers::FileDialogRequest& request) {
+        dialogs.push_back(request);
+        return chosen;
+    });
+    const auto closeWindow = [&window] {
+        QCloseEvent event;
+        QCoreApplication::sendEvent(&window, &event);
+        return event.isAccepted();
+    };
+    const auto createRecorder = [&window] {
+        ASSERT_NE(window.session().createAlgorithm("TestBase.Recorder"), nullptr);
+        window.session().waitForComputations();
+    };
+
+    EXPECT_TRUE(closeWindow()) << "an unchanged workspace closes at once";
+    EXPECT_TRUE(questions.empty());
+
+    // Cancel keeps everything; Discard lets it go.
+    createRecorder();
+    EXPECT_TRUE(window.isWorkspaceChanged());
+    EXPECT_FALSE(closeWindow());
+    EXPECT_EQ(questions, std::vector<std::string>{"Save the changes to the new workspace before quitting?"});
+    EXPECT_EQ(window.session().panels().size(), 1u);
+    answer = SaveChangesQuestion::Answer::Discard;
+    window.newWorkspace();
+    EXPECT_EQ(questions.back(), "Save the changes to the new workspace before starting a new workspace?");
+    EXPECT_EQ(window.session().panels().size(), 0u);
+    EXPECT_TRUE(dialogs.empty());
+
+    // Save asks for a file for a new workspace; a cancelled file dialog cancels the action.
+    createRecorder();
+    answer = SaveChangesQuestion::Answer::Save;
+    window.openWorkspaceDialog();
+    ASSERT_EQ(dialogs.size(), 1u);
+    EXPECT_EQ(dialogs[0].kind, QtHelpers::FileDialogRequest::Kind::Save);
+    EXPECT_EQ(window.session().panels().size(), 1u) << "not saved: not lost";
+    chosen = saved;
+    EXPECT_TRUE(closeWindow());
+    EXPECT_EQ(window.workspaceFile(), saved);
+    EXPECT_TRUE(QFileInfo::exists(QString::fromStdString(saved)));
+
+    // A workspace opened and edited is saved to its own file, without a file dialog.
+    questions.clear();
+    dialogs.clear();
+    ASSERT_TRUE(window.openWorkspace(saved));
+    window.session().waitForComputations();
+    EXPECT_FALSE(window.isWorkspaceChanged()) << "as opened";
+    Properties edit;
+    edit.setParam("label", std::string("edited"));
+    window.session().workspace().algorithms().at(0).algorithm->configure(&edit);
+    EXPECT_TRUE(window.isWorkspaceChanged());
+    chosen.clear(); // a file dialog now would cancel the question's Save
+    EXPECT_TRUE(closeWindow());
+    EXPECT_EQ(questions,
+              std::vector<std::string>{"Save the changes to the workspace " + saved + " before quitting?"});
+    EXPECT_TRUE(dialogs.empty());
+    std::ifstream file(saved);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("edited"), std::string::npos) << text;
+
+    // The dialogs start at the workspace: Save As proposes its file, Open its folder.
+    ASSERT_TRUE(window.openWorkspace(saved));
+    window.session().waitForComputations();
+    window.saveWorkspaceDialog();
+    window.openWorkspaceDialog();
+    ASSERT_EQ(dialogs.size(), 2u);
+    EXPECT_EQ(dialogs[0].startPath, saved);
+    EXPECT_EQ(dialogs[1].startPath, dir.path().toStdString());
 }
 
 /// An algorithm whose computation lasts until the test releases it.

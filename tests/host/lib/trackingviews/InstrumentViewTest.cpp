@@ -3,10 +3,12 @@
 
 #include "host/lib/trackingviews/InstrumentView.h"
 #include "host/core/Log.h"
+#include "host/core/Time.h"
 #include "host/lib/trackingviews/InstrumentTableModel.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
@@ -16,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -65,9 +68,9 @@ TEST(InstrumentTableModel, ShowsTrackedStateFromQualityAndKeepsTheLastTrackedPos
     ASSERT_EQ(model.rowCount(), 3);
     EXPECT_EQ(resets.count(), 1);
     const std::vector<std::vector<QString>> expected = {
-        {"atracsys-1000", "pointer", "tracked", "", "0.950", "1.50", "-2.25", "800.00", "", "0.0 s"},
-        {"atracsys-1001", "reference", "not tracked", "", "0.000", "", "", "", "", "never"},
-        {"atracsys-1002", "spare", "inactive", "", "0.000", "", "", "", "", "never"}};
+        {"atracsys-1000", "atracsys-1000", "tracked", "", "0.950", "1.50", "-2.25", "800.00", "", "0.0 s"},
+        {"atracsys-1001", "atracsys-1001", "not tracked", "", "0.000", "", "", "", "", "never"},
+        {"atracsys-1002", "atracsys-1002", "inactive", "", "0.000", "", "", "", "", "never"}};
     for (int row = 0; row < 3; ++row)
         for (int column = 0; column < InstrumentTableModel::ColumnCount; ++column)
             EXPECT_EQ(cell(model, row, column), expected[row][column]) << row << "," << column;
@@ -94,6 +97,59 @@ TEST(InstrumentTableModel, ShowsTrackedStateFromQualityAndKeepsTheLastTrackedPos
     model.showFrame(*frame({instrument("atracsys-1000", "pointer", 0.0)}, 15000), 15000);
     EXPECT_EQ(resets.count(), 2);
     EXPECT_EQ(cell(model, 0, InstrumentTableModel::X), "1.50") << "a known id keeps its history";
+}
+
+TEST(InstrumentTableModel, ShowsNothingTrackedWhileTheFramesAreNotCurrentAndNamesEveryRowAlike) {
+    auto data = frame({instrument("atracsys-1000", "newtool.ini", 0.993, {5, 6, 700}),
+                       instrument("atracsys-1001", "geometry1001", 0.97, {0, 0, 900})},
+                      20000);
+    auto names = std::make_shared<InstrumentNames>();
+    ASSERT_FALSE(names->setName("atracsys-1000", "Stylus"));
+    data->addComponent(names);
+    auto status = std::make_shared<InstrumentStatusData>();
+    status->entries().push_back(
+        {"atracsys-1000", InstrumentStatusData::State::Tracked, "registration error 0.07 mm", 0.07, 4, 4});
+    data->addComponent(status);
+    InstrumentTableModel model;
+    model.showFrame(*data, 20000);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Name), "Stylus");
+    EXPECT_EQ(cell(model, 1, InstrumentTableModel::Name), "atracsys-1001") << "the id, not a file's name";
+    EXPECT_TRUE(model.isTracked(0) && model.isTracked(1));
+
+    // The camera stops delivering: the same frame is now the past.
+    QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
+    model.setCurrent(false, "camera not delivering");
+    model.showTime(46900);
+    EXPECT_GE(changes.count(), 1);
+    for (int row = 0; row < 2; ++row) {
+        EXPECT_FALSE(model.isTracked(row)) << row;
+        EXPECT_EQ(cell(model, row, InstrumentTableModel::Status), "not tracked");
+        EXPECT_EQ(cell(model, row, InstrumentTableModel::Reason), "camera not delivering");
+        EXPECT_EQ(cell(model, row, InstrumentTableModel::LastSeen), "26.9 s");
+        for (int column : {InstrumentTableModel::Quality, InstrumentTableModel::Z})
+            EXPECT_EQ(model.data(model.index(row, column), Qt::ForegroundRole).value<QBrush>().color(),
+                      QColor(128, 128, 128))
+                << row << "," << column;
+        EXPECT_EQ(model.data(model.index(row, 0), Qt::BackgroundRole),
+                  model.data(model.index(0, 0), Qt::BackgroundRole));
+    }
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Quality), "0.993") << "the last value, greyed";
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::RegistrationError), "0.070");
+
+    // Delivering again, the frame's own status shows.
+    model.setCurrent(true);
+    EXPECT_EQ(cell(model, 0, InstrumentTableModel::Reason), "registration error 0.07 mm");
+    EXPECT_TRUE(model.isTracked(0));
+
+    // A frame whose status says not tracked is not tracked, whatever its quality.
+    auto lost =
+        frame({instrument("atracsys-1000", "newtool.ini", 0.9), instrument("atracsys-1001", "", 0.9)}, 21000);
+    auto lostStatus = std::make_shared<InstrumentStatusData>();
+    lostStatus->entries().push_back({"atracsys-1000", InstrumentStatusData::State::Unmatched, "", 0.0, 0, 4});
+    lost->addComponent(lostStatus);
+    model.showFrame(*lost, 21000);
+    EXPECT_FALSE(model.isTracked(0));
+    EXPECT_TRUE(model.isTracked(1));
 }
 
 TEST(InstrumentTableModel, TakesStatusReasonAndRegistrationErrorFromTheStatusComponent) {
@@ -183,4 +239,57 @@ TEST(InstrumentView, FollowsAStreamAsksForTheStatusWhileShownAndLetsGo) {
     stream.feed(frame({instrument("x", "x", 1.0)}, 70)); // no longer connected
     view.refresh();
     EXPECT_EQ(view.model()->rowCount(), 0);
+}
+
+TEST(InstrumentView, SaysWhyNothingIsTrackedWhileTheStreamDoesNotDeliver) {
+    TestSupport::guiApplication();
+    FedStream stream;
+    stream.health().setSilenceThreshold(std::chrono::milliseconds(1));
+    InstrumentView view;
+    view.show();
+    view.setStream(&stream);
+    ASSERT_TRUE(stream.open() && stream.start());
+    const auto feedAndShow = [&] {
+        stream.feed(
+            frame({instrument("atracsys-1000", "pointer", 0.9, {1, 2, 700})}, Time::utcMilliseconds()));
+        view.refresh();
+    };
+    feedAndShow();
+    ASSERT_TRUE(view.model()->isTracked(0)) << view.stateText().toStdString();
+    EXPECT_EQ(view.stateText(), "");
+
+    // No data for longer than the silence threshold: the camera is not delivering.
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    stream.health().noteFailure("Device 0x1000 was disconnected");
+    view.refresh();
+    EXPECT_FALSE(view.model()->isTracked(0));
+    EXPECT_EQ(cell(*view.model(), 0, InstrumentTableModel::Reason), "camera not delivering");
+    EXPECT_TRUE(view.stateText().startsWith("The camera of \"fed\" is not delivering: no data for "))
+        << view.stateText().toStdString();
+    EXPECT_TRUE(view.stateText().endsWith(" Last error: Device 0x1000 was disconnected"))
+        << view.stateText().toStdString();
+
+    feedAndShow();
+    EXPECT_TRUE(view.model()->isTracked(0)) << "delivering again";
+    EXPECT_EQ(view.stateText(), "");
+
+    // Stopped by the user, then started again.
+    ASSERT_TRUE(stream.stop());
+    view.refresh();
+    EXPECT_FALSE(view.model()->isTracked(0));
+    EXPECT_EQ(cell(*view.model(), 0, InstrumentTableModel::Reason), "stream open");
+    EXPECT_EQ(view.stateText(), "The stream \"fed\" stopped; it is open.");
+    ASSERT_TRUE(stream.start());
+    feedAndShow();
+    ASSERT_TRUE(view.model()->isTracked(0));
+
+    // A source that has no more data (a replayed recording at its end).
+    stream.health().noteEnded("the recording ended after 20 frames");
+    view.refresh();
+    EXPECT_FALSE(view.model()->isTracked(0));
+    EXPECT_EQ(cell(*view.model(), 0, InstrumentTableModel::Reason), "data ended");
+    EXPECT_TRUE(
+        view.stateText().startsWith("The data of \"fed\" has ended: the recording ended after 20 frames."))
+        << view.stateText().toStdString();
+    view.setStream(nullptr);
 }

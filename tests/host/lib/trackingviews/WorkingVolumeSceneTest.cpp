@@ -76,4 +76,15 @@ TEST(WorkingVolumeScene, PlacesTrackedMarkersByTheirPoseWithTipsAndRawFiducials)
     frame.addComponent(status);
     scene.build(&frame);
     EXPECT_EQ(scene.instrumentsDrawn(), 1u);
+
+    // The last frame of a stream that no longer delivers: what it tracked is drawn as lost, at its
+    // last place, without axes, tips or raw fiducials.
+    scene.build(&frame, false);
+    EXPECT_EQ(scene.instrumentsDrawn(), 0u);
+    EXPECT_EQ(scene.instrumentsLost(), 1u);
+    EXPECT_TRUE(positions(scene.points(), WorkingVolumeScene::MarkerColour).empty());
+    EXPECT_EQ(positions(scene.points(), WorkingVolumeScene::LostColour),
+              (std::vector<Eigen::Vector3f>{{-50, 0, 600}}));
+    EXPECT_TRUE(scene.rawPoints().empty());
+    EXPECT_EQ(scene.lines().size(), cameraLines + 24u + 2u) << "the camera, its volume and its axis alone";
 }

@@ -76,3 +76,47 @@ TEST(LogAlert, TheLogFollowsItsNewestLineUnlessScrolledUp) {
     logLines(30, "last ");
     EXPECT_EQ(bar->value(), bar->maximum());
 }
+
+TEST(LogAlert, ARepeatedMessageIsOneLineWithACountAndAResolvedAlertGoes) {
+    TestSupport::guiApplication();
+    TestSupport::LogCapture capture;
+    MainWindow window;
+    LogAlertWidget* alert = window.logAlert();
+    LogWidget log;
+    const std::string failing = "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [-3 ] for ";
+    for (int i = 51; i <= 53; ++i)
+        Log::log(Log::Error, "AtracsysTrackingStream", failing + std::to_string(i) + " times in a row!",
+                 __FILE__, __LINE__);
+    for (int i = 0; i < 4; ++i)
+        Log::log(Log::Warning, "AtracsysTrackingStream", "AtracsysTrackingStream: Raw images not available.",
+                 __FILE__, __LINE__);
+    alert->flush();
+    log.flush();
+    EXPECT_EQ(alert->unread(), 2);
+    EXPECT_EQ(alert->text(),
+              "WARNING [AtracsysTrackingStream] AtracsysTrackingStream: Raw images not available. "
+              "(4 times) (+1 more)");
+    ASSERT_EQ(log.lineCount(), 2) << log.text().toStdString();
+    const QStringList lines = log.text().split('\n');
+    EXPECT_TRUE(lines[0].endsWith(QString::fromStdString(failing) + "53 times in a row! (3 times)"))
+        << lines[0].toStdString();
+    EXPECT_TRUE(lines[1].endsWith("Raw images not available. (4 times)")) << lines[1].toStdString();
+
+    // The same error again moves it to the front with its count; a different line breaks the run.
+    Log::log(Log::Error, "AtracsysTrackingStream", failing + "54 times in a row!", __FILE__, __LINE__);
+    Log::log(Log::Info, "Test", "tick 1", __FILE__, __LINE__);
+    Log::log(Log::Info, "Test", "tick 2", __FILE__, __LINE__); // information folds only when identical
+    alert->flush();
+    log.flush();
+    EXPECT_EQ(alert->text(), "ERROR [AtracsysTrackingStream] " + QString::fromStdString(failing) +
+                                 "54 times in a row! (4 times) (+1 more)");
+    EXPECT_EQ(log.lineCount(), 5);
+
+    // Resolved: the part of the system that raised the alerts withdraws them.
+    Log::log(Log::Error, "Workspace", "Cannot save workspace /nowhere/x.kws", __FILE__, __LINE__);
+    alert->resolve("AtracsysTrackingStream");
+    EXPECT_EQ(alert->text(), "ERROR [Workspace] Cannot save workspace /nowhere/x.kws");
+    alert->resolve("Workspace");
+    EXPECT_EQ(alert->text(), "");
+    EXPECT_EQ(alert->unread(), 0);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "host/lib/trackingviews/StreamCondition.h"
+
+#include <QTimer>
+#include <QWidget>
+
+class QFormLayout;
+class QLabel;
+
+namespace Kestrion {
+
+class Stream;
+
+/// The health of a stream as the host defines it (StreamHealth), for the bench: its state, the
+/// frame rate measured, the frames received, the outages (count and total time), the
+/// reopenings after it was lost, the time since the last frame and the last error, refreshed
+/// twice a second. summary() is the one-line form for a status bar ("Camera: delivering,
+/// 54.0 Hz"), alarming() tells when it must stand out (running but not delivering, or ended).
+/// GUI thread only.
+class StreamHealthView : public QWidget {
+    Q_OBJECT
+public:
+    explicit StreamHealthView(QWidget* parent = nullptr);
+
+    /// Follows that stream (null: none). The stream must outlive its following.
+    void setStream(const Stream* stream);
+    const Stream* stream() const { return m_stream; }
+
+    /// The value shown for a field ("State", "Frame rate", "Frames", "Outages",
+    /// "Reconnections", "Since last frame", "Last error").
+    QString field(const QString& name) const;
+    QString summary() const { return m_summary; }
+    bool alarming() const { return m_alarming; }
+
+public slots:
+    void refresh();
+
+signals:
+    /// The one-line summary changed.
+    void summaryChanged(const QString& summary, bool alarming);
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    QLabel* addField(const QString& name);
+
+    const Stream* m_stream = nullptr;
+    QFormLayout* m_form;
+    std::vector<std::pair<QString, QLabel*>> m_fields;
+    QString m_summary;
+    bool m_alarming = false;
+    QTimer m_timer;
+};
+
+} // namespace Kestrion
