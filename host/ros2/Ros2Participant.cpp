@@ -258,8 +258,8 @@ std::unique_ptr<Ros2Participant> Ros2Participant::create(const Ros2DomainConfig&
     const dds_return_t joined = DomainRegistry::instance().join(domain.domainId, domain.configuration);
     if (joined < 0) {
         if (error)
-            *error = std::string("Cyclone DDS refused the network configuration (") + dds_strretcode(joined) +
-                     "; its own message above says why)";
+            *error = "Cyclone DDS refused the network configuration (" + std::string(dds_strretcode(joined)) +
+                     "): its own message above says why";
         return nullptr;
     }
     d.joined = true;
