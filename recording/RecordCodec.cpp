@@ -258,6 +258,24 @@ bool RecordCodec::decodeGeometry(const std::uint8_t* data, std::size_t size, Geo
     return true;
 }
 
+void RecordCodec::encodeGap(const Gap& gap, std::vector<std::uint8_t>& payload) {
+    payload.clear();
+    Out o(payload);
+    o.put(gap.interruptedUS);
+    o.put(gap.resumedUS);
+}
+
+bool RecordCodec::decodeGap(const std::uint8_t* data, std::size_t size, Gap& gap, std::string& problem) {
+    In in(data, size);
+    gap.interruptedUS = in.get<std::uint64_t>();
+    gap.resumedUS = in.get<std::uint64_t>();
+    if (!in.ok() || !in.atEnd()) {
+        problem = in.ok() ? "the gap record has bytes left over" : "the gap record is cut short";
+        return false;
+    }
+    return true;
+}
+
 void RecordCodec::compress(int side, const std::vector<std::uint8_t>& image, std::vector<std::uint8_t>& out) {
     auto* context = static_cast<ZSTD_CCtx*>(m_compressors[side]);
     if (!context) {
@@ -389,6 +407,8 @@ bool RecordCodec::decodeFrame(const std::uint8_t* data, std::size_t size, Frame&
         return false;
     }
     const std::size_t expected = std::size_t(f.header.width) * f.header.height;
+    if (f.hasImages && !imageSizeAllowed(f.header.width, f.header.height, problem))
+        return false;
     for (std::vector<std::uint8_t>* image : {&f.imageLeft, &f.imageRight}) {
         if (!f.hasImages) {
             image->clear();
@@ -423,6 +443,25 @@ bool RecordCodec::decodeFrame(const std::uint8_t* data, std::size_t size, Frame&
     }
     if (!in.atEnd()) {
         problem = "the frame record has bytes left over";
+        return false;
+    }
+    return true;
+}
+
+bool RecordCodec::imageSizeAllowed(std::uint32_t width, std::uint32_t height, std::string& problem) {
+    const std::string size = std::to_string(width) + " x " + std::to_string(height) + " pixels";
+    if (std::uint64_t(width) * height > MaxImageBytes) {
+        problem =
+            "an image of " + size + " is over the limit of " + std::to_string(MaxImageBytes >> 20) + " MiB";
+        return false;
+    }
+    if (m_sensorWidth == 0) {
+        m_sensorWidth = width;
+        m_sensorHeight = height;
+    } else if (width > m_sensorWidth || height > m_sensorHeight) {
+        problem = "an image of " + size + " is larger than the camera's sensor (" +
+                  std::to_string(m_sensorWidth) + " x " + std::to_string(m_sensorHeight) +
+                  ", the size of the recording's first images)";
         return false;
     }
     return true;

@@ -121,6 +121,15 @@ RecordingReader::Next RecordingReader::next(Frame& frame, bool images) {
             m_geometriesAdded.push_back(std::move(added));
             continue;
         }
+        if (type == RecordCodec::GapRecord) {
+            Gap gap{m_frames, 0, 0};
+            if (!RecordCodec::decodeGap(m_record.data(), m_record.size(), gap, problem)) {
+                fail(where + ": " + problem);
+                return Next::Failed;
+            }
+            m_gaps.push_back(gap);
+            continue;
+        }
         if (type != RecordCodec::FrameRecord)
             continue; // a kind of record added by a later version: not needed to replay
         if (!m_codec.decodeFrame(m_record.data(), m_record.size(), frame, problem, images)) {
@@ -140,9 +149,14 @@ bool RecordingReader::readFrameAt(std::uint64_t offset, std::uint64_t number, Fr
         return fail(where + ": cannot seek: " + std::strerror(errno));
     m_position = offset;
     m_ended = false;
+    // A position() seen before a frame may be that of a geometry or gap record placed before it
+    // (or of a kind added later): those are passed over up to the frame.
     std::uint8_t type = 0;
-    if (readRecord(where, type) != Read::Record)
-        return false;
+    do {
+        if (readRecord(where, type) != Read::Record)
+            return false;
+    } while (type != RecordCodec::FrameRecord && type != RecordCodec::EndRecord &&
+             type != RecordCodec::SessionRecord);
     if (type != RecordCodec::FrameRecord)
         return fail(where + ": no frame record at offset " + std::to_string(offset));
     std::string problem;

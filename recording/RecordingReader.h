@@ -44,12 +44,15 @@ public:
     Next next(Frame& frame, bool images = true);
     /// File offset of the record next() reads next, for readFrameAt().
     std::uint64_t position() const { return m_position; }
-    /// Reads the frame record at `offset`, a position() seen before the frame `number`.
+    /// Reads the frame record at `offset`, a position() seen before the frame `number` (records
+    /// of other kinds placed before the frame, geometries and gaps, are passed over).
     bool readFrameAt(std::uint64_t offset, std::uint64_t number, Frame& frame);
 
     std::uint64_t framesRead() const { return m_frames; }
     /// The geometries registered while the recording ran, read so far by next() (in order).
     const std::vector<AddedGeometry>& geometriesAdded() const { return m_geometriesAdded; }
+    /// The gaps where the camera was lost and reopened, read so far by next() (in order).
+    const std::vector<Gap>& gaps() const { return m_gaps; }
     /// The file ends without its end record: the recording was cut short.
     bool cutShort() const { return m_cutShort; }
     /// Frames the recorder dropped, from the end record (0 when cut short).
@@ -71,6 +74,7 @@ private:
     std::uint64_t m_position = 0;
     std::uint64_t m_frames = 0;
     std::vector<AddedGeometry> m_geometriesAdded;
+    std::vector<Gap> m_gaps;
     std::uint64_t m_dropped = 0;
     bool m_cutShort = false;
     bool m_ended = false;

@@ -120,6 +120,16 @@ struct AddedGeometry {
     Geometry geometry;
 };
 
+/// The camera was lost and reopened while the recording ran: no frame between `interruptedUS`
+/// (the loss) and `resumedUS` (the camera back), before frame `beforeFrame` (the number of frames
+/// recorded until then). The frames after it come from the same camera, whose frame counter and
+/// clock may have started anew.
+struct Gap {
+    std::uint64_t beforeFrame = 0;
+    std::uint64_t interruptedUS = 0; ///< Microseconds since the epoch, UTC.
+    std::uint64_t resumedUS = 0;     ///< Microseconds since the epoch, UTC.
+};
+
 /// What described the camera when the recording began.
 struct SessionHeader {
     std::int32_t deviceType = 0; ///< The camera library's device type value.

@@ -44,6 +44,13 @@ bool RecordingWriter::writeGeometry(const Geometry& geometry) {
     return put(RecordCodec::GeometryRecord);
 }
 
+bool RecordingWriter::writeGap(const Gap& gap) {
+    if (!m_file.isOpen() || m_file.failed())
+        return false;
+    RecordCodec::encodeGap(gap, m_payload);
+    return put(RecordCodec::GapRecord);
+}
+
 bool RecordingWriter::flush() {
     if (!m_file.isOpen() || m_file.failed())
         return false;

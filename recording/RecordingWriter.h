@@ -34,6 +34,9 @@ public:
     /// Appends a geometry registered on the camera since the header (before the next frame
     /// written); false once a write failed.
     bool writeGeometry(const Geometry& geometry);
+    /// Appends a gap where the camera was lost and reopened (before the next frame written);
+    /// false once a write failed.
+    bool writeGap(const Gap& gap);
     /// Hands what was written to the system, so that a killed process loses nothing written.
     bool flush();
     /// Writes the end record, syncs, closes and renames "<file>.part" to the file.

@@ -325,7 +325,13 @@ bool AtracsysTrackingStream::closeImpl() {
     // the same time is either pushed before the close (and marked here) or added as not on the
     // device.
     std::lock_guard<std::mutex> lock(m_device->mutex());
-    m_recorder->finish(); // does not wait: close may run on the worker thread
+    // The session's recording waits for the camera when the stream closes itself (the camera lost
+    // or failing) or is closed to be reopened; any other close ends it. Neither waits for the
+    // recorder's writer.
+    if (closingItself() || health().snapshot().reopening)
+        m_recorder->interrupt();
+    else
+        m_recorder->finish();
     m_device->releaseFrame();
     if (m_device->closeLibrary() != ftkError::FTK_OK) {
         KESTRION_LOG_ERROR(Category, "Cannot close Atracsys tracking library");
@@ -357,7 +363,20 @@ bool AtracsysTrackingStream::startImpl() {
         setImageIntegrationTime(integrationTime);
     if (m_recorder->wanted())
         startRecording();
+    else if (m_recorder->interrupted())
+        resumeRecording();
     return true;
+}
+
+void AtracsysTrackingStream::resumeRecording() {
+    std::unique_lock<std::mutex> lock(m_device->mutex()); // the device's description
+    const AtracsysHelpers::DeviceData device = m_device->device();
+    lock.unlock();
+    m_recorder->resume(device.serialNumber, static_cast<std::int32_t>(device.type));
+}
+
+std::optional<RecordingStatus> AtracsysTrackingStream::recordingStatus() const {
+    return m_recorder->status();
 }
 
 void AtracsysTrackingStream::startRecording() {

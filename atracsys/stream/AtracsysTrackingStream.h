@@ -69,6 +69,8 @@ public:
     /// itself: whoever owns a StreamReconnector for it (the panel, `kestrion track`) honours it.
     bool reconnect() const { return m_reconnect.load(); }
     void setReconnect(bool reconnect) { m_reconnect = reconnect; }
+    /// The recording of the session ("recordFile"): it goes on across a camera reopened.
+    std::optional<RecordingStatus> recordingStatus() const override;
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;
@@ -118,6 +120,8 @@ private:
     void setSpryTrackOptions();
     /// Starts the recording with the camera's description and the geometries on it.
     void startRecording();
+    /// Goes on with the session's recording after the camera was reopened.
+    void resumeRecording();
     /// Releases the frame record, logs "AtracsysTrackingStream: <message>" and the SDK's last
     /// error. reportError takes the device mutex; reportErrorLocked expects it held.
     void reportError(const std::string& message);

@@ -199,9 +199,12 @@ void Stream::controlLoop() {
         Request request = std::move(m_requests.front());
         m_requests.pop_front();
         lock.unlock(); // transitions run unlocked so that new requests can be queued meanwhile
+        m_closingItself = request.detached && request.operation == Operation::Close;
         try {
             request.promise.set_value(execute(request.operation));
+            m_closingItself = false;
         } catch (...) {
+            m_closingItself = false;
             if (request.detached)
                 KESTRION_LOG_ERROR(Category, "Stream '" << name() << "': " << operationName(request.operation)
                                                         << " failed: " << describe(std::current_exception()));

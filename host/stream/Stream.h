@@ -115,6 +115,9 @@ protected:
     virtual bool startImpl() { return true; }
     virtual bool stopImpl() { return true; }
     virtual bool closeImpl() { return true; }
+    /// In closeImpl(): whether the stream asked for this close itself, from doWork (its device
+    /// lost or failing), rather than its owner. Control thread only.
+    bool closingItself() const { return m_closingItself; }
     /// One round of work on the worker thread (mode 0); returns when to be called next (no time
     /// point: at once, for a doWork that waits by itself, e.g. on a device with a timeout).
     virtual std::optional<Clock::time_point> doWork() { return std::nullopt; }
@@ -144,6 +147,8 @@ private:
     void workerLoop();
     bool onControlThread() const;
     bool onWorkerThread() const;
+    // Control thread only: the close being executed was asked for by the worker (doWork).
+    bool m_closingItself = false;
     static const char* operationName(Operation operation);
 
     // Written only by the control thread (and the destructor once that thread has ended); atomic so

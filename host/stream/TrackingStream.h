@@ -3,6 +3,7 @@
 #include "host/stream/InstrumentModification.h"
 #include "host/stream/Stream.h"
 #include "host/stream/TrackingInstrument.h"
+#include "host/stream/state/RecordingStatus.h"
 
 #include <atomic>
 #include <memory>
@@ -59,6 +60,10 @@ public:
 
     /// Instruments the device refused since the stream was opened (empty by default).
     virtual std::vector<InstrumentRefusal> refusedInstruments() const { return {}; }
+
+    /// Where the recording of this session stands; none when the stream records nothing (the
+    /// default). Any thread.
+    virtual std::optional<RecordingStatus> recordingStatus() const { return std::nullopt; }
 
     /// The user's instrument names; every frame made after a change carries the new names.
     void setInstrumentNames(const InstrumentNames& names);

@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -68,6 +69,36 @@ std::string withoutTimestamps(const std::string& sequence) {
     return out;
 }
 
+/// The camera frames of a CSV by device counter: each frame's rows without the run's frame number
+/// and the host's times (arrival_ms, device_ms, capture_us). Rows written without a new camera frame (the
+/// same device counter again: while fetches fail, the run shows every instrument untracked) are not camera
+/// frames.
+std::map<std::string, std::string> cameraFrames(const std::string& csv) {
+    std::istringstream in(csv);
+    std::map<std::string, std::string> frames;
+    std::string line, frame, counter;
+    bool skipping = false;
+    std::getline(in, line); // the header
+    while (std::getline(in, line)) {
+        std::vector<std::string> fields;
+        std::istringstream columns(line);
+        for (std::string field; std::getline(columns, field, ',');)
+            fields.push_back(field);
+        if (fields[0] != frame) {
+            frame = fields[0];
+            skipping = fields[1] == counter;
+            counter = fields[1];
+        }
+        if (skipping)
+            continue;
+        std::string& rows = frames[counter];
+        for (std::size_t i = 4; i < fields.size(); ++i)
+            if (i != 5)
+                rows += fields[i] + (i + 1 < fields.size() ? "," : "\n");
+    }
+    return frames;
+}
+
 std::uint64_t wholeFrames(const std::string& file) {
     Kestrion::Recording::RecordingReader reader;
     EXPECT_TRUE(reader.open(file)) << reader.error();
@@ -99,6 +130,48 @@ TEST(TrackRecording, ReplayGivesTheRecordingRunsCsvAndSequenceAgain) {
         ASSERT_EQ(replayed.exitCode, 0) << replayed;
         EXPECT_EQ(withoutArrivalTimes(readFile(folder.path(markers + ".csv"))), csv);
         EXPECT_EQ(withoutTimestamps(readFile(folder.path(markers + ".igs.mha"))), sequence);
+    }
+}
+
+// With --reconnect, a camera unplugged for 1.5 s is reopened and the recording goes on in the same
+// file, a gap marking the time without frames: its replay gives every frame of the live CSV.
+TEST(TrackRecording, RecordingGoesOnAcrossAReconnectionAndReplaysEveryFrame) {
+    TemporaryFolder folder;
+    const std::string scene = folder.write("unplugged.json", R"({
+        "seed": 7,
+        "devices": [{"model": "spryTrack 180", "serial": "0x53544b3138300001",
+                     "faults": [{"kind": "disconnection", "atTimeS": 1.5, "durationS": 1.5}]}],
+        "markers": [{"geometryId": 1000, "fiducials": [[0, 0, 0], [31, 82, 0], [96, -10, 0], [61, 46, 0]],
+                     "motion": {"type": "orbit", "center": [40, 0, 750], "axis": [0, 1, 0], "radiusMM": 120,
+                                "periodS": 12}}]})");
+    const ProcessResult recorded =
+        track(folder, {"--duration", "6", "--reconnect", "--record", "run.krec", "--csv", "run.csv"},
+              {{"FTK_SIMULATOR_SCENE", scene}});
+    ASSERT_EQ(recorded.exitCode, 0) << recorded;
+    Kestrion::Recording::RecordingReader reader;
+    ASSERT_TRUE(reader.open(folder.path("run.krec"))) << reader.error();
+    Kestrion::Recording::Frame frame;
+    while (reader.next(frame) == Kestrion::Recording::RecordingReader::Next::Frame) {
+    }
+    EXPECT_FALSE(reader.cutShort());
+    ASSERT_EQ(reader.gaps().size(), 1u) << recorded;
+    EXPECT_GT(reader.gaps()[0].beforeFrame, 0u);
+    EXPECT_LT(reader.gaps()[0].beforeFrame, reader.framesRead());
+
+    // Every camera frame of the live run is in the replay, as it was; the recording may hold a
+    // few more (fetched while the run was not reading: just after the reopening, after its end).
+    const auto live = cameraFrames(readFile(folder.path("run.csv")));
+    EXPECT_GT(live.size(), 200u);
+    const ProcessResult replayed =
+        track(folder, {"--frames", std::to_string(reader.framesRead()), "--csv", "replayed.csv"},
+              replay(folder.path("run.krec")));
+    ASSERT_EQ(replayed.exitCode, 0) << replayed;
+    const auto again = cameraFrames(readFile(folder.path("replayed.csv")));
+    EXPECT_EQ(again.size(), reader.framesRead());
+    for (const auto& [counter, rows] : live) {
+        const auto found = again.find(counter);
+        ASSERT_NE(found, again.end()) << "frame " << counter << " of the live run is not replayed";
+        EXPECT_EQ(found->second, rows) << "frame " << counter;
     }
 }
 
@@ -163,8 +236,8 @@ TEST(TrackRecording, FilesThatCannotBeReplayedAreRefusedByName) {
     const Row rows[] = {
         {"foreign", "frame,device_counter\n", "not a recording (no recording signature at its start)"},
         {"newer", newer,
-         "written in format version 2, which needs a reader of version 5 or newer; this program reads up to "
-         "version 2"},
+         "written in format version 3, which needs a reader of version 5 or newer; this program reads up to "
+         "version 3"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -149,7 +150,7 @@ TEST_F(RecordingFile, EveryRecordReadsBackAsWritten) {
         EXPECT_FALSE(std::filesystem::exists(file + ".part"));
         RecordingReader reader;
         ASSERT_TRUE(reader.open(file)) << reader.error();
-        EXPECT_EQ(reader.version(), 2);
+        EXPECT_EQ(reader.version(), 3);
         EXPECT_EQ(bytes(reader.header()), bytes(header(images)));
         EXPECT_EQ(reader.header().options[2].data, std::string("a\0b", 3));
         Frame f;
@@ -236,9 +237,9 @@ TEST_F(RecordingFile, DamagedForeignAndNewerFilesAreRefusedByName) {
          "not a recording (no recording signature at its start)"},
         {"newer format",
          8,
-         {'\x04', '\x00', '\x03', '\x00'},
-         "written in format version 4, which needs a reader of version 3 or newer; this program reads up to "
-         "version 2"},
+         {'\x04', '\x00', '\x04', '\x00'},
+         "written in format version 4, which needs a reader of version 4 or newer; this program reads up to "
+         "version 3"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -300,6 +301,81 @@ TEST_F(RecordingFile, GeometriesAddedWhileRecordingKeepTheirPlace) {
 
 // A full disk (here a file size limit) ends the recording with the file, the frames written and the
 // reason; the ".part" file reads up to its last whole frame.
+// A gap where the camera was lost and reopened is read back at its place; the file stays readable
+// by the oldest readers, which skip it.
+TEST_F(RecordingFile, GapsOfAReopenedCameraKeepTheirPlace) {
+    const std::string file = path("gap.krec");
+    RecordingWriter writer;
+    ASSERT_TRUE(writer.open(file, header(false)));
+    ASSERT_TRUE(writer.write(frame(0, false)));
+    ASSERT_TRUE(writer.writeGap({0, 1795581503400000ull, 1795581505650000ull}));
+    ASSERT_TRUE(writer.write(frame(0, false))); // the reopened camera counts anew
+    ASSERT_TRUE(writer.finish(0)) << writer.error();
+    const std::vector<char> data = content(file);
+    EXPECT_EQ(std::vector<char>(data.begin() + 8, data.begin() + 12),
+              (std::vector<char>{'\x03', '\x00', '\x01', '\x00'})); // version 3, minimum reader 1
+
+    RecordingReader reader;
+    ASSERT_TRUE(reader.open(file));
+    Frame f;
+    std::vector<std::uint64_t> positions;
+    for (positions.push_back(reader.position()); reader.next(f) == RecordingReader::Next::Frame;)
+        positions.push_back(reader.position());
+    EXPECT_EQ(reader.framesRead(), 2u);
+    EXPECT_FALSE(reader.cutShort());
+    // The position seen before the second frame is the gap's: reading the frame there passes it.
+    f.hostTimeUS = 0;
+    ASSERT_TRUE(reader.readFrameAt(positions[1], 1, f)) << reader.error();
+    EXPECT_EQ(f.hostTimeUS, frame(0, false).hostTimeUS);
+    ASSERT_EQ(reader.gaps().size(), 1u);
+    EXPECT_EQ(std::make_tuple(reader.gaps()[0].beforeFrame, reader.gaps()[0].interruptedUS,
+                              reader.gaps()[0].resumedUS),
+              std::make_tuple(1u, 1795581503400000ull, 1795581505650000ull));
+}
+
+/// A file of frame 0 and a frame 1 whose image header says width x height (its images as
+/// recorded, 64 x 48), each record with a checksum that matches.
+std::vector<char> withImageSize(const std::string& file, std::uint16_t width, std::uint16_t height) {
+    write(file, 1, true);
+    std::vector<char> data = content(file);
+    data.resize(data.size() - RecordCodec::RecordHeadSize - 16 -
+                RecordCodec::RecordTailSize); // the end record
+    std::vector<std::uint8_t> payload, record;
+    RecordCodec codec;
+    codec.encodeFrame(frame(1, true), true, payload);
+    // The image header's width and height: after the host time, the statuses, the presence
+    // byte, the two timestamps, the counter and the format.
+    constexpr std::size_t WidthAt = 8 + 8 + 1 + 8 + 8 + 4 + 1;
+    std::memcpy(payload.data() + WidthAt, &width, 2);
+    std::memcpy(payload.data() + WidthAt + 2, &height, 2);
+    RecordCodec::frameRecord(RecordCodec::FrameRecord, payload, record);
+    data.insert(data.end(), record.begin(), record.end());
+    return data;
+}
+
+// Image sizes are checked before anything is allocated: no larger than the camera's sensor (the
+// recording's first images), nor than 64 MiB, with the file and the frame named.
+TEST_F(RecordingFile, ImagesLargerThanTheSensorOrTheLimitAreRefused) {
+    const std::string file = path("large.krec");
+    const struct {
+        std::uint16_t width, height;
+        const char* error;
+    } rows[] = {
+        {128, 48,
+         "frame 1: an image of 128 x 48 pixels is larger than the camera's sensor (64 x 48, the size of the "
+         "recording's first images)"},
+        {65535, 65535, "frame 1: an image of 65535 x 65535 pixels is over the limit of 64 MiB"},
+        {32, 48, "frame 1: an image holds 3072 bytes instead of 32 x 48"},
+    };
+    for (const auto& row : rows) {
+        store(file + ".x", withImageSize(file, row.width, row.height));
+        std::string error;
+        EXPECT_EQ(readAll(file + ".x", error), 1);
+        EXPECT_EQ(error, "recording " + file + ".x: " + row.error);
+        std::filesystem::remove(file);
+    }
+}
+
 TEST_F(RecordingFile, AFullDiskEndsTheRecordingAndKeepsItsWholeFrames) {
     const std::string file = path("full.krec");
     RecordingWriter writer;

@@ -4,6 +4,7 @@
 #include "host/stream/connection/CameraSelection.h"
 #include "recording/RecordingReader.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <ostream>
@@ -107,6 +108,14 @@ int RecordingCommand::run(CommandContext& context, const std::vector<std::string
         out << "Cut short: the recording was cut off (the process killed or its disk full); the frames"
                " above are its whole ones"
             << (reader.error().empty() ? "" : " (" + reader.error() + ")") << "\n";
+    for (const Recording::Gap& gap : reader.gaps()) {
+        char line[128];
+        std::snprintf(line, sizeof line,
+                      "Camera lost and reopened before frame %llu: %.1f s without frames\n",
+                      static_cast<unsigned long long>(gap.beforeFrame),
+                      static_cast<double>(gap.resumedUS - std::min(gap.resumedUS, gap.interruptedUS)) / 1e6);
+        out << line;
+    }
     out << "Geometries at the start: " << h.geometries.size() << "\n";
     for (const Recording::Geometry& g : h.geometries)
         out << geometryLine(g) << "\n";

@@ -84,6 +84,7 @@ StreamHealth::Snapshot StreamHealth::snapshot(Clock::time_point now) const {
     s.outages = m_outages;
     s.outageTime = m_outageTime;
     s.reopenings = m_reopenings;
+    s.reopening = m_reopening;
     s.lastError = m_lastError;
     s.endReason = m_endReason;
     if (m_lastData)

@@ -45,6 +45,9 @@ public:
         Clock::duration outageTime{};
         /// Times the stream was reopened after it was lost.
         std::uint64_t reopenings = 0;
+        /// A reopening was announced (noteReopening()) and its start has not come yet: a close
+        /// now is part of bringing the stream back, not the end of the session.
+        bool reopening = false;
         /// The last failure reported by the producer, in words (empty: none since the last data
         /// item), and why the data ended (State::Ended).
         std::string lastError;

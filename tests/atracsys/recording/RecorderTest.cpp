@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
+#include <tuple>
 
 using namespace Kestrion;
 using namespace Kestrion::TrackingStreamTest;
@@ -145,4 +147,112 @@ TEST(Recorder, DropsAndCountsFramesTheWriterCannotTake) {
     EXPECT_TRUE(logged(log.sink(), Log::Error,
                        "recording " + file + ": cannot record over an existing file: File exists"));
     std::filesystem::remove(file);
+}
+
+namespace {
+
+/// The stream's recording status once the condition holds (bounded wait, 20 s).
+template <class Condition>
+std::optional<RecordingStatus> statusWhen(const TrackingStream& stream, Condition condition) {
+    std::optional<RecordingStatus> status = stream.recordingStatus();
+    for (int i = 0; i < 2000 && !(status && condition(*status)); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        status = stream.recordingStatus();
+    }
+    return status;
+}
+
+} // namespace
+
+// The recording belongs to the session: a camera closed to be reopened (as the reconnector does
+// it) goes on into the same file after a gap; a deliberate close ends it, complete.
+TEST(Recorder, GoesOnAcrossAReopenedCameraIntoTheSameFile) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture log;
+    const std::string file = freshFile("reopened.krec");
+    std::size_t before = 0, emitted = 0;
+    std::optional<RecordingStatus> waiting, back, done;
+    {
+        ProbedStream stream;
+        Properties settings;
+        settings.setParam("recordFile", file);
+        stream.configure(&settings);
+        ASSERT_TRUE(stream.openWithMarkers());
+        Recorder data(stream);
+        ASSERT_TRUE(stream.start());
+        ASSERT_TRUE(data.waitForData(10));
+        stream.health().noteReopening();
+        stream.close();
+        before = data.dataCount();
+        waiting = stream.recordingStatus();
+        ASSERT_TRUE(stream.open() && stream.start());
+        ASSERT_TRUE(data.waitForData(before + 10));
+        back = stream.recordingStatus();
+        stream.close(); // deliberate: the recording ends
+        done = statusWhen(
+            stream, [](const RecordingStatus& s) { return s.state != RecordingStatus::State::Recording; });
+        emitted = data.dataCount();
+    }
+    ASSERT_TRUE(waiting && back && done);
+    EXPECT_EQ(waiting->state, RecordingStatus::State::Waiting);
+    EXPECT_EQ(std::make_tuple(back->state, back->gaps),
+              std::make_tuple(RecordingStatus::State::Recording, 1u));
+    EXPECT_EQ(std::make_tuple(done->state, done->frames, done->writtenFile, done->reason),
+              std::make_tuple(RecordingStatus::State::Complete, std::uint64_t(emitted), file, std::string()));
+
+    Recording::RecordingReader reader;
+    ASSERT_TRUE(reader.open(file)) << reader.error();
+    Recording::Frame frame;
+    while (reader.next(frame) == Recording::RecordingReader::Next::Frame) {
+    }
+    EXPECT_FALSE(reader.cutShort());
+    EXPECT_EQ(reader.framesRead(), emitted);
+    ASSERT_EQ(reader.gaps().size(), 1u);
+    EXPECT_EQ(reader.gaps()[0].beforeFrame, before);
+    EXPECT_GT(reader.gaps()[0].resumedUS, reader.gaps()[0].interruptedUS);
+    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording to " + file + " goes on: the camera was reopened"));
+    std::filesystem::remove(file);
+}
+
+// Another camera after the reopening cannot go on in the file: it ends, cut short, as data. The
+// recorder then starts again on another file while its first writer may still run.
+TEST(Recorder, EndsCutShortForAnotherCameraAndStartsAgainSafely) {
+    TestSupport::LogCapture log;
+    const std::string first = freshFile("first.krec");
+    const std::string second = freshFile("second.krec");
+    Recording::SessionHeader header;
+    header.serialNumber = 0x10;
+    header.deviceType = 4;
+    SpryTrack::AtracsysRecorder recorder;
+    recorder.setTarget(first, false);
+    ASSERT_TRUE(recorder.start(header));
+    recorder.interrupt();
+    EXPECT_TRUE(recorder.interrupted());
+    recorder.resume(0x11, 4);
+    const auto cut = recorder.status();
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(
+        std::make_tuple(cut->state, cut->reason),
+        std::make_tuple(
+            RecordingStatus::State::CutShort,
+            std::string("the camera reopened is another one (serial 0x11, the recording's camera 0x10)")));
+
+    recorder.setTarget(second, false);
+    ASSERT_TRUE(recorder.start(header));
+    EXPECT_EQ(recorder.status()->state, RecordingStatus::State::Recording);
+    EXPECT_TRUE(logged(log.sink(), Log::Warning,
+                       "Recording " + first +
+                           " cut short after 0 frames: the camera reopened is another one (serial 0x11, the "
+                           "recording's camera 0x10)"));
+    recorder.finish();
+    recorder.wait();
+    EXPECT_EQ(recorder.status()->state, RecordingStatus::State::Complete);
+    for (const std::string& file : {first, second}) {
+        Recording::RecordingReader reader;
+        ASSERT_TRUE(reader.open(file)) << reader.error();
+        Recording::Frame frame;
+        EXPECT_EQ(reader.next(frame), Recording::RecordingReader::Next::End);
+        EXPECT_FALSE(reader.cutShort());
+        std::filesystem::remove(file);
+    }
 }

@@ -56,7 +56,7 @@ TEST(RecordingCommand, DescribesTheCameraFramesGeometriesAndOptions) {
         describe({file}),
         std::make_tuple(0,
                         "Recording: " + file +
-                            " (format version 2)\n"
+                            " (format version 3)\n"
                             "Camera: fTk 500, serial 0x46544b3530300001\n"
                             "Began: 2026-11-25 07:00:00 UTC\n"
                             "Images: not recorded\n"
