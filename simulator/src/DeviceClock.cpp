@@ -13,6 +13,21 @@ namespace {
 /// the clock more often than this finds the oldest frames mapped by the oldest stretch kept.
 constexpr std::size_t MaxAnchors = 64;
 
+/// `at` (steady clock) on the system clock, in µs since the epoch: the two clocks read back to
+/// back, retried when the reads were far apart (the thread was preempted between them).
+std::int64_t systemTimeUS(std::chrono::steady_clock::time_point at) {
+    using namespace std::chrono;
+    for (int attempt = 0;; ++attempt) {
+        const steady_clock::time_point before = steady_clock::now();
+        const system_clock::time_point system = system_clock::now();
+        const steady_clock::time_point after = steady_clock::now();
+        if (after - before < microseconds(5) || attempt == 20) {
+            const auto sinceAt = (before - at) + (after - before) / 2;
+            return duration_cast<microseconds>(system.time_since_epoch() - sinceAt).count();
+        }
+    }
+}
+
 } // namespace
 
 DeviceClock::DeviceClock(const Settings& settings, TimePoint start, bool stepped)
@@ -20,9 +35,7 @@ DeviceClock::DeviceClock(const Settings& settings, TimePoint start, bool stepped
     , m_hostRate(settings.rateHz * (1.0 + settings.driftPPM * 1e-6))
     , m_window(static_cast<std::uint64_t>(std::ceil(settings.jitterMS * 1e-3 * m_hostRate)))
     , m_origin(start)
-    , m_originUS(std::chrono::duration_cast<std::chrono::microseconds>(
-                     std::chrono::system_clock::now().time_since_epoch())
-                     .count())
+    , m_originUS(systemTimeUS(start))
     , m_anchors{{0, start}}
     , m_stepped(stepped) {}
 
