@@ -85,9 +85,10 @@ bool IgtlClientConnection::takesTrackingData(std::uint64_t timestampMs) {
     return true;
 }
 
-void IgtlClientConnection::startTrackingData(std::int32_t resolutionMs) {
+void IgtlClientConnection::startTrackingData(std::int32_t resolutionMs, std::string coordinateName) {
     m_trackingData = true;
     m_resolutionMs = resolutionMs;
+    m_coordinateName = std::move(coordinateName);
     m_sentTrackingData = false;
 }
 

@@ -41,8 +41,10 @@ public:
     /// Whether the client gets the TDATA of a frame measured at `timestampMs`: it asked with
     /// STT_TDATA, and its resolution has passed since the last one it was given.
     bool takesTrackingData(std::uint64_t timestampMs);
-    /// Starts (STT_TDATA) or stops (STP_TDATA) the client's TDATA.
-    void startTrackingData(std::int32_t resolutionMs);
+    /// Starts (STT_TDATA) or stops (STP_TDATA) the client's TDATA, in the coordinate system it
+    /// names (empty: the camera's).
+    void startTrackingData(std::int32_t resolutionMs, std::string coordinateName = {});
+    const std::string& coordinateName() const { return m_coordinateName; }
     void stopTrackingData() { m_trackingData = false; }
     bool trackingData() const { return m_trackingData; }
 
@@ -85,6 +87,7 @@ private:
 
     bool m_trackingData = false;
     std::int32_t m_resolutionMs = 0;
+    std::string m_coordinateName;
     std::uint64_t m_lastTrackingDataMs = 0;
     bool m_sentTrackingData = false;
 

@@ -7,7 +7,9 @@
 #include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
 #include "host/stream/state/InstrumentTracking.h"
+#include "host/stream/state/ReferencePoseData.h"
 
 #include <cstdio>
 #include <cstring>
@@ -116,9 +118,16 @@ void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame&
     const auto* statusData = frame.component<InstrumentStatusData>();
     const auto* tips = frame.component<InstrumentTipData>();
 
+    const auto* names = frame.component<InstrumentNames>();
+    const auto* reference = frame.component<ReferencePoseData>();
+    out.referenceId = reference ? reference->referenceId() : std::string();
+    out.referenceName = reference ? transformName(names, reference->referenceId()) : std::string();
+
     IgtlBufferPool::Buffer poses = m_pool.acquire();
     m_trackingData->ClearTrackingDataElements();
+    m_referenceTrackingData->ClearTrackingDataElements();
     std::size_t elements = 0;
+    std::size_t referenceElements = 0;
     for (const TrackingInstrument& instrument : frame.instruments()) {
         const InstrumentStatusData::Entry* entry = statusData ? statusData->find(instrument.ID()) : nullptr;
         const bool tracked = isInstrumentTracked(frame, instrument);
@@ -142,40 +151,73 @@ void IgtlFrameEncoder::encode(const TrackingStreamData& frame, IgtlEncodedFrame&
         if (!tracked)
             continue;
 
-        appendTransform(*poses, instrument.ID(), instrument.rotation(), instrument.translation());
+        // In the camera's frame: "<Name>ToTracker" for an instrument the user named, else its id.
+        const std::string userName = names ? names->userName(instrument.ID()) : std::string();
+        const InstrumentTipData::Entry* tip = tips ? tips->find(instrument.ID()) : nullptr;
+        appendTransform(*poses, userName.empty() ? instrument.ID() : userName + "ToTracker",
+                        instrument.rotation(), instrument.translation());
         ++out.poseMessages;
-        if (const InstrumentTipData::Entry* tip = tips ? tips->find(instrument.ID()) : nullptr) {
-            appendTransform(*poses, instrument.ID() + "-tip", instrument.rotation(), tip->tipInCamera);
+        if (tip) {
+            appendTransform(*poses, userName.empty() ? instrument.ID() + "-tip" : userName + "TipToTracker",
+                            instrument.rotation(), tip->tipInCamera);
             ++out.poseMessages;
         }
+        addElement(*m_trackingData, m_elements, elements, userName.empty() ? instrument.ID() : userName,
+                   instrument.matrix);
 
-        if (m_elements.size() <= elements)
-            m_elements.push_back(igtl::TrackingDataElement::New());
-        igtl::TrackingDataElement::Pointer& element = m_elements[elements++];
-        element->SetName(deviceName(instrument.ID()).c_str());
-        element->SetType(igtl::TrackingDataElement::TYPE_6D);
-        igtl::Matrix4x4 matrix;
-        igtl::IdentityMatrix(matrix);
-        for (int r = 0; r < 3; ++r)
-            for (int c = 0; c < 4; ++c)
-                matrix[r][c] = static_cast<float>(instrument.matrix(r, c));
-        element->SetMatrix(matrix);
-        m_trackingData->AddTrackingDataElement(element);
+        // In the reference's frame, only when valid (the instrument and the reference both tracked
+        // in this frame): "<Name>To<RefName>", "<Name>TipTo<RefName>".
+        const ReferencePoseData::Entry* relative = reference ? reference->find(instrument.ID()) : nullptr;
+        if (!relative)
+            continue;
+        const std::string name = transformName(names, instrument.ID());
+        const Eigen::Matrix3d rotation = relative->poseInReference.block<3, 3>(0, 0);
+        appendTransform(*poses, name + "To" + out.referenceName, rotation,
+                        relative->poseInReference.block<3, 1>(0, 3));
+        ++out.poseMessages;
+        if (relative->tipInReference) {
+            appendTransform(*poses, name + "TipTo" + out.referenceName, rotation, *relative->tipInReference);
+            ++out.poseMessages;
+        }
+        addElement(*m_referenceTrackingData, m_referenceElements, referenceElements,
+                   name + "To" + out.referenceName, relative->poseInReference);
     }
     const std::size_t before = poses->size();
     appendPoints(*poses, frame);
     if (poses->size() > before)
         ++out.poseMessages;
     out.poses = poses;
+    out.trackingData = elements > 0 ? packTrackingData(*m_trackingData) : nullptr;
+    out.referenceTrackingData = referenceElements > 0 ? packTrackingData(*m_referenceTrackingData) : nullptr;
+}
 
-    out.trackingData.reset();
-    if (elements > 0) {
-        IgtlBufferPool::Buffer tdata = m_pool.acquire();
-        m_trackingData->SetDeviceName(TrackingDataDeviceName);
-        stamp(m_trackingData);
-        append(*tdata, m_trackingData);
-        out.trackingData = tdata;
-    }
+std::string IgtlFrameEncoder::transformName(const InstrumentNames* names, const std::string& instrumentId) {
+    return names ? names->transformName(instrumentId) : InstrumentNames::safeName(instrumentId);
+}
+
+void IgtlFrameEncoder::addElement(igtl::TrackingDataMessage& message,
+                                  std::vector<igtl::TrackingDataElement::Pointer>& elements,
+                                  std::size_t& used, const std::string& name, const Eigen::Matrix4d& pose) {
+    if (elements.size() <= used)
+        elements.push_back(igtl::TrackingDataElement::New());
+    igtl::TrackingDataElement::Pointer& element = elements[used++];
+    element->SetName(deviceName(name).c_str());
+    element->SetType(igtl::TrackingDataElement::TYPE_6D);
+    igtl::Matrix4x4 matrix;
+    igtl::IdentityMatrix(matrix);
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 4; ++c)
+            matrix[r][c] = static_cast<float>(pose(r, c));
+    element->SetMatrix(matrix);
+    message.AddTrackingDataElement(element);
+}
+
+Packet IgtlFrameEncoder::packTrackingData(igtl::TrackingDataMessage& message) {
+    IgtlBufferPool::Buffer tdata = m_pool.acquire();
+    message.SetDeviceName(TrackingDataDeviceName);
+    stamp(&message);
+    append(*tdata, &message);
+    return tdata;
 }
 
 Packet IgtlFrameEncoder::status(const std::string& name, int code, int subCode, const std::string& errorName,

@@ -18,6 +18,7 @@
 
 namespace Kestrion {
 class ImageStreamData;
+class InstrumentNames;
 class TrackingStreamData;
 } // namespace Kestrion
 
@@ -45,6 +46,18 @@ struct IgtlEncodedFrame {
     std::uint32_t poseMessages = 0;
     /// The TDATA of the tracked instruments, for the clients that asked; null when none is tracked.
     Packet trackingData;
+    /// The frame's reference instrument (ReferencePoseData), by id and by transform name; empty
+    /// without one.
+    std::string referenceId;
+    std::string referenceName;
+    /// The TDATA of the poses in the reference's frame, for the clients that asked for TDATA in
+    /// the reference's coordinate system; null when none is valid in this frame.
+    Packet referenceTrackingData;
+
+    /// Whether a client's coordinate name (STT_TDATA) is the reference's, by name or id.
+    bool namesReference(const std::string& coordinateName) const {
+        return !coordinateName.empty() && (coordinateName == referenceName || coordinateName == referenceId);
+    }
     /// The instruments' STATUS messages of this frame's transitions (tracked or not, and why).
     std::vector<Packet> statuses;
 };
@@ -55,9 +68,14 @@ struct IgtlEncodedFrame {
 /// Every message of a frame carries the frame's time in its header: its capture time when the
 /// producer attached one, else its arrival (frameTimeUS()), to the microsecond.
 ///
-/// Names: the device name of an instrument's TRANSFORM, STATUS and TDATA element is its id
-/// ("atracsys-1000"), that of its tip "<id>-tip"; the protocol allows 20 characters, so a longer
-/// name is cut to 11 and followed by "~" and 8 hexadecimal digits of its hash.
+/// Names (the frame's InstrumentNames): in the camera's frame, an instrument's TRANSFORM is
+/// "<Name>ToTracker" and its tip's "<Name>TipToTracker" when the user named it ("Stylus"), else
+/// its id ("atracsys-1000") and "<id>-tip"; its TDATA element is its name or id. With a reference
+/// (the frame's ReferencePoseData), each instrument valid in the reference's frame also gets
+/// "<Name>To<RefName>" and "<Name>TipTo<RefName>" (e.g. "StylusToReference",
+/// "StylusTipToReference"), names being the user's or the id's safe form ("Atracsys1000"). STATUS
+/// messages are named by the id. The protocol allows 20 characters, so a longer name is cut to 11
+/// and followed by "~" and 8 hexadecimal digits of its hash.
 class IgtlFrameEncoder {
 public:
     /// Device names of the messages that are not about one instrument.
@@ -97,6 +115,13 @@ private:
         Packet message;
     };
 
+    /// The user's name of the instrument, else its id's safe form.
+    static std::string transformName(const InstrumentNames* names, const std::string& instrumentId);
+    /// Adds a 6D element (reused from `elements`, `used` of them taken) to a TDATA message.
+    static void addElement(igtl::TrackingDataMessage& message,
+                           std::vector<igtl::TrackingDataElement::Pointer>& elements, std::size_t& used,
+                           const std::string& name, const Eigen::Matrix4d& pose);
+    Packet packTrackingData(igtl::TrackingDataMessage& message);
     void appendTransform(std::vector<std::uint8_t>& out, const std::string& name,
                          const Eigen::Matrix3d& rotation, const Eigen::Vector3d& translation);
     void appendPoints(std::vector<std::uint8_t>& out, const TrackingStreamData& frame);
@@ -111,6 +136,8 @@ private:
     igtl::TransformMessage::Pointer m_transform = igtl::TransformMessage::New();
     igtl::TrackingDataMessage::Pointer m_trackingData = igtl::TrackingDataMessage::New();
     std::vector<igtl::TrackingDataElement::Pointer> m_elements;
+    igtl::TrackingDataMessage::Pointer m_referenceTrackingData = igtl::TrackingDataMessage::New();
+    std::vector<igtl::TrackingDataElement::Pointer> m_referenceElements;
     igtl::PointMessage::Pointer m_points = igtl::PointMessage::New();
     std::vector<igtl::PointElement::Pointer> m_pointElements;
     igtl::StatusMessage::Pointer m_status = igtl::StatusMessage::New();

@@ -134,6 +134,8 @@ bool IgtlMessageReader::bodyComplete(std::vector<Request>& requests) {
         request.kind = Request::Kind::StartTrackingData;
         const auto resolution = static_cast<std::int32_t>(static_cast<std::uint32_t>(bigEndian(content, 4)));
         request.resolutionMs = std::max<std::int32_t>(0, resolution);
+        const char* coordinates = reinterpret_cast<const char*>(content + 4);
+        request.coordinateName.assign(coordinates, strnlen(coordinates, StartBodySize - 4));
     } else if (m_type == "STP_TDATA") {
         request.kind = Request::Kind::StopTrackingData;
     } else {

@@ -27,6 +27,8 @@ public:
         Kind kind = Kind::GetStatus;
         /// STT_TDATA: the interval the client asks for, milliseconds (0: every frame).
         std::int32_t resolutionMs = 0;
+        /// STT_TDATA: the coordinate system the client asks the poses in (empty: the camera's).
+        std::string coordinateName;
     };
 
     static constexpr std::size_t HeaderSize = 58;

@@ -244,9 +244,13 @@ void IgtlServer::takeFrame(Clock::time_point now) {
         for (const auto& client : m_clients) {
             for (const Packet& status : m_encoded.statuses)
                 client->queueStatus(status, now);
-            const bool tdata = m_encoded.trackingData && client->takesTrackingData(m_encoded.timestampMs);
-            client->queueFrame(m_encoded.poses, m_encoded.poseMessages,
-                               tdata ? m_encoded.trackingData : nullptr, now);
+            // A client that named the reference as its coordinate system gets the poses in the
+            // reference's frame; any other the camera's.
+            const Packet& trackingData = m_encoded.namesReference(client->coordinateName())
+                                             ? m_encoded.referenceTrackingData
+                                             : m_encoded.trackingData;
+            const bool tdata = trackingData && client->takesTrackingData(m_encoded.timestampMs);
+            client->queueFrame(m_encoded.poses, m_encoded.poseMessages, tdata ? trackingData : nullptr, now);
         }
     }
     // Images at most at the settings' rate, packed on their own thread.
@@ -334,7 +338,7 @@ void IgtlServer::handleInput(IgtlClientConnection& client, Clock::time_point now
     for (const auto& request : requests) {
         switch (request.kind) {
         case IgtlMessageReader::Request::Kind::StartTrackingData:
-            client.startTrackingData(request.resolutionMs);
+            client.startTrackingData(request.resolutionMs, request.coordinateName);
             client.queueStatus(m_encoder.startTrackingDataReply(Time::utcMilliseconds()), now);
             break;
         case IgtlMessageReader::Request::Kind::StopTrackingData:

@@ -261,6 +261,7 @@ TEST(IgtlMessageReader, ReadsVersion2MessagesSkippingExtendedHeaderAndMetadata) 
         ASSERT_EQ(requests.size(), 4u);
         EXPECT_EQ(requests[0].kind, IgtlMessageReader::Request::Kind::StartTrackingData);
         EXPECT_EQ(requests[0].resolutionMs, 40);
+        EXPECT_EQ(requests[0].coordinateName, "Reference");
         EXPECT_EQ(requests[1].kind, IgtlMessageReader::Request::Kind::GetStatus);
         EXPECT_EQ(requests[2].kind, IgtlMessageReader::Request::Kind::StopTrackingData);
         EXPECT_EQ(requests[3].resolutionMs, 25);

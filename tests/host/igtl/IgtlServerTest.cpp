@@ -7,10 +7,12 @@
 #include "host/igtl/IgtlServer.h"
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/ImageStreamData.h"
+#include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/state/CaptureTimeData.h"
+#include "host/stream/state/InstrumentNames.h"
 #include "tests/support/LogCapture.h"
 
 #include <igtlImageMessage.h>
@@ -21,6 +23,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <map>
 #include <thread>
 
 namespace Kestrion::Igtl {
@@ -42,6 +45,7 @@ public:
         : TrackingStream("scripted") {}
     ~ScriptedStream() override { close(); }
     std::vector<TrackingInstrument> instruments() const override { return {}; }
+    void emitData(std::shared_ptr<const StreamData> data) { emitStreamData(std::move(data)); }
     void emitFrame(std::uint64_t timestampMs, std::size_t fiducials = 0, bool withImage = false) {
         TrackingInstrument tool{TrackerID("atracsys-1")};
         tool.quality = 0.9;
@@ -61,6 +65,57 @@ public:
             frame, std::vector<std::shared_ptr<const StreamData>>{camera}));
     }
 };
+
+/// Emits a frame of a tool ("atracsys-1", with a tip) and a reference ("atracsys-2", turned by 90
+/// degrees about z), completed by the stream (names, poses in the reference's frame).
+void emitToolAndReference(ScriptedStream& stream, std::uint64_t timestampMs, bool referenceSeen) {
+    TrackingInstrument tool{TrackerID("atracsys-1")};
+    tool.quality = 0.9;
+    tool.matrix.block<3, 1>(0, 3) << 10, 20, 700;
+    TrackingInstrument reference{TrackerID("atracsys-2")};
+    reference.quality = referenceSeen ? 0.9 : 0.0;
+    reference.matrix.block<3, 3>(0, 0) << 0, -1, 0, 1, 0, 0, 0, 0, 1;
+    reference.matrix.block<3, 1>(0, 3) << 100, 0, 700;
+    auto frame = std::make_shared<TrackingStreamData>(
+        &stream, std::vector<TrackingInstrument>{tool, reference}, timestampMs, timestampMs);
+    auto tips = std::make_shared<InstrumentTipData>();
+    tips->entries().push_back({"atracsys-1", {0, 0, 100}, {10, 20, 800}});
+    frame->addComponent(tips);
+    stream.completeFrame(*frame);
+    stream.emitData(frame);
+}
+
+/// The TRANSFORMs received up to the next TDATA, in order, and that TDATA.
+struct FrameMessages {
+    std::vector<std::string> names;
+    std::map<std::string, IgtlTest::ReceivedMessage> transforms;
+    std::optional<IgtlTest::ReceivedMessage> trackingData;
+};
+FrameMessages readUntilTrackingData(IgtlTestClient& client) {
+    FrameMessages frame;
+    while (auto message = client.next("")) {
+        if (message->type == "TDATA") {
+            frame.trackingData = message;
+            break;
+        }
+        if (message->type == "TRANSFORM") {
+            frame.names.push_back(message->name);
+            frame.transforms[message->name] = *message;
+        }
+    }
+    return frame;
+}
+
+std::vector<std::string> elementNames(const IgtlTest::ReceivedMessage& message) {
+    auto tdata = IgtlTest::unpackAs<igtl::TrackingDataMessage>(message.pack);
+    std::vector<std::string> names;
+    for (int i = 0; tdata && i < tdata->GetNumberOfTrackingDataElements(); ++i) {
+        igtl::TrackingDataElement::Pointer element;
+        tdata->GetTrackingDataElement(i, element);
+        names.push_back(element->GetName());
+    }
+    return names;
+}
 
 int statusCode(const IgtlTest::ReceivedMessage& message) {
     return IgtlTest::unpackAs<igtl::StatusMessage>(message.pack)->GetCode();
@@ -294,6 +349,61 @@ TEST(IgtlServer, StopsWhileImagesFlow) {
     }
     emitting = false;
     camera.join();
+}
+
+TEST(IgtlServer, ServesNamedInstrumentsAndPosesInTheReferencesFrameOnlyWhenValid) {
+    ScriptedStream stream;
+    InstrumentNames names;
+    ASSERT_FALSE(names.setName("atracsys-1", "Stylus"));
+    ASSERT_FALSE(names.setName("atracsys-2", "Reference"));
+    stream.setInstrumentNames(names);
+    stream.setReferenceInstrument("atracsys-2");
+    IgtlServer server(loopback());
+    ASSERT_TRUE(server.start());
+    server.serve(&stream);
+    // One client asks for TDATA in the reference's coordinates, the other in the camera's.
+    IgtlTestClient inReference(server.port()), inCamera(server.port());
+    auto start = igtl::StartTrackingDataMessage::New();
+    start->SetResolution(0);
+    start->SetCoordinateName("Reference");
+    inReference.send(packed(start));
+    start->SetCoordinateName("");
+    inCamera.send(packed(start));
+    ASSERT_TRUE(inReference.next("RTS_TDATA") && inCamera.next("RTS_TDATA"));
+
+    emitToolAndReference(stream, 1700000000000, true);
+    FrameMessages seen = readUntilTrackingData(inReference);
+    EXPECT_EQ(seen.names,
+              (std::vector<std::string>{"StylusToTracker", "StylusTipToTracker", "StylusToReference",
+                                        "StylusTipToReference", "ReferenceToTracker"}));
+    // inv(T_reference) * T_tool: the reference turned by 90 degrees about z at (100, 0, 700).
+    igtl::Matrix4x4 m;
+    IgtlTest::unpackAs<igtl::TransformMessage>(seen.transforms["StylusToReference"].pack)->GetMatrix(m);
+    EXPECT_EQ(std::vector<float>({m[0][1], m[1][0], m[0][3], m[1][3], m[2][3]}),
+              std::vector<float>({1, -1, 20, 90, 0}));
+    IgtlTest::unpackAs<igtl::TransformMessage>(seen.transforms["StylusTipToReference"].pack)->GetMatrix(m);
+    EXPECT_EQ(std::vector<float>({m[0][3], m[1][3], m[2][3]}), std::vector<float>({20, 90, 100}));
+    ASSERT_TRUE(seen.trackingData);
+    EXPECT_EQ(elementNames(*seen.trackingData), std::vector<std::string>{"StylusToReference"});
+    seen = readUntilTrackingData(inCamera);
+    ASSERT_TRUE(seen.trackingData);
+    EXPECT_EQ(elementNames(*seen.trackingData), (std::vector<std::string>{"Stylus", "Reference"}));
+
+    // The reference hidden: nothing in its frame (no TDATA for the client that asked in it), the
+    // camera's frame goes on.
+    emitToolAndReference(stream, 1700000000100, false);
+    seen = readUntilTrackingData(inCamera);
+    EXPECT_EQ(seen.names, (std::vector<std::string>{"StylusToTracker", "StylusTipToTracker"}));
+    ASSERT_TRUE(seen.trackingData);
+    EXPECT_EQ(elementNames(*seen.trackingData), std::vector<std::string>{"Stylus"});
+    emitToolAndReference(stream, 1700000000200, true);
+    seen = readUntilTrackingData(inReference);
+    EXPECT_EQ(seen.names,
+              (std::vector<std::string>{"StylusToTracker", "StylusTipToTracker", "StylusToTracker",
+                                        "StylusTipToTracker", "StylusToReference", "StylusTipToReference",
+                                        "ReferenceToTracker"}));
+    ASSERT_TRUE(seen.trackingData);
+    EXPECT_EQ(IgtlTest::timestampUS(seen.trackingData->pack), 1700000000200000u);
 }
 
 TEST(IgtlServer, ReportsAnAddressOrPortItCannotListenOn) {

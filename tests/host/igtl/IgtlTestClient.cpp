@@ -145,7 +145,7 @@ std::optional<ReceivedMessage> IgtlTestClient::next(const std::string& type,
         if (!readFully(message.pack.data() + IGTL_HEADER_SIZE, message.pack.size() - IGTL_HEADER_SIZE,
                        deadline))
             return std::nullopt;
-        if (message.type == type)
+        if (type.empty() || message.type == type)
             return message;
     }
 }

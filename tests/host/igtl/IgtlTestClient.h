@@ -72,7 +72,8 @@ public:
     void reset();
     /// Ends sending (the server reads the end of the stream), keeping the socket.
     void finishSending();
-    /// The next message of that type (others are read and skipped); nothing when the server
+    /// The next message of that type (others are read and skipped; an empty type takes any);
+    /// nothing when the server
     /// closes the connection or none comes within the time.
     std::optional<ReceivedMessage> next(const std::string& type,
                                         std::chrono::milliseconds within = std::chrono::seconds(20));
