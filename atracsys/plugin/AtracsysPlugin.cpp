@@ -3,9 +3,11 @@
 
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
 #include "atracsys/plugin/AtracsysControllerFactory.h"
+#include "atracsys/plugin/AtracsysGeometryCheckAlgorithm.h"
 
 #include "host/core/Properties.h"
 #include "host/lib/AlgorithmControllerFactory.h"
+#include "host/lib/CommandAlgorithms.h"
 #include "host/lib/DataAnnotationFactory.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
 #include "host/licensing/Licensing.h"
@@ -17,6 +19,8 @@
 namespace Kestrion::SpryTrack {
 
 namespace {
+
+const char* const GeometryCheckId = "Atracsys.GeometryCheck";
 
 /// Old algorithm names of the tracking streams and their current names.
 const std::array<std::pair<const char*, const char*>, 4> LegacyStreamNames{{
@@ -37,7 +41,15 @@ int AtracsysPlugin::init() {
         WorkspaceConversion{"Renamed Atracsys tracking stream to standardized naming scheme", 34,
                             &AtracsysPlugin::renameLegacyStreams});
     registerAtracsysWorkingVolumes();
+    // Marker geometry files checked as tracking would take them, for kestrion check-geometry: a
+    // command's algorithm, not one the users' algorithm list offers.
+    CommandAlgorithms::instance().add(pluginId(), GeometryCheckId,
+                                      [] { return std::make_unique<AtracsysGeometryCheckAlgorithm>(); });
     return 0;
+}
+
+AtracsysPlugin::~AtracsysPlugin() {
+    CommandAlgorithms::instance().remove(pluginId());
 }
 
 const std::string& AtracsysPlugin::pluginId() {

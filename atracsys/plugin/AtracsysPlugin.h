@@ -18,6 +18,8 @@ namespace Kestrion::SpryTrack {
 class AtracsysPlugin : public KestrionLibPlugin {
 public:
     AtracsysPlugin() = default;
+    /// Withdraws what init() offered the host's commands.
+    ~AtracsysPlugin() override;
 
     /// 0 active; 1 when the feature "Atracsys" is not licensed (nothing is registered then).
     int init() override;

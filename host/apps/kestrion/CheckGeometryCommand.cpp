@@ -5,7 +5,7 @@
 #include "host/core/Algorithm.h"
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
-#include "host/lib/FactoryRegistry.h"
+#include "host/lib/CommandAlgorithms.h"
 
 #include <cmath>
 #include <cstdio>
@@ -80,9 +80,7 @@ int CheckGeometryCommand::run(CommandContext& context, const std::vector<std::st
     }
     if (!context.loadPlugins())
         return 1;
-    std::unique_ptr<Algorithm> check = FactoryRegistry::instance().hasAlgorithm(CheckAlgorithmId)
-                                           ? FactoryRegistry::instance().createAlgorithm(CheckAlgorithmId)
-                                           : nullptr;
+    std::unique_ptr<Algorithm> check = CommandAlgorithms::instance().create(CheckAlgorithmId);
     if (!check) {
         err << "kestrion check-geometry: the Atracsys tracking plugin is not available (see kestrion "
                "plugins)\n";
