@@ -275,3 +275,20 @@ TEST(TrackFaultMatrix, AKilledRunKeepsItsRowsUpToTheLastSecond) {
     EXPECT_GE(lines(kept) - 1, rows);
     EXPECT_FALSE(std::filesystem::exists(csv));
 }
+
+// A session recording the disk cannot hold is cut short: the command says so with the frames it
+// holds and where, and never that it recorded the camera's frames.
+TEST(TrackFaultMatrix, ARecordingCutShortIsSaidWithItsFrames) {
+    TemporaryFolder folder;
+    const std::string file = folder.path("run.krec");
+    const ProcessResult r = trackInShell(folder, {"--record", file, "--record-images", "--frames", "60"},
+                                         "trap '' XFSZ; ulimit -f 2048; ");
+    EXPECT_EQ(r.exitCode, 1) << r;
+    EXPECT_FALSE(r.outHas("Recorded the camera's frames")) << r;
+    const std::string said = "kestrion track: the recording " + file + " was cut short after ";
+    ASSERT_TRUE(r.errHas(said)) << r;
+    const std::string line = r.err.substr(r.err.find(said));
+    EXPECT_NE(line.find(" frames: "), std::string::npos) << line;
+    EXPECT_NE(line.find("; " + file + ".part holds them\n"), std::string::npos) << line;
+    EXPECT_FALSE(std::filesystem::exists(file));
+}

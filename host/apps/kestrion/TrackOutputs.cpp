@@ -93,7 +93,7 @@ void TrackOutputs::reportWriteFailures() {
     }
 }
 
-void TrackOutputs::finish() {
+void TrackOutputs::finish(const std::optional<RecordingStatus>& recording) {
     if (m_csv.isOpen() && !m_csv.failed() && !m_csv.close()) {
         m_err << "kestrion track: " << m_csv.error() << "; " << m_csv.partialFile()
               << " holds the rows written so far\n";
@@ -107,15 +107,29 @@ void TrackOutputs::finish() {
     else if (!m_options.sequenceFile.empty() && !m_sequence.failed())
         m_out << "Wrote " << m_sequence.framesWritten() << " frames to " << m_options.sequenceFile << "\n";
     m_failed = m_sequence.failed() || m_failed;
-    if (!m_options.recordFile.empty() && !reportRecording())
+    if (!m_options.recordFile.empty() && !reportRecording(recording))
         m_failed = true;
     if (m_images)
         m_out << "Saved " << m_images->pairsSaved() << " image pair(s) to " << m_options.imagesFolder << "\n";
 }
 
-bool TrackOutputs::reportRecording() {
-    // The recorder's own lines, on the console, say why a recording was not completed.
+bool TrackOutputs::reportRecording(const std::optional<RecordingStatus>& recording) {
     const std::string& file = m_options.recordFile;
+    if (recording && recording->state == RecordingStatus::State::CutShort) {
+        // Never "Recorded ..." for a partial file: what it holds and why it ended there.
+        m_err << "kestrion track: the recording " << file << " was cut short after " << recording->frames
+              << " frames" << (recording->reason.empty() ? "" : ": " + recording->reason) << "; "
+              << (recording->writtenFile.empty() ? "nothing was recorded"
+                                                 : recording->writtenFile + " holds them")
+              << "\n";
+        return false;
+    }
+    if (recording && recording->state == RecordingStatus::State::Complete) {
+        m_out << "Recorded the camera's frames to " << file << "\n";
+        return true;
+    }
+    // No final word from the stream (it records no status, or its camera was lost at the end):
+    // the file tells. The recorder's own lines, on the console, say why it was not completed.
     const QFileInfo info(QString::fromStdString(file));
     if (info.isFile() && !QFileInfo::exists(QString::fromStdString(file + ".part"))) {
         m_out << "Recorded the camera's frames to " << file << "\n";

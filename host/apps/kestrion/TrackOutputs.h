@@ -4,6 +4,7 @@
 #include "host/apps/kestrion/TrackCsvWriter.h"
 #include "host/apps/kestrion/TrackImageSaver.h"
 #include "host/apps/kestrion/TrackSequenceWriter.h"
+#include "host/stream/state/RecordingStatus.h"
 
 #include <cstdint>
 #include <optional>
@@ -44,13 +45,14 @@ public:
     void write(std::uint64_t frameIndex, const TrackingStreamData& frame, const CompoundStreamData* compound);
     /// Hands the rows and frames written so far to the system (called at least once a second).
     void flush();
-    /// Completes the files and says what each holds on out, or why not on err.
-    void finish();
+    /// Completes the files and says what each holds on out, or why not on err. `recording` is
+    /// what the stream says of its session recording (none: it gave nothing, the file tells).
+    void finish(const std::optional<RecordingStatus>& recording);
     /// An output failed (said on err).
     bool failed() const { return m_failed; }
 
 private:
-    bool reportRecording();
+    bool reportRecording(const std::optional<RecordingStatus>& recording);
     void reportWriteFailures();
 
     const TrackOptions& m_options;

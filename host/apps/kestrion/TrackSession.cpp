@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <thread>
 #include <unistd.h>
 
 namespace Kestrion::Cli {
@@ -307,6 +308,26 @@ void TrackSession::showTable(std::chrono::steady_clock::time_point now) {
 
 // Finish: close the camera, complete the files, summarise --------------------------------------
 
+std::optional<RecordingStatus> TrackSession::recordingOutcome() {
+    if (m_options.recordFile.empty())
+        return std::nullopt;
+    // The recorder's writer completes the file after the close, on its own thread: its status
+    // says when. A recording with images can take a while to finish writing.
+    const auto started = std::chrono::steady_clock::now();
+    bool said = false;
+    for (;;) {
+        const std::optional<RecordingStatus> status = m_stream->recordingStatus();
+        const auto waited = std::chrono::steady_clock::now() - started;
+        if (!status || status->state != RecordingStatus::State::Recording || waited > std::chrono::minutes(5))
+            return status;
+        if (!said && waited > std::chrono::seconds(1)) {
+            m_out << "Finishing the recording " << m_options.recordFile << " ...\n" << std::flush;
+            said = true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 int TrackSession::finish() {
     // Stop listening first, then stop and close the camera.
     stopListening();
@@ -318,8 +339,9 @@ int TrackSession::finish() {
     m_statusRequested = false;
     m_igtl.stop();
     m_ros2.stop();
+    const std::optional<RecordingStatus> recording = recordingOutcome();
     m_stream = nullptr;
-    m_camera->release(); // the recorder finishes its file when the stream goes
+    m_camera->release(); // a recording still waiting for the camera is finished when the stream goes
     bool failed = false;
     if (!closed) {
         m_err << "kestrion track: the camera could not be closed properly\n";
@@ -354,7 +376,7 @@ int TrackSession::finish() {
     m_out << m_ros2.summary();
     if (m_ended)
         m_out << "The recording ended after " << m_statistics.framesReceived() << " frames\n";
-    m_outputs.finish();
+    m_outputs.finish(recording);
     failed = m_outputs.failed() || failed;
     if (m_statistics.framesReceived() == 0 && StopSignals::received() == 0 && !m_ended) {
         m_err << "kestrion track: no frame was received from the camera\n";

@@ -52,6 +52,7 @@ private:
     void takeFrames(const std::vector<std::shared_ptr<const StreamData>>& batch);
     void showTable(std::chrono::steady_clock::time_point now);
     void stopListening();
+    std::optional<RecordingStatus> recordingOutcome();
 
     const TrackOptions& m_options;
     const TrackConfiguration& m_configuration;
