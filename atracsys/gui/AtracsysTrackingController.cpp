@@ -87,8 +87,10 @@ void AtracsysTrackingController::setupGUI() {
             &AtracsysTrackingController::onQueryImagesStateChanged);
     setupAcquisitionControls();
 
-    // The properties go below the general box.
+    // The properties go below the general box. The integration time has its editor in the
+    // markers widget: one control for it, whichever way the panel was made.
     m_propertiesWidget->setCamelCaseSplitting(true);
+    m_propertiesWidget->hideParameter("imageIntegrationTime");
     m_layout->removeWidget(m_propertiesWidget);
     m_layout->addWidget(m_propertiesWidget);
     connect(m_propertiesWidget, &PropertiesWidget::parameterChanged, this,

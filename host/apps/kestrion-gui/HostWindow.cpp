@@ -52,10 +52,14 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     connect(m_tree, &AlgorithmTree::algorithmActivated, this,
             [this](const QString& identifier) { m_session->createAlgorithm(identifier.toStdString()); });
 
+    // The instruments take the width the table needs; the log shares a place with the 3D view
+    // (the status bar's alert brings it to the front).
     addDockWidget(Qt::BottomDockWidgetArea, m_instrumentDock);
     splitDockWidget(logDock(), m_instrumentDock, Qt::Horizontal);
     addDockWidget(Qt::BottomDockWidgetArea, m_volumeDock);
     splitDockWidget(m_instrumentDock, m_volumeDock, Qt::Horizontal);
+    tabifyDockWidget(m_volumeDock, logDock());
+    m_volumeDock->raise();
     addDockWidget(Qt::LeftDockWidgetArea, m_healthDock);
     splitDockWidget(m_treeDock, m_healthDock, Qt::Vertical);
     statusBar()->addPermanentWidget(m_healthDock->statusLabel());
@@ -188,6 +192,15 @@ bool HostWindow::saveWorkspaceDialog() {
     const std::string file = QtHelpers::getSaveFilename(
         "Save workspace", "kws", m_workspaceFile.empty() ? "workspace" : m_workspaceFile);
     return !file.empty() && saveWorkspace(file);
+}
+
+void HostWindow::showEvent(QShowEvent* event) {
+    MainWindow::showEvent(event);
+    if (m_docksSized)
+        return;
+    // Once the window has its size: the instruments get three fifths of the bottom.
+    m_docksSized = true;
+    resizeDocks({m_instrumentDock, m_volumeDock}, {width() * 3 / 5, width() * 2 / 5}, Qt::Horizontal);
 }
 
 void HostWindow::closeEvent(QCloseEvent* event) {

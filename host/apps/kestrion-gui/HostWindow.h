@@ -66,6 +66,7 @@ public slots:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     void updateTitle();
@@ -85,6 +86,7 @@ private:
     std::string m_savedText;
     bool m_savedTextPending = false;
     bool m_askToSave = true;
+    bool m_docksSized = false;
 };
 
 } // namespace Kestrion::Gui

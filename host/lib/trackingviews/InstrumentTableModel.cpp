@@ -117,7 +117,7 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     if (role == Qt::ForegroundRole && !tracked && index.column() >= Quality &&
         index.column() <= RegistrationError)
         return QBrush(QColor(128, 128, 128)); // the last values, not the present
-    if (role == Qt::TextAlignmentRole && index.column() >= Quality)
+    if (role == Qt::TextAlignmentRole && index.column() >= Quality && index.column() <= LastSeen)
         return QVariant(Qt::AlignRight | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return {};
@@ -150,14 +150,23 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     }
 }
 
+bool InstrumentTableModel::anyNamed() const {
+    for (const Row& row : m_rows)
+        if (row.name != row.id)
+            return true;
+    return false;
+}
+
 QVariant InstrumentTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == RegistrationError)
+        return tr("Registration error (mm): how far the measured fiducials lie from the geometry placed at "
+                  "the pose");
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
     static const char* const titles[] = {
-        QT_TR_NOOP("Id"),       QT_TR_NOOP("Name"),    QT_TR_NOOP("Status"),
-        QT_TR_NOOP("Reason"),   QT_TR_NOOP("Quality"), QT_TR_NOOP("x (mm)"),
-        QT_TR_NOOP("y (mm)"),   QT_TR_NOOP("z (mm)"),  QT_TR_NOOP("Reg. error (mm)"),
-        QT_TR_NOOP("Last seen")};
+        QT_TR_NOOP("Id"),        QT_TR_NOOP("Name"),   QT_TR_NOOP("Status"), QT_TR_NOOP("Quality"),
+        QT_TR_NOOP("x (mm)"),    QT_TR_NOOP("y (mm)"), QT_TR_NOOP("z (mm)"), QT_TR_NOOP("Error (mm)"),
+        QT_TR_NOOP("Last seen"), QT_TR_NOOP("Reason")};
     return section >= 0 && section < ColumnCount ? tr(titles[section]) : QVariant();
 }
 

@@ -14,9 +14,9 @@ namespace Kestrion {
 class TrackingStreamData;
 
 /// The instruments of a tracking frame as a table, one row per instrument in the stream's order:
-/// id, name (the user's name of the frame's InstrumentNames, else the id), status, reason,
-/// quality, position (x, y, z in mm, camera coordinates), registration error (mm) and the time
-/// since the instrument was last tracked.
+/// id, name (the user's name of the frame's InstrumentNames, else the id), status, quality,
+/// position (x, y, z in mm, camera coordinates), registration error (mm), the time since the
+/// instrument was last tracked and the reason of its status.
 ///
 /// Whether a row is tracked is the host's predicate (isInstrumentTracked) for the frame, and
 /// nothing is tracked while the frame is not current (setCurrent(false): the stream stopped
@@ -29,7 +29,8 @@ class TrackingStreamData;
 class InstrumentTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { Id, Name, Status, Reason, Quality, X, Y, Z, RegistrationError, LastSeen, ColumnCount };
+    /// The reason, the longest text, comes last, so that the numbers show in a narrow view.
+    enum Column { Id, Name, Status, Quality, X, Y, Z, RegistrationError, LastSeen, Reason, ColumnCount };
 
     explicit InstrumentTableModel(QObject* parent = nullptr);
 
@@ -46,6 +47,8 @@ public:
     /// Removes every row (no stream).
     void clear();
 
+    /// Whether some instrument has a name of its own (else the name column shows the ids).
+    bool anyNamed() const;
     /// Whether the row's instrument is tracked in the last frame shown, and that frame is current.
     bool isTracked(int row) const;
 

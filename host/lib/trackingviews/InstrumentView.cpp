@@ -173,6 +173,8 @@ void InstrumentView::refresh() {
     else
         m_model->showTime(now);
     m_model->setCurrent(condition.current, condition.reason);
+    // Until an instrument is named, its name is its id: one column says it.
+    m_table->setColumnHidden(InstrumentTableModel::Id, !m_model->anyNamed());
     if (m_model->rowCount() > 0)
         showPlaceholder(QString());
     else if (m_tap->latest().framesPut() == 0)

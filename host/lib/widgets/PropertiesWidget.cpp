@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cctype>
 #include <functional>
 
@@ -89,6 +90,13 @@ std::string PropertiesWidget::splitCamelCase(const std::string& name) {
     return out;
 }
 
+void PropertiesWidget::hideParameter(const std::string& name) {
+    if (std::find(m_hiddenNames.begin(), m_hiddenNames.end(), name) != m_hiddenNames.end())
+        return;
+    m_hiddenNames.push_back(name);
+    rebuild();
+}
+
 void PropertiesWidget::setCamelCaseSplitting(bool enabled) {
     if (m_camelCase == enabled)
         return;
@@ -150,7 +158,8 @@ void PropertiesWidget::rebuild() {
 void PropertiesWidget::addBlock(Properties& block, const std::vector<std::string>& blockPath,
                                 QGridLayout* grid) {
     for (const std::string& name : block.paramNames()) {
-        if (hasHiddenAttribute(block.paramAttribute(name, "hidden")))
+        if (hasHiddenAttribute(block.paramAttribute(name, "hidden")) ||
+            std::find(m_hiddenNames.begin(), m_hiddenNames.end(), name) != m_hiddenNames.end())
             continue;
         const int gridRow = grid->rowCount();
         Row row;

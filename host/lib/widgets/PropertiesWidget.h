@@ -44,6 +44,9 @@ public:
 
     void setCamelCaseSplitting(bool enabled);
     bool camelCaseSplitting() const { return m_camelCase; }
+    /// Leaves a parameter (of any block) out of view, for a panel that shows it with an editor of
+    /// its own; it stays in the tree and in the saved configuration.
+    void hideParameter(const std::string& name);
     /// "maxFiducialMarkerDistance" -> "Max Fiducial Marker Distance", "SDKPath" -> "SDK Path",
     /// "max_distance" -> "Max distance"; text that already has spaces keeps its words.
     static std::string splitCamelCase(const std::string& name);
@@ -95,6 +98,7 @@ private:
     Configurable* m_object = nullptr;
     std::unique_ptr<Properties> m_owned;
     Properties* m_tree = nullptr;
+    std::vector<std::string> m_hiddenNames;
     bool m_camelCase = false;
     QWidget* m_content = nullptr;
     std::vector<Row> m_rows;

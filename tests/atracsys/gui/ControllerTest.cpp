@@ -291,9 +291,14 @@ TEST_F(TrackingControllerTest, FiducialModeImagesAndPropertiesReachTheStream) {
     ASSERT_TRUE(distance);
     distance->setValue(42.5);
     EXPECT_EQ(stream->maxFiducialMarkerDistance(), 42.5);
-    ASSERT_TRUE(GuiTest::processEventsUntil([&] { return properties->editor("imageIntegrationTime"); }));
-    EXPECT_EQ(qobject_cast<QSpinBox*>(properties->editor("imageIntegrationTime"))->value(),
-              stream->imageIntegrationTime());
+    // The integration time has one control, the markers widget's; the key stays in the settings.
+    ASSERT_TRUE(GuiTest::processEventsUntil(
+        [&] { return properties->properties().hasParam("imageIntegrationTime"); }));
+    EXPECT_EQ(properties->editor("imageIntegrationTime"), nullptr);
+    auto* integration = controller.findChild<QSpinBox*>("integrationTimeSpinbox");
+    ASSERT_TRUE(integration && integration->isVisibleTo(&controller));
+    controller.markersWidget()->updateGUI();
+    EXPECT_EQ(integration->value(), stream->imageIntegrationTime());
     ASSERT_TRUE(stream->close());
 }
 

@@ -1,18 +1,24 @@
 #include "host/apps/kestrion-gui/HostWindow.h"
 #include "host/apps/kestrion-gui/AlgorithmTree.h"
 #include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/apps/kestrion-gui/InstrumentDock.h"
 #include "host/core/Algorithm.h"
 #include "host/core/Progress.h"
 #include "host/core/Properties.h"
+#include "host/core/Time.h"
 #include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/PluginLoader.h"
+#include "host/lib/trackingviews/InstrumentTableModel.h"
+#include "host/lib/trackingviews/InstrumentView.h"
 #include "host/lib/widgets/AlgorithmControllerWidget.h"
 #include "host/lib/widgets/PropertiesController.h"
 #include "host/lib/widgets/QtHelpers.h"
 #include "host/lib/widgets/SaveChangesQuestion.h"
 #include "host/licensing/LicenseService.h"
+#include "host/stream/TrackingStream.h"
+#include "host/stream/TrackingStreamData.h"
 #include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/gui/GuiTestApplication.h"
@@ -21,6 +27,7 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -197,6 +204,35 @@ TEST_F(HostWindowTest, AsksToSaveAChangedWorkspaceBeforeQuittingClosingOrOpening
     ASSERT_EQ(dialogs.size(), 2u);
     EXPECT_EQ(dialogs[0].startPath, saved);
     EXPECT_EQ(dialogs[1].startPath, dir.path().toStdString());
+}
+
+TEST_F(HostWindowTest, TheInstrumentTableShowsItsNumbersAtTheDefaultWindowSize) {
+    HostWindow window(FactoryRegistry::instance());
+    window.resize(1280, 800);
+    window.show();
+    InstrumentView& view = *window.instrumentDock()->view();
+    struct FedStream : TrackingStream {
+        FedStream()
+            : TrackingStream("fed") {}
+        std::vector<TrackingInstrument> instruments() const override { return {}; }
+        using TrackingStream::emitStreamData;
+    } stream;
+    view.setStream(&stream);
+    TrackingInstrument tool(TrackerID("atracsys-1000", "newtool.ini"));
+    tool.quality = 0.993;
+    tool.matrix.block<3, 1>(0, 3) = Eigen::Vector3d(-123.45, 67.89, 1234.56);
+    stream.emitStreamData(std::make_shared<TrackingStreamData>(nullptr, std::vector<TrackingInstrument>{tool},
+                                                               Time::utcMilliseconds(), 1));
+    view.refresh();
+    for (int i = 0; i < 5; ++i)
+        QCoreApplication::processEvents(); // the window's layout settles
+    const int width = view.table()->viewport()->width();
+    EXPECT_TRUE(view.table()->isColumnHidden(InstrumentTableModel::Id)) << "unnamed: the name is the id";
+    for (int column = InstrumentTableModel::Name; column <= InstrumentTableModel::LastSeen; ++column) {
+        const QRect cell = view.table()->visualRect(view.model()->index(0, column));
+        EXPECT_LE(cell.right(), width) << "column " << column << " of a table " << width << " px wide";
+    }
+    view.setStream(nullptr);
 }
 
 /// An algorithm whose computation lasts until the test releases it.
