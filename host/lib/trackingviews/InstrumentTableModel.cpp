@@ -18,7 +18,9 @@ InstrumentTableModel::InstrumentTableModel(QObject* parent)
 
 void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint64_t nowMs) {
     const auto* statusData = frame.component<InstrumentStatusData>();
-    const auto* names = frame.component<InstrumentNames>();
+    const InstrumentNames* names = frame.component<InstrumentNames>();
+    if (!names)
+        names = m_fallbackNames.get();
     const std::uint64_t frameMs = frameTimeUS(frame) / 1000;
     const std::vector<TrackingInstrument>& instruments = frame.instruments();
     bool sameInstruments = instruments.size() == m_rows.size();
@@ -119,7 +121,8 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
         return QBrush(QColor(128, 128, 128)); // the last values, not the present
     if (role == Qt::TextAlignmentRole && index.column() >= Quality && index.column() <= LastSeen)
         return QVariant(Qt::AlignRight | Qt::AlignVCenter);
-    if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
+    if (role != Qt::DisplayRole && role != Qt::ToolTipRole &&
+        !(role == Qt::EditRole && index.column() == Name))
         return {};
     switch (index.column()) {
     case Id:
@@ -148,6 +151,22 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     default:
         return {};
     }
+}
+
+Qt::ItemFlags InstrumentTableModel::flags(const QModelIndex& index) const {
+    const Qt::ItemFlags base = QAbstractTableModel::flags(index);
+    return index.isValid() && index.column() == Name ? base | Qt::ItemIsEditable : base;
+}
+
+bool InstrumentTableModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+    if (!index.isValid() || index.column() != Name || role != Qt::EditRole || index.row() >= rowCount())
+        return false;
+    const Row& row = m_rows[static_cast<std::size_t>(index.row())];
+    const QString name = value.toString().trimmed();
+    // Cleared, or left as shown (the id of an unnamed instrument): no name of its own.
+    emit nameEdited(QString::fromStdString(row.id),
+                    name == QString::fromStdString(row.id) ? QString() : name);
+    return false;
 }
 
 bool InstrumentTableModel::anyNamed() const {

@@ -5,12 +5,14 @@
 #include <QAbstractTableModel>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Kestrion {
 
+class InstrumentNames;
 class TrackingStreamData;
 
 /// The instruments of a tracking frame as a table, one row per instrument in the stream's order:
@@ -46,6 +48,10 @@ public:
     bool isCurrent() const { return m_current; }
     /// Removes every row (no stream).
     void clear();
+    /// The names shown for frames that carry none (the stream's names now); null: the ids.
+    void setFallbackNames(std::shared_ptr<const InstrumentNames> names) {
+        m_fallbackNames = std::move(names);
+    }
 
     /// Whether some instrument has a name of its own (else the name column shows the ids).
     bool anyNamed() const;
@@ -56,6 +62,13 @@ public:
     int columnCount(const QModelIndex& parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    /// The name column is editable: an edit is announced (nameEdited), not applied here; the
+    /// stream's names decide what the next frame shows.
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+
+signals:
+    void nameEdited(const QString& instrumentId, const QString& name);
 
 private:
     struct Row {
@@ -77,6 +90,7 @@ private:
     std::uint64_t m_nowMs = 0;
     bool m_current = true;
     QString m_heldReason;
+    std::shared_ptr<const InstrumentNames> m_fallbackNames;
 };
 
 } // namespace Kestrion

@@ -8,6 +8,7 @@
 #include "host/lib/trackingviews/TrackingStreamTap.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
 
 #include <QHeaderView>
 #include <QLabel>
@@ -76,6 +77,9 @@ InstrumentView::InstrumentView(QWidget* parent)
     m_table->verticalHeader()->hide();
     m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_table->horizontalHeader()->setStretchLastSection(true);
+    // Names are edited in place (double click on a name): the stream's names take them.
+    m_table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
+    connect(m_model, &InstrumentTableModel::nameEdited, this, &InstrumentView::renameInstrument);
     connect(&m_timer, &QTimer::timeout, this, &InstrumentView::refresh);
     m_timer.setInterval(RefreshMs);
     Log::addSink(m_errors);
@@ -168,6 +172,7 @@ void InstrumentView::refresh() {
     const StreamCondition condition = StreamCondition::of(m_tap->stream());
     showState(condition);
     const std::uint64_t now = Time::utcMilliseconds();
+    m_model->setFallbackNames(m_tap->stream().instrumentNames());
     if (const std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take())
         m_model->showFrame(*frame, now);
     else
@@ -181,6 +186,23 @@ void InstrumentView::refresh() {
         showPlaceholder(tr("Waiting for the first frame of the stream (it shows once the stream runs)."));
     else
         showPlaceholder(tr("The stream has no instruments: load a marker geometry to track one."));
+}
+
+std::optional<std::string> InstrumentView::renameInstrument(const QString& instrumentId,
+                                                            const QString& name) {
+    if (!m_tap)
+        return std::string("no stream");
+    TrackingStream& stream = m_tap->stream();
+    const std::shared_ptr<const InstrumentNames> current = stream.instrumentNames();
+    InstrumentNames names = current ? *current : InstrumentNames();
+    std::optional<std::string> problem = names.setName(instrumentId.toStdString(), name.toStdString());
+    if (problem) {
+        KESTRION_LOG_WARN("InstrumentView", "Cannot name " << instrumentId.toStdString() << ": " << *problem);
+        return problem;
+    }
+    stream.setInstrumentNames(names);
+    m_model->setFallbackNames(stream.instrumentNames());
+    return std::nullopt;
 }
 
 void InstrumentView::showEvent(QShowEvent* event) {

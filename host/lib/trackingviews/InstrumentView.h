@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 class QLabel;
 class QTableView;
@@ -47,6 +49,10 @@ public:
     QString placeholderText() const;
     /// The stream's state line ("" while it runs).
     QString stateText() const;
+
+    /// Names an instrument of the stream (empty: its id again), as an edit of the name column
+    /// does; the reason when the name is refused (also logged), none when the stream took it.
+    std::optional<std::string> renameInstrument(const QString& instrumentId, const QString& name);
 
 public slots:
     /// Shows the newest frame (the timer calls it).

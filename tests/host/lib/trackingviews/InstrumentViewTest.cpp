@@ -293,3 +293,38 @@ TEST(InstrumentView, SaysWhyNothingIsTrackedWhileTheStreamDoesNotDeliver) {
         << view.stateText().toStdString();
     view.setStream(nullptr);
 }
+
+TEST(InstrumentView, NamesAreEditedInTheNameColumnAndTheStreamTakesThem) {
+    TestSupport::guiApplication();
+    TestSupport::LogCapture capture;
+    FedStream stream;
+    InstrumentView view;
+    view.setStream(&stream);
+    stream.feed(
+        frame({instrument("atracsys-1000", "newtool.ini", 0.9), instrument("atracsys-1001", "", 0.9)}, 5));
+    view.refresh();
+    ASSERT_EQ(view.model()->rowCount(), 2);
+    EXPECT_TRUE(view.model()->flags(view.model()->index(0, InstrumentTableModel::Name)) & Qt::ItemIsEditable);
+    EXPECT_TRUE(view.table()->isColumnHidden(InstrumentTableModel::Id));
+
+    view.model()->setData(view.model()->index(0, InstrumentTableModel::Name), "Stylus");
+    ASSERT_TRUE(stream.instrumentNames());
+    EXPECT_EQ(stream.instrumentNames()->userName("atracsys-1000"), "Stylus");
+    stream.feed(
+        frame({instrument("atracsys-1000", "newtool.ini", 0.9), instrument("atracsys-1001", "", 0.9)}, 6));
+    view.refresh();
+    EXPECT_EQ(cell(*view.model(), 0, InstrumentTableModel::Name), "Stylus");
+    EXPECT_EQ(cell(*view.model(), 1, InstrumentTableModel::Name), "atracsys-1001");
+    EXPECT_FALSE(view.table()->isColumnHidden(InstrumentTableModel::Id)) << "named: the id shows beside";
+
+    // A name another instrument has, or one that is not letters and digits, is refused and said.
+    const auto refused = view.renameInstrument("atracsys-1001", "Stylus");
+    ASSERT_TRUE(refused);
+    EXPECT_TRUE(capture->contains(Log::Warning, "InstrumentView", "Cannot name atracsys-1001: " + *refused))
+        << capture->dump();
+    EXPECT_TRUE(view.renameInstrument("atracsys-1001", "my tool"));
+    EXPECT_EQ(stream.instrumentNames()->userName("atracsys-1001"), "");
+    EXPECT_FALSE(view.renameInstrument("atracsys-1000", "")) << "an empty name gives the id back";
+    EXPECT_EQ(stream.instrumentNames()->userName("atracsys-1000"), "");
+    view.setStream(nullptr);
+}
