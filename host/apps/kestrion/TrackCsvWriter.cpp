@@ -1,5 +1,6 @@
 #include "host/apps/kestrion/TrackCsvWriter.h"
 
+#include "host/apps/kestrion/TrackReferenceColumns.h"
 #include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
@@ -28,17 +29,27 @@ std::string csvField(const std::string& text) {
     }
     return quoted + "\"";
 }
+
+/// The status's reason, and that the reference was not seen when a reference is chosen.
+std::string reasonWithReference(const std::string& reason, const TrackingStreamData& frame,
+                                const std::string& id) {
+    const std::string note = TrackReferenceColumns::referenceNote(frame, id);
+    return note.empty() ? reason : reason + "; " + note;
+}
 } // namespace
 
-bool TrackCsvWriter::open(const std::string& file, bool tipColumns) {
+bool TrackCsvWriter::open(const std::string& file, bool tipColumns, bool referenceColumns) {
     m_tipColumns = tipColumns;
+    m_referenceColumns = referenceColumns;
     if (!m_file.open(file))
         return false;
     m_pending.emplace(m_file, "rows");
     m_line.resize(4096);
     std::FILE* out = m_file.stream();
     if (std::fputs(Header, out) == EOF ||
-        (tipColumns && std::fputs(TrackTipColumns::csvHeader(), out) == EOF) || std::fputs("\n", out) == EOF)
+        (tipColumns && std::fputs(TrackTipColumns::csvHeader(), out) == EOF) ||
+        (referenceColumns && std::fputs(TrackReferenceColumns::csvHeader(tipColumns).c_str(), out) == EOF) ||
+        std::fputs("\n", out) == EOF)
         return m_file.fail("cannot write", errno);
     return true;
 }
@@ -69,19 +80,23 @@ bool TrackCsvWriter::write(std::uint64_t frameIndex, const TrackingStreamData& f
         char error[32] = "";
         if (entry && std::isfinite(entry->registrationErrorMm))
             std::snprintf(error, sizeof error, "%.4f", entry->registrationErrorMm);
-        int length =
-            std::snprintf(m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%llu,%s,%s,%d,%.4f,%s,%s,%s,%s",
-                          static_cast<unsigned long long>(frameIndex), deviceCounter,
-                          static_cast<unsigned long long>(frame.arrivalTimestamp()),
-                          static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
-                          static_cast<unsigned long long>(captureUS), csvField(instrument.ID()).c_str(),
-                          csvField(instrument.id.name).c_str(), tracked ? 1 : 0, instrument.quality, pose,
-                          error, entry ? InstrumentStatusData::stateName(entry->state) : "",
-                          entry ? csvField(entry->reason).c_str() : "");
+        int length = std::snprintf(
+            m_line.data(), m_line.size(), "%llu,%s,%llu,%llu,%s,%llu,%s,%s,%d,%.4f,%s,%s,%s,%s",
+            static_cast<unsigned long long>(frameIndex), deviceCounter,
+            static_cast<unsigned long long>(frame.arrivalTimestamp()),
+            static_cast<unsigned long long>(frame.deviceTimestamp()), deviceTime,
+            static_cast<unsigned long long>(captureUS), csvField(instrument.ID()).c_str(),
+            csvField(instrument.id.name).c_str(), tracked ? 1 : 0, instrument.quality, pose, error,
+            entry ? InstrumentStatusData::stateName(entry->state) : "",
+            entry ? csvField(reasonWithReference(entry->reason, frame, instrument.ID())).c_str() : "");
         if (m_tipColumns && length >= 0 && static_cast<std::size_t>(length) < m_line.size())
             length += TrackTipColumns::csvFields(m_line.data() + length,
                                                  m_line.size() - static_cast<std::size_t>(length), frame,
                                                  instrument.ID());
+        if (m_referenceColumns && length >= 0 && static_cast<std::size_t>(length) < m_line.size())
+            length += TrackReferenceColumns::csvFields(m_line.data() + length,
+                                                       m_line.size() - static_cast<std::size_t>(length),
+                                                       frame, instrument.ID(), m_tipColumns);
         if (length >= 0 && static_cast<std::size_t>(length) + 1 < m_line.size())
             m_line[static_cast<std::size_t>(length++)] = '\n';
         else

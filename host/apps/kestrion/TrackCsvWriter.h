@@ -46,7 +46,8 @@ public:
 
     /// Creates "<file>.part" and writes the header. False (see error()) on failure, also when
     /// "<file>.part" exists already: it is not ours to replace.
-    bool open(const std::string& file, bool tipColumns = false);
+    /// `referenceColumns`: the columns of the poses in a reference's frame follow.
+    bool open(const std::string& file, bool tipColumns = false, bool referenceColumns = false);
     /// Appends the rows of one frame; false once a write has failed.
     bool write(std::uint64_t frameIndex, const TrackingStreamData& frame, const DeviceFrameInfo* device);
     /// Hands the rows appended so far to the system; false once a write has failed.
@@ -68,6 +69,7 @@ private:
     std::optional<PendingRows> m_pending; // from open()
     std::uint64_t m_rows = 0;
     bool m_tipColumns = false;
+    bool m_referenceColumns = false;
     std::vector<char> m_line; // reused for every row
 };
 

@@ -3,6 +3,7 @@
 #include "host/ros2/Ros2DomainConfig.h"
 #include "host/ros2/Ros2Names.h"
 #include "host/stream/connection/CameraSelection.h"
+#include "host/stream/state/InstrumentNames.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -65,7 +66,8 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             option == "--frames" || option == "--csv" || option == "--refresh" || option == "--igtl" ||
             option == "--igtl-bind" || option == "--record" || option == "--sequence" ||
             option == "--poll-ms" || option == "--serial" || option == "--ros2-domain" ||
-            option == "--ros2-namespace" || option == "--ros2-frame" || option == "--ros2-network";
+            option == "--ros2-namespace" || option == "--ros2-frame" || option == "--ros2-network" ||
+            option == "--name" || option == "--reference";
         if (!takesValue)
             return fail(option.rfind("-", 0) == 0 ? "unknown option '" + option + "'"
                                                   : "unexpected argument '" + option + "'");
@@ -117,6 +119,25 @@ std::optional<TrackOptions> TrackOptions::parse(const std::vector<std::string>& 
             if (problem)
                 return fail(option + ": " + *problem);
             (option == "--ros2-frame" ? options.ros2Frame : options.ros2Namespace) = value;
+        } else if (option == "--name") {
+            const std::size_t equals = value.find('=');
+            if (equals == std::string::npos || equals == 0)
+                return fail("--name takes INSTRUMENT=NAME (as in atracsys-1000=Stylus), not '" + value + "'");
+            const std::string id = value.substr(0, equals);
+            const std::string name = value.substr(equals + 1);
+            if (const auto problem = InstrumentNames::nameProblem(name))
+                return fail("--name " + value + ": " + *problem);
+            for (const auto& [otherId, otherName] : options.names) {
+                if (otherId == id)
+                    return fail("--name: " + id + " is named twice ('" + otherName + "' and '" + name + "')");
+                if (otherName == name)
+                    return fail("--name: '" + name + "' is given to both " + otherId + " and " + id);
+            }
+            options.names.emplace_back(id, name);
+        } else if (option == "--reference") {
+            if (!options.referenceId.empty())
+                return fail("option --reference given twice");
+            options.referenceId = value;
         } else if (option == "--ros2-network") {
             options.ros2Network = value;
         } else if (option == "--poll-ms") {

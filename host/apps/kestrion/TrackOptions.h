@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Kestrion::Cli {
@@ -54,6 +55,10 @@ struct TrackOptions {
     std::string ros2Frame = "atracsys_camera";
     /// Network interface to publish on; empty: this computer only.
     std::string ros2Network;
+    /// Names given to instruments (`--name ID=Name`), in the order given.
+    std::vector<std::pair<std::string, std::string>> names;
+    /// The instrument the others are also given in (`--reference ID`); empty: none.
+    std::string referenceId;
 
     /// The example markers used when neither geometries nor a workspace are given.
     static std::vector<std::string> exampleGeometries();

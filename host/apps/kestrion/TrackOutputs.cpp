@@ -28,7 +28,7 @@ TrackOutputs::~TrackOutputs() {
     m_imagesPath.removeIfUnused();
 }
 
-bool TrackOutputs::open(bool tipColumns) {
+bool TrackOutputs::open(bool tipColumns, bool referenceColumns) {
     for (OutputPath* output : {&m_csvPath, &m_imagesPath, &m_recordPath, &m_sequencePath})
         if (!output->path().empty() && !output->check(m_options.force)) {
             m_err << "kestrion track: " << output->error() << "\n";
@@ -39,7 +39,7 @@ bool TrackOutputs::open(bool tipColumns) {
             m_err << "kestrion track: " << output->error() << "\n";
             return false;
         }
-    if (!m_options.csvFile.empty() && !m_csv.open(m_options.csvFile, tipColumns)) {
+    if (!m_options.csvFile.empty() && !m_csv.open(m_options.csvFile, tipColumns, referenceColumns)) {
         m_err << "kestrion track: " << m_csv.error() << "\n";
         return false;
     }

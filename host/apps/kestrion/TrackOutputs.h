@@ -35,7 +35,8 @@ public:
 
     /// Checks every output path, then opens the files and makes the image folder. False after a
     /// message on err. Called before the camera opens, so that a bad path costs no connection.
-    bool open(bool tipColumns);
+    /// `referenceColumns`: the CSV file has the columns of the poses in a reference's frame.
+    bool open(bool tipColumns, bool referenceColumns = false);
     /// Tracking began: the files stay from now on, whatever happens.
     void keep() { m_kept = true; }
 

@@ -3,6 +3,7 @@
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/state/InstrumentNames.h"
 #include "host/stream/state/InstrumentTracking.h"
+#include "host/stream/state/ReferencePoseData.h"
 
 #include <cctype>
 #include <cerrno>
@@ -88,6 +89,23 @@ bool TrackSequenceWriter::write(std::uint64_t frameIndex, const TrackingStreamDa
             prefix, name.c_str(), m(0, 0), m(0, 1), m(0, 2), m(0, 3), m(1, 0), m(1, 1), m(1, 2), m(1, 3),
             m(2, 0), m(2, 1), m(2, 2), m(2, 3), prefix, name.c_str(),
             isInstrumentTracked(frame, instrument) ? "OK" : "INVALID");
+    }
+    // With a reference: every other instrument in the reference's frame, valid or not.
+    if (const auto* poses = frame.component<ReferencePoseData>()) {
+        const std::string reference = transformName(frame, poses->referenceId());
+        for (const TrackingInstrument& instrument : frame.instruments()) {
+            if (instrument.ID() == poses->referenceId())
+                continue;
+            const ReferencePoseData::Entry* entry = poses->find(instrument.ID());
+            const Eigen::Matrix4d m = entry ? entry->poseInReference : Eigen::Matrix4d::Identity();
+            const std::string& name = transformName(frame, instrument.ID());
+            appendLine(
+                "%s%sTo%sTransform = %.9g %.9g %.9g %.9g %.9g %.9g %.9g %.9g %.9g %.9g %.9g %.9g 0 0 0 "
+                "1\n%s%sTo%sTransformStatus = %s\n",
+                prefix, name.c_str(), reference.c_str(), m(0, 0), m(0, 1), m(0, 2), m(0, 3), m(1, 0), m(1, 1),
+                m(1, 2), m(1, 3), m(2, 0), m(2, 1), m(2, 2), m(2, 3), prefix, name.c_str(), reference.c_str(),
+                entry ? "OK" : "INVALID");
+        }
     }
     appendLine("%sImageStatus = INVALID\n", prefix);
     m_pending->append(m_frameText.data(), m_frameText.size(), 1);

@@ -12,6 +12,7 @@
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/connection/CameraSelection.h"
+#include "host/stream/state/InstrumentNames.h"
 
 #include <algorithm>
 #include <cmath>
@@ -99,7 +100,7 @@ int TrackSession::run() {
 // Outputs -------------------------------------------------------------------------------------
 
 bool TrackSession::checkOutputs() {
-    return m_outputs.open(TrackTipColumns::anyTip(m_configuration.targets));
+    return m_outputs.open(TrackTipColumns::anyTip(m_configuration.targets), !referenceId().empty());
 }
 
 // Open: the stream, its geometries, the camera ------------------------------------------------
@@ -125,7 +126,7 @@ bool TrackSession::open() {
     auto* cameras = dynamic_cast<CameraSelection*>(m_stream);
     if (cameras && !m_options.serialNumber)
         m_out << cameraChoiceNote(*cameras);
-    if (!geometriesLoaded(log))
+    if (!geometriesLoaded(log) || !namesApplied())
         return false;
     std::string error;
     if (!m_igtl.start(m_options, *m_stream, m_out, &error) ||
@@ -159,6 +160,48 @@ bool TrackSession::geometriesLoaded(const LogCollector& log) {
               << (reason.empty() ? "" : ": " + reason) << "\n";
         return false;
     }
+    return true;
+}
+
+std::string TrackSession::referenceId() const {
+    if (!m_options.referenceId.empty())
+        return m_options.referenceId;
+    return m_configuration.properties.param("referenceInstrument", std::string());
+}
+
+bool TrackSession::namesApplied() {
+    // --name and --reference name instruments by id: each must be one the stream holds.
+    const std::vector<TrackingInstrument> instruments = m_stream->instruments();
+    std::string known;
+    for (const TrackingInstrument& instrument : instruments)
+        known += (known.empty() ? "" : ", ") + instrument.ID();
+    auto holds = [&instruments](const std::string& id) {
+        return std::any_of(instruments.begin(), instruments.end(),
+                           [&id](const TrackingInstrument& instrument) { return instrument.ID() == id; });
+    };
+    const auto current = m_stream->instrumentNames();
+    InstrumentNames names = current ? *current : InstrumentNames();
+    for (const auto& [id, name] : m_options.names) {
+        if (!holds(id)) {
+            m_err << "kestrion track: --name " << id << "=" << name << ": no instrument " << id
+                  << " (instruments: " << known << ")\n";
+            return false;
+        }
+        if (const auto problem = names.setName(id, name)) {
+            m_err << "kestrion track: --name " << id << "=" << name << ": " << *problem << "\n";
+            return false;
+        }
+    }
+    if (!m_options.names.empty())
+        m_stream->setInstrumentNames(names);
+    const std::string reference = referenceId();
+    if (!reference.empty() && !holds(reference)) {
+        m_err << "kestrion track: reference " << reference << ": no instrument " << reference
+              << " (instruments: " << known << ")\n";
+        return false;
+    }
+    if (!m_options.referenceId.empty())
+        m_stream->setReferenceInstrument(m_options.referenceId);
     return true;
 }
 

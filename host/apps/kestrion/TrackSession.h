@@ -48,6 +48,10 @@ private:
     int finish();
 
     bool geometriesLoaded(const LogCollector& log);
+    /// Applies --name and --reference; false after a message when they name no instrument.
+    bool namesApplied();
+    /// The reference chosen by --reference, else by the workspace; empty: none.
+    std::string referenceId() const;
     void listen();
     void takeFrames(const std::vector<std::shared_ptr<const StreamData>>& batch);
     void showTable(std::chrono::steady_clock::time_point now);

@@ -1,11 +1,14 @@
 #include "host/apps/kestrion/TrackStatistics.h"
 
+#include "host/apps/kestrion/TrackReferenceColumns.h"
 #include "host/apps/kestrion/TrackTipColumns.h"
 
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/InstrumentNames.h"
 #include "host/stream/state/InstrumentTracking.h"
+#include "host/stream/state/ReferencePoseData.h"
 
 #include <cstdio>
 #include <sstream>
@@ -25,11 +28,20 @@ void TrackStatistics::add(const TrackingStreamData& frame, const DeviceFrameInfo
     }
     bool anyTracked = false;
     const InstrumentStatusData* status = frame.component<InstrumentStatusData>();
+    const auto* names = frame.component<InstrumentNames>();
+    const auto* poses = frame.component<ReferencePoseData>();
+    m_anyReference = m_anyReference || poses;
     for (const TrackingInstrument& instrument : frame.instruments()) {
         auto [it, inserted] = m_instruments.try_emplace(instrument.ID());
         if (inserted)
             m_order.push_back(instrument.ID());
-        it->second.name = instrument.id.name;
+        // The user's name when there is one, else the stream's own name of the instrument.
+        const std::string userName = names ? names->userName(instrument.ID()) : std::string();
+        it->second.name = userName.empty() ? instrument.id.name : userName;
+        if (poses) {
+            it->second.referenceCell = TrackReferenceColumns::tableCell(&frame, instrument.ID());
+            it->second.referenceNote = TrackReferenceColumns::referenceNote(frame, instrument.ID());
+        }
         it->second.trackedNow = isInstrumentTracked(frame, instrument);
         const InstrumentStatusData::Entry* entry = status ? status->find(instrument.ID()) : nullptr;
         it->second.status = entry ? entry->reason : std::string();
@@ -75,7 +87,8 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
     }
     std::snprintf(line, sizeof line, "%-16s %-20s %10s %10s %10s %8s %10s", "Instrument", "Name", "x [mm]",
                   "y [mm]", "z [mm]", "Quality", "Last seen");
-    out << line << (m_anyTip ? TrackTipColumns::tableHeader() : "") << "  Status\n";
+    out << line << (m_anyTip ? TrackTipColumns::tableHeader() : "")
+        << (m_anyReference ? TrackReferenceColumns::tableHeader() : "") << "  Status\n";
     for (const std::string& id : m_order) {
         const InstrumentState& state = m_instruments.at(id);
         char age[32] = "never";
@@ -97,10 +110,12 @@ std::string TrackStatistics::table(std::uint64_t nowMs, double elapsedS, double 
         // The tip, like the pose, only while tracked; before the status, whose text is free.
         if (m_anyTip)
             out << TrackTipColumns::tableCell(tracked ? state.tip : std::nullopt);
+        if (m_anyReference)
+            out << (delivering ? state.referenceCell : TrackReferenceColumns::tableCell(nullptr, id));
         if (!delivering)
             out << "  " << notDelivering;
         else if (!state.status.empty())
-            out << "  " << state.status;
+            out << "  " << state.status << (state.referenceNote.empty() ? "" : "; " + state.referenceNote);
         out << "\n";
     }
     return out.str();

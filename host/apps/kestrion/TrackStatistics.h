@@ -50,6 +50,8 @@ private:
         bool trackedNow = false;            // tracked in the latest frame
         std::string status;                 // the reason of the latest frame's instrument status, if any
         std::optional<Eigen::Vector3d> tip; // where that frame put the tool tip, if it has one
+        std::string referenceCell;          // the position in the reference's frame, as shown
+        std::string referenceNote;          // "reference not seen", or empty
     };
 
     std::string m_deviceType;
@@ -60,7 +62,8 @@ private:
     std::optional<std::uint32_t> m_lastCounter;
     std::vector<std::string> m_order; // instrument ids in order of first appearance
     std::map<std::string, InstrumentState> m_instruments;
-    bool m_anyTip = false; // the tip column is shown once a tip was seen
+    bool m_anyTip = false;       // the tip column is shown once a tip was seen
+    bool m_anyReference = false; // the reference column is shown once frames carry a reference
 };
 
 } // namespace Kestrion::Cli
