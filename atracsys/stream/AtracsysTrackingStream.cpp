@@ -631,6 +631,7 @@ void AtracsysTrackingStream::processFrame(const ftkFrameQuery& fetched, Clock::t
         lock.unlock();
         tracking->addComponent(std::move(info));
     }
+    completeFrame(*tracking); // the host's additions: names, poses in the reference's frame
     const std::uint64_t deviceTimestamp =
         tracking->instruments().empty() ? timestamp : tracking->deviceTimestamp();
     std::vector<std::shared_ptr<const StreamData>> subData;
