@@ -80,7 +80,8 @@ int main(int argc, char** argv) {
     if (delays.empty())
         std::printf("0 0 0\n");
     else
-        std::printf("%zu %.1f %.1f\n", delays.size(), delays[delays.size() / 2], delays[delays.size() * 99 / 100]);
+        std::printf("%zu %.1f %.1f\n", delays.size(), delays[delays.size() / 2],
+                    delays[delays.size() * 99 / 100]);
     dds_delete(participant);
     return 0;
 }

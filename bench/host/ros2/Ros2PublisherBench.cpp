@@ -36,7 +36,8 @@ public:
 std::uint64_t monotonicUS() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1000000u + static_cast<std::uint64_t>(now.tv_nsec) / 1000u;
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000000u +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1000u;
 }
 
 /// A frame of two tracked tools stamped with the emission time (CLOCK_MONOTONIC), which the
