@@ -1,6 +1,35 @@
 #include "atracsys/stream/AtracsysDeviceContext.h"
 
+#include "host/core/Log.h"
+
 namespace Kestrion::SpryTrack {
+
+AtracsysDeviceContext::Lock::Lock(AtracsysDeviceContext& device)
+    : m_device(device) {
+    m_device.m_waiting.fetch_add(1);
+    m_lock = std::unique_lock<std::mutex>(m_device.m_mutex);
+    // Once this caller holds the mutex it no longer waits; the fetch may go on after it.
+    if (m_device.m_waiting.fetch_sub(1) == 1) {
+        std::lock_guard<std::mutex> handOver(m_device.m_handOverMutex);
+        m_device.m_noneWaiting.notify_all();
+    }
+}
+
+AtracsysDeviceContext::Lock::~Lock() = default;
+
+void AtracsysDeviceContext::Lock::unlock() {
+    if (m_lock.owns_lock())
+        m_lock.unlock();
+}
+
+AtracsysDeviceContext::FetchLock::FetchLock(AtracsysDeviceContext& device) {
+    {
+        std::unique_lock<std::mutex> handOver(device.m_handOverMutex);
+        device.m_noneWaiting.wait(handOver, [&device] { return device.m_waiting.load() == 0; });
+    }
+    // A caller announced from here on waits for this one fetch at most: the next one yields to it.
+    m_lock = std::unique_lock<std::mutex>(device.m_mutex);
+}
 
 void AtracsysDeviceContext::FrameDeleter::operator()(ftkFrameQuery* frame) const {
     if (frame)
@@ -45,6 +74,13 @@ void AtracsysDeviceContext::releaseRetiredFrame() {
 
 void AtracsysDeviceContext::releaseFrame() {
     m_frame.reset();
+}
+
+void AtracsysDeviceContext::reportError(const std::string& message) {
+    // A frame being processed stays readable until the end of its acquisition round.
+    retireFrame();
+    KESTRION_LOG_ERROR("AtracsysTrackingStream", "AtracsysTrackingStream: " << message);
+    AtracsysHelpers::checkErrorAndLog(m_library);
 }
 
 } // namespace Kestrion::SpryTrack

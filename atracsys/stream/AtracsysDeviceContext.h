@@ -5,6 +5,8 @@
 
 #include <ftkInterface.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -19,8 +21,42 @@ namespace Kestrion::SpryTrack {
 /// Every SDK call on the handle or the frame record is made with mutex() held; the members below
 /// marked "(mutex)" are read and written only with it held. The error run belongs to the
 /// acquisition loop alone (one thread) and needs no lock.
+///
+/// Hand-over. The acquisition loop holds the mutex across its fetch, which waits for the camera's
+/// next frame, and takes it again as soon as it has released it. std::mutex is not fair, so a
+/// call from another thread (a geometry added from the user interface) could wait for many
+/// frames. Every other caller therefore takes the mutex through a Lock, which announces it first;
+/// the loop takes it through a FetchLock, which waits, before locking, until no announced caller
+/// is left. Such a call thus waits for one fetch at most (one frame period while the camera
+/// delivers) plus the calls announced before it, and the mutex still serialises every SDK call.
 class AtracsysDeviceContext {
 public:
+    /// The mutex for anything but the fetch: announced, so that the next fetch waits for it.
+    class Lock {
+    public:
+        explicit Lock(AtracsysDeviceContext& device);
+        ~Lock();
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+        /// Gives the mutex back before the end of the scope (once).
+        void unlock();
+
+    private:
+        AtracsysDeviceContext& m_device;
+        std::unique_lock<std::mutex> m_lock;
+    };
+
+    /// The mutex for the fetch: taken once no announced caller waits for it.
+    class FetchLock {
+    public:
+        explicit FetchLock(AtracsysDeviceContext& device);
+        FetchLock(const FetchLock&) = delete;
+        FetchLock& operator=(const FetchLock&) = delete;
+
+    private:
+        std::unique_lock<std::mutex> m_lock;
+    };
+
     /// Capacities of the frame record's containers.
     static constexpr std::uint32_t eventsCapacity = 20;
     static constexpr std::uint32_t rawDataCapacity = 128;
@@ -67,6 +103,10 @@ public:
     /// (mutex) Deletes the frame record.
     void releaseFrame();
 
+    /// (mutex) The error report of open and of the acquisition loop: gives up the frame record
+    /// (see retireFrame), logs "AtracsysTrackingStream: <message>" and the SDK's last error text.
+    void reportError(const std::string& message);
+
     /// Error run of the acquisition loop: consecutive failed fetches and their distinct codes.
     std::uint32_t errorCount = 0;
     std::set<ftkError> errorCodes;
@@ -78,6 +118,11 @@ private:
     using FramePtr = std::unique_ptr<ftkFrameQuery, FrameDeleter>;
 
     std::mutex m_mutex;
+    // Hand-over: callers announced and waiting for m_mutex; the fetch waits on m_noneWaiting
+    // (under m_handOverMutex, so that the last caller's notification is not missed) until it is 0.
+    std::atomic<int> m_waiting{0};
+    std::mutex m_handOverMutex;
+    std::condition_variable m_noneWaiting;
     ftkLibrary m_library = nullptr;
     AtracsysHelpers::DeviceData m_device;
     AtracsysHelpers::OptionTable m_options;

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "atracsys/stream/AtracsysFrameConverter.h"
 #include "atracsys/stream/AtracsysGeometry.h"
 #include "atracsys/stream/AtracsysInstrumentId.h"
 #include "atracsys/stream/AtracsysInstruments.h"
-#include "atracsys/stream/AtracsysStatusReporter.h"
+#include "atracsys/stream/AtracsysStreamSettings.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
 #include "host/core/Parameter.h"
@@ -17,13 +16,11 @@
 #include <string>
 #include <vector>
 
-namespace Kestrion {
-class ImageStreamData;
-}
-
 namespace Kestrion::SpryTrack {
 
+class AtracsysAcquisition;
 class AtracsysDeviceContext;
+class AtracsysGeometryManager;
 class AtracsysRecorder;
 
 /// The tracking stream of an Atracsys camera driven through the SDK's ftk* interface: it opens the
@@ -32,10 +29,16 @@ class AtracsysRecorder;
 ///
 /// Only one stream may exist at a time (the camera is a process-wide resource).
 ///
+/// The stream is the lifecycle (open, start, stop, close) and the owner of its parts, each in a
+/// class of its own: the settings and their keys (AtracsysStreamSettings), the geometries
+/// (AtracsysGeometryManager), the acquisition loop (AtracsysAcquisition) and the connection to
+/// the camera (AtracsysDeviceContext).
+///
 /// Threads. Open, start, stop and close run on the host's control thread, doWork on the worker
 /// thread, the settings and geometry operations on any thread (usually the user interface's).
-/// Every SDK call is made with the device mutex held; the registry has its own mutex and, where
-/// both are needed, the device mutex is taken first. Settings are atomics read once per frame.
+/// Every SDK call is made with the device mutex held; the fetch yields it to waiting callers
+/// (AtracsysDeviceContext). The registry has its own mutex and, where both are needed, the device
+/// mutex is taken first. Settings are atomics read once per frame.
 class AtracsysTrackingStream : public AtracsysTrackingStreamBase, public CameraSelection {
 public:
     /// Throws std::runtime_error when another AtracsysTrackingStream exists.
@@ -48,27 +51,27 @@ public:
 
     int imageIntegrationTime() const override;
     void setImageIntegrationTime(int microseconds) override;
-    bool startAfterInit() const override { return m_startAfterInit.load(); }
-    void setStartAfterInit(bool start) override { m_startAfterInit = start; }
-    bool queryImages() const override { return m_queryImages.load(); }
-    void setQueryImages(bool query) override { m_queryImages = query; }
-    void setFiducialQueryMode(FiducialQueryMode mode) override { m_fiducialQueryMode = mode; }
-    FiducialQueryMode fiducialQueryMode() override { return m_fiducialQueryMode.load(); }
+    bool startAfterInit() const override { return m_settings.startAfterInit(); }
+    void setStartAfterInit(bool start) override { m_settings.setStartAfterInit(start); }
+    bool queryImages() const override { return m_settings.queryImages(); }
+    void setQueryImages(bool query) override { m_settings.setQueryImages(query); }
+    void setFiducialQueryMode(FiducialQueryMode mode) override { m_settings.setFiducialQueryMode(mode); }
+    FiducialQueryMode fiducialQueryMode() override { return m_settings.fiducialQueryMode(); }
     void setMaxFiducialMarkerDistance(double millimetres) override {
-        m_maxFiducialMarkerDistance = millimetres;
+        m_settings.setMaxFiducialMarkerDistance(millimetres);
     }
-    double maxFiducialMarkerDistance() const override { return m_maxFiducialMarkerDistance.load(); }
+    double maxFiducialMarkerDistance() const override { return m_settings.maxFiducialMarkerDistance(); }
     bool isInitialized() const override;
     /// Milliseconds from the start of one acquisition round to the next (default 10); 0: the next
     /// round follows at once and its fetch waits for the camera's next frame. Failed fetches keep
     /// their own waits. Negative values are taken as 0.
-    int framePacingMs() const { return m_framePacingMs.load(); }
-    void setFramePacingMs(int milliseconds) { m_framePacingMs = milliseconds < 0 ? 0 : milliseconds; }
+    int framePacingMs() const { return m_settings.framePacingMs(); }
+    void setFramePacingMs(int milliseconds) { m_settings.setFramePacingMs(milliseconds); }
     /// The user's choice to have the camera reopened when it stops delivering frames (key
     /// "reconnect", written only when true; default false). The stream does not reconnect
     /// itself: whoever owns a StreamReconnector for it (the panel, `kestrion track`) honours it.
-    bool reconnect() const { return m_reconnect.load(); }
-    void setReconnect(bool reconnect) { m_reconnect = reconnect; }
+    bool reconnect() const { return m_settings.reconnect(); }
+    void setReconnect(bool reconnect) { m_settings.setReconnect(reconnect); }
     /// The recording of the session ("recordFile"): it goes on across a camera reopened.
     std::optional<RecordingStatus> recordingStatus() const override;
     bool addGeometry(const std::string& name, const std::string& path) override;
@@ -76,21 +79,26 @@ public:
     bool removeGeometry(const std::string& instrumentId) override;
 
     std::vector<TrackingInstrument> instruments() const override;
+    /// The geometries the camera refused since the last open, with their files and why.
+    std::vector<InstrumentRefusal> refusedInstruments() const override;
 
     // Camera choice: the serial number takes effect at the next open.
     std::vector<ConnectedCamera> connectedCameras(std::string* error) const override;
-    std::uint64_t selectedCameraSerial() const override { return m_cameraSerial.load(); }
-    void selectCameraSerial(std::uint64_t serialNumber) override { m_cameraSerial = serialNumber; }
+    std::uint64_t selectedCameraSerial() const override { return m_settings.cameraSerial(); }
+    void selectCameraSerial(std::uint64_t serialNumber) override { m_settings.setCameraSerial(serialNumber); }
     ConnectedCamera cameraInUse() const override;
     /// The instruments with their geometries.
     AtracsysInstruments& registry() { return *m_instruments; }
 
     /// Registration errors (mm) above which a tracked instrument's status is "high error"; the key
     /// "registrationErrorThreshold", written only when it differs from the default 0.5.
-    double registrationErrorThreshold() const { return m_registrationErrorThreshold.load(); }
-    void setRegistrationErrorThreshold(double millimetres) { m_registrationErrorThreshold = millimetres; }
+    double registrationErrorThreshold() const { return m_settings.registrationErrorThreshold(); }
+    void setRegistrationErrorThreshold(double millimetres) {
+        m_settings.setRegistrationErrorThreshold(millimetres);
+    }
 
-    /// Reads the settings and loads the geometries of "TrackingTargets"; null is ignored.
+    /// Reads the settings (AtracsysStreamSettings has the keys) and loads the geometries of
+    /// "TrackingTargets"; null is ignored.
     void configure(const Properties* properties) override;
     /// Writes the settings and one "TrackingTargets" entry per instrument; null is ignored.
     void configuration(Properties* properties) const override;
@@ -122,42 +130,16 @@ private:
     void startRecording();
     /// Goes on with the session's recording after the camera was reopened.
     void resumeRecording();
-    /// Releases the frame record, logs "AtracsysTrackingStream: <message>" and the SDK's last
-    /// error. reportError takes the device mutex; reportErrorLocked expects it held.
-    void reportError(const std::string& message);
-    void reportErrorLocked(const std::string& message);
-    /// One round of doWork; `wakeUp` is the time of the next round.
-    void acquire(Clock::time_point& wakeUp);
-    /// Handles a failed fetch; true when the error line was logged (the run is long enough).
-    bool countFailedFetch(ftkError result);
-    /// The camera images of the frame as image data of the substreams, and the camera update.
-    void emitCameraUpdate(const ftkFrameQuery& frame, std::vector<std::shared_ptr<ImageStreamData>>& images);
 
     std::unique_ptr<AtracsysInstruments> m_instruments;
     Parameter<float> m_distanceMatchingTolerance{"Distance matching tolerance", 1.0f, this};
-    std::atomic<bool> m_startAfterInit{false};
-    std::atomic<bool> m_queryImages{false};
-    std::atomic<FiducialQueryMode> m_fiducialQueryMode{NoFiducials};
-    std::atomic<double> m_maxFiducialMarkerDistance{100.0};
-    /// Integration time applied at start and written to the configuration while the device is
-    /// closed; -1: the device keeps its own.
-    std::atomic<int> m_imageIntegrationTime{-1};
-    std::atomic<int> m_framePacingMs{10};
-    std::atomic<bool> m_reconnect{false};
-    std::atomic<std::uint64_t> m_cameraSerial{0};
+    AtracsysStreamSettings m_settings;
     std::unique_ptr<AtracsysDeviceContext> m_device;
-    /// Records the fetched frames when "recordFile" is set (worker thread hands over, its own
-    /// thread writes).
+    /// Records the fetched frames when "recordFile" is set (the acquisition hands each frame over,
+    /// the recorder's own thread writes).
     std::unique_ptr<AtracsysRecorder> m_recorder;
-    /// The update of the last frame with images; refilled for every such frame (worker thread).
-    std::unique_ptr<AtracsysUpdate> m_currentUpdate;
-
-    /// Per-frame work and buffers of the worker thread.
-    AtracsysFrameConverter m_converter;
-    AtracsysStatusReporter m_statusReporter;
-    std::atomic<double> m_registrationErrorThreshold{0.5};
-    /// The distance matching tolerance the camera was given at the last open (status reasons).
-    std::atomic<double> m_deviceTolerance{1.0};
+    std::unique_ptr<AtracsysGeometryManager> m_geometries;
+    std::unique_ptr<AtracsysAcquisition> m_acquisition;
 
     static std::atomic<AtracsysTrackingStream*> m_instance;
 };

@@ -1,0 +1,306 @@
+#include "atracsys/stream/AtracsysAcquisition.h"
+
+#include "atracsys/recording/AtracsysRecorder.h"
+#include "atracsys/stream/AtracsysDeviceContext.h"
+#include "atracsys/stream/AtracsysStreamSettings.h"
+#include "atracsys/stream/AtracsysTrackingStream.h"
+
+#include "host/core/Log.h"
+#include "host/core/Time.h"
+#include "host/stream/CameraDetectionsData.h"
+#include "host/stream/CompoundStreamData.h"
+#include "host/stream/DeviceFrameInfo.h"
+#include "host/stream/ImageStream.h"
+#include "host/stream/ImageStreamData.h"
+#include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/CaptureTimeData.h"
+
+namespace Kestrion::SpryTrack {
+
+namespace {
+
+constexpr const char* Category = "AtracsysTrackingStream";
+constexpr const char* LeftCameraName = "Camera (left)";
+constexpr const char* RightCameraName = "Camera (right)";
+/// The device option of a replayed recording: 1 once its last frame was delivered.
+constexpr const char* ReplayEndedOption = "Replay ended";
+constexpr const char* RecordingEnded = "the recording has ended";
+constexpr std::uint32_t FetchTimeoutMs = 100;
+
+std::uint64_t utcMicroseconds() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count());
+}
+
+/// A failed fetch in words, for the stream's health.
+std::string fetchFailure(ftkError result) {
+    const std::string code = " (ftkGetLastFrame error " + std::to_string(static_cast<int>(result)) + ")";
+    switch (result) {
+    case ftkError::FTK_ERR_DISCONNECTION:
+        return "the camera is disconnected" + code;
+    case ftkError::FTK_ERR_INV_SN:
+        return "the camera is no longer connected" + code;
+    case ftkError::FTK_ERR_SEG_OVERFLOW:
+        return "the camera's images overflowed" + code;
+    default:
+        return "the camera did not deliver a frame" + code;
+    }
+}
+
+} // namespace
+
+AtracsysAcquisition::AtracsysAcquisition(AtracsysTrackingStream& stream, AtracsysDeviceContext& device,
+                                         const AtracsysStreamSettings& settings, AtracsysRecorder& recorder)
+    : m_stream(stream)
+    , m_device(device)
+    , m_settings(settings)
+    , m_recorder(recorder)
+    , m_converter(AtracsysDeviceContext::fiducialsCapacity, AtracsysDeviceContext::markersCapacity) {}
+
+AtracsysAcquisition::~AtracsysAcquisition() = default;
+
+void AtracsysAcquisition::prepareForOpen(double toleranceMM) {
+    m_device.errorCount = 0;
+    m_device.errorCodes.clear();
+    m_deviceTolerance = toleranceMM;
+    m_captureClock.reset(); // the device's clock starts again with the device
+    const auto option = m_device.options().find(ReplayEndedOption);
+    m_replayEndedOption = option == m_device.options().end() ? std::nullopt : std::optional(option->second);
+}
+
+AtracsysAcquisition::Clock::time_point AtracsysAcquisition::round() {
+    Clock::time_point wakeUp = Clock::now() + std::chrono::milliseconds(m_settings.framePacingMs());
+    try {
+        acquire(wakeUp);
+    } catch (const std::exception& e) {
+        m_stream.close();
+        KESTRION_LOG_ERROR(
+            Category, "An unexpected exception occured while running the background thread: " << e.what());
+    } catch (...) {
+        m_stream.close();
+        KESTRION_LOG_ERROR(
+            Category,
+            "An unexpected exception occured while running the background thread: unknown exception");
+    }
+    // A frame record given up by an error report during this round was still read until here.
+    AtracsysDeviceContext::Lock lock(m_device);
+    m_device.releaseRetiredFrame();
+    return wakeUp;
+}
+
+ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
+    // The SDK call and the frame record. The fetch waits for the camera's next frame with the
+    // mutex held; the FetchLock lets a call from another thread go first (AtracsysDeviceContext).
+    AtracsysDeviceContext::FetchLock lock(m_device);
+    if (!m_device.frame() && m_device.library()) {
+        // An error report released the record: a new one with the sizes of the open.
+        switch (m_device.createFrame()) {
+        case AtracsysDeviceContext::FrameResult::Created:
+            break;
+        case AtracsysDeviceContext::FrameResult::CreateFailed:
+            m_device.reportError("Cannot create frame instance.");
+            break;
+        case AtracsysDeviceContext::FrameResult::OptionsFailed:
+            m_device.reportError("Cannot set frame options.");
+            break;
+        }
+    }
+    frame = m_device.frame();
+    if (!frame)
+        return ftkError::FTK_ERR_INIT;
+    const ftkError result =
+        ftkGetLastFrame(m_device.library(), m_device.serialNumber(), frame, FetchTimeoutMs);
+    m_arrivalUS = utcMicroseconds();
+    return result;
+}
+
+void AtracsysAcquisition::acquire(Clock::time_point& wakeUp) {
+    ftkFrameQuery* frame = nullptr;
+    const ftkError result = fetchFrame(frame);
+    if (!frame) {
+        // No frame record can be had: the stream cannot go on.
+        m_stream.health().noteFailure("no frame record can be created for the camera");
+        m_stream.close();
+        return;
+    }
+    // Paced by the camera, a fetch that failed without waiting for a frame must not be repeated at
+    // once: failures keep the default wait.
+    if (result != ftkError::FTK_OK && result != ftkError::FTK_WAR_NO_FRAME && m_settings.framePacingMs() == 0)
+        wakeUp = Clock::now() + std::chrono::milliseconds(AtracsysStreamSettings::DefaultFramePacingMs);
+    if (result == ftkError::FTK_ERR_INTERNAL) {
+        reportError("Internal system error, report to Atracsys.");
+        return;
+    }
+    if (result == ftkError::FTK_WAR_NO_FRAME) {
+        checkReplayEnded();
+        return;
+    }
+    if (result != ftkError::FTK_OK) {
+        m_stream.health().noteFailure(fetchFailure(result));
+        if (countFailedFetch(result))
+            wakeUp = Clock::now() + std::chrono::milliseconds(500);
+        checkReplayEnded();
+        return;
+    }
+    m_device.errorCount = 0;
+    m_device.errorCodes.clear();
+    // The recorder hook: the fetched frame as delivered, handed to the recorder's own thread.
+    m_recorder.record(*frame);
+    processFrame(*frame, wakeUp);
+}
+
+bool AtracsysAcquisition::countFailedFetch(ftkError result) {
+    ++m_device.errorCount;
+    m_device.errorCodes.insert(result);
+    if (m_device.errorCount < 51)
+        return false;
+    KESTRION_LOG_ERROR(
+        Category, "AtracsysTrackingStream: ftkGetLastFrame returned not FTK_OK but [" << [&] {
+            std::string codes;
+            for (ftkError code : m_device.errorCodes)
+                codes += std::to_string(static_cast<int>(code)) + " ";
+            return codes;
+        }() << "] for " << m_device.errorCount << " times in a row!");
+    // Until frames come again, every instrument is shown untracked.
+    m_stream.emitSignals(m_stream.registry().prepareUpdate(Time::utcMilliseconds()));
+    return true;
+}
+
+void AtracsysAcquisition::checkReplayEnded() {
+    // Only a replay device has the option; one read per fetch without a frame.
+    if (!m_replayEndedOption || m_stream.health().snapshot().state == StreamHealth::State::Ended)
+        return;
+    int32 ended = 0;
+    {
+        AtracsysDeviceContext::Lock lock(m_device); // an SDK call
+        if (ftkGetInt32(m_device.library(), m_device.serialNumber(), *m_replayEndedOption, &ended,
+                        ftkOptionGetter::FTK_VALUE) != ftkError::FTK_OK)
+            return;
+    }
+    if (ended == 1)
+        m_stream.health().noteEnded(RecordingEnded);
+}
+
+void AtracsysAcquisition::reportError(const std::string& message) {
+    {
+        AtracsysDeviceContext::Lock lock(m_device); // the frame record and an SDK call
+        m_device.reportError(message);
+    }
+    m_stream.health().noteFailure(message);
+}
+
+void AtracsysAcquisition::processFrame(const ftkFrameQuery& fetched, Clock::time_point& wakeUp) {
+    const ftkFrameQuery frame = AtracsysFrameConverter::bounded(fetched);
+    const auto markerStatus = static_cast<std::int8_t>(frame.markersStat);
+    bool overflow = false;
+    switch (markerStatus) {
+    case static_cast<std::int8_t>(ftkQueryStatus::QS_ERR_OVERFLOW):
+        overflow = true;
+        reportError("Marker overflow. Please increase cstMarkersCount.");
+        m_stream.close();
+        reportError("Invalid frame status.");
+        m_stream.close();
+        break; // the markers that fitted are still read
+    case static_cast<std::int8_t>(ftkQueryStatus::QS_ERR_INVALID_RESERVED_SIZE):
+        reportError("Invalid reserved marker size.");
+        m_stream.close();
+        return;
+    case static_cast<std::int8_t>(ftkQueryStatus::QS_WAR_SKIPPED):
+        KESTRION_LOG_DEBUG(Category, "QS WAR SKIPPED");
+        break;
+    case static_cast<std::int8_t>(ftkQueryStatus::QS_OK):
+        break;
+    default:
+        reportError("Invalid frame status.");
+        m_stream.close();
+        break;
+    }
+
+    const AtracsysTrackingStreamBase::FiducialQueryMode mode = m_settings.fiducialQueryMode();
+    m_converter.selectFiducials(frame, mode, m_settings.maxFiducialMarkerDistance());
+
+    std::vector<std::shared_ptr<ImageStreamData>> images;
+    if (m_settings.queryImages()) {
+        if (AtracsysFrameConverter::hasImages(frame))
+            emitCameraUpdate(frame, images);
+        else
+            KESTRION_LOG_WARN(Category, "AtracsysTrackingStream: Raw images not available.");
+    }
+
+    if (overflow) {
+        KESTRION_LOG_ERROR(Category, "AtracsysTrackingStream: Marker overflow!");
+        wakeUp = Clock::now() + std::chrono::milliseconds(100);
+        return;
+    }
+
+    AtracsysInstruments& registry = m_stream.registry();
+    const std::uint64_t timestamp = Time::utcMilliseconds();
+    registry.prepareUpdate(timestamp);
+    m_converter.writePoses(frame, registry);
+
+    std::shared_ptr<TrackingStreamData> tracking = m_stream.createTrackingStreamData();
+    if (mode != AtracsysTrackingStreamBase::NoFiducials)
+        tracking->addComponent(m_converter.fiducialsData(frame, tracking->instruments()));
+    tracking->addComponent(m_converter.tipData()); // none without a tracked tip
+    if (m_stream.instrumentStatusRequested())
+        tracking->addComponent(
+            m_statusReporter.report(frame, registry, tracking->instruments(),
+                                    {m_deviceTolerance.load(), m_settings.registrationErrorThreshold()}));
+    addDeviceTime(frame, *tracking);
+    const std::uint64_t deviceTimestamp =
+        tracking->instruments().empty() ? timestamp : tracking->deviceTimestamp();
+    std::vector<std::shared_ptr<const StreamData>> subData;
+    if (images.size() == 2) {
+        // Where the images show the selected fiducials, for consumers of the images.
+        auto detections = std::make_shared<CameraDetectionsData>();
+        detections->left = {m_currentUpdate->left.fiducials, m_currentUpdate->left.fiducialSizes};
+        detections->right = {m_currentUpdate->right.fiducials, m_currentUpdate->right.fiducialSizes};
+        tracking->addComponent(std::move(detections));
+        for (auto& image : images) {
+            image->setArrivalTimestamp(timestamp);
+            image->setDeviceTimestamp(deviceTimestamp);
+            subData.push_back(std::move(image));
+        }
+    }
+    m_stream.completeFrame(*tracking); // the host's additions: names, poses in the reference's frame
+    m_stream.emitMainAndSubSignals(
+        std::make_shared<CompoundStreamData>(std::move(tracking), std::move(subData)), true);
+}
+
+void AtracsysAcquisition::addDeviceTime(const ftkFrameQuery& frame, TrackingStreamData& tracking) {
+    if (!frame.imageHeader ||
+        static_cast<std::int8_t>(frame.imageHeaderStat) != static_cast<std::int8_t>(ftkQueryStatus::QS_OK))
+        return;
+    const std::uint64_t deviceUS = frame.imageHeader->timestampUS;
+    std::string deviceName;
+    std::uint64_t serialNumber = 0;
+    {
+        // The device record is written at open only, but it is the device context's (mutex).
+        AtracsysDeviceContext::Lock lock(m_device);
+        deviceName = m_device.device().name;
+        serialNumber = m_device.serialNumber();
+    }
+    tracking.addComponent(std::make_shared<DeviceFrameInfo>(std::move(deviceName), serialNumber,
+                                                            frame.imageHeader->counter, deviceUS));
+    tracking.addComponent(
+        std::make_shared<CaptureTimeData>(m_captureClock.captureTime(deviceUS, m_arrivalUS), deviceUS));
+}
+
+void AtracsysAcquisition::emitCameraUpdate(const ftkFrameQuery& frame,
+                                           std::vector<std::shared_ptr<ImageStreamData>>& images) {
+    // The update is refilled in place: receivers only see it during the emission.
+    if (!m_currentUpdate)
+        m_currentUpdate = std::make_unique<AtracsysUpdate>();
+    m_converter.fillUpdate(frame, *m_currentUpdate);
+    auto addImage = [this, &images](const char* name, const std::shared_ptr<SharedImage>& image) {
+        const std::shared_ptr<SubstreamBase> sub = m_stream.substream(std::string(name));
+        if (auto* imageStream = sub ? dynamic_cast<const ImageStream*>(&sub->stream()) : nullptr)
+            images.push_back(std::make_shared<ImageStreamData>(imageStream, image));
+    };
+    addImage(LeftCameraName, m_currentUpdate->left.image);
+    addImage(RightCameraName, m_currentUpdate->right.image);
+    m_stream.signalAtracsysUpdate.emitSignal(*m_currentUpdate);
+}
+
+} // namespace Kestrion::SpryTrack
