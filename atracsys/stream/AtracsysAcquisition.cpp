@@ -65,6 +65,8 @@ void AtracsysAcquisition::prepareForOpen(double toleranceMM) {
     m_device.errorCodes.clear();
     m_deviceTolerance = toleranceMM;
     m_captureClock.reset(); // the device's clock starts again with the device
+    m_deviceName = m_device.device().name;
+    m_serialNumber = m_device.serialNumber();
     const auto option = m_device.options().find(ReplayEndedOption);
     m_replayEndedOption = option == m_device.options().end() ? std::nullopt : std::optional(option->second);
 }
@@ -84,8 +86,11 @@ AtracsysAcquisition::Clock::time_point AtracsysAcquisition::round() {
             "An unexpected exception occured while running the background thread: unknown exception");
     }
     // A frame record given up by an error report during this round was still read until here.
-    AtracsysDeviceContext::Lock lock(m_device);
-    m_device.releaseRetiredFrame();
+    if (m_frameRetired) {
+        AtracsysDeviceContext::Lock lock(m_device);
+        m_device.releaseRetiredFrame();
+        m_frameRetired = false;
+    }
     return wakeUp;
 }
 
@@ -100,9 +105,11 @@ ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
             break;
         case AtracsysDeviceContext::FrameResult::CreateFailed:
             m_device.reportError("Cannot create frame instance.");
+            m_frameRetired = true;
             break;
         case AtracsysDeviceContext::FrameResult::OptionsFailed:
             m_device.reportError("Cannot set frame options.");
+            m_frameRetired = true;
             break;
         }
     }
@@ -187,6 +194,7 @@ void AtracsysAcquisition::reportError(const std::string& message) {
         AtracsysDeviceContext::Lock lock(m_device); // the frame record and an SDK call
         m_device.reportError(message);
     }
+    m_frameRetired = true;
     m_stream.health().noteFailure(message);
 }
 
@@ -273,15 +281,7 @@ void AtracsysAcquisition::addDeviceTime(const ftkFrameQuery& frame, TrackingStre
         static_cast<std::int8_t>(frame.imageHeaderStat) != static_cast<std::int8_t>(ftkQueryStatus::QS_OK))
         return;
     const std::uint64_t deviceUS = frame.imageHeader->timestampUS;
-    std::string deviceName;
-    std::uint64_t serialNumber = 0;
-    {
-        // The device record is written at open only, but it is the device context's (mutex).
-        AtracsysDeviceContext::Lock lock(m_device);
-        deviceName = m_device.device().name;
-        serialNumber = m_device.serialNumber();
-    }
-    tracking.addComponent(std::make_shared<DeviceFrameInfo>(std::move(deviceName), serialNumber,
+    tracking.addComponent(std::make_shared<DeviceFrameInfo>(m_deviceName, m_serialNumber,
                                                             frame.imageHeader->counter, deviceUS));
     tracking.addComponent(
         std::make_shared<CaptureTimeData>(m_captureClock.captureTime(deviceUS, m_arrivalUS), deviceUS));

@@ -84,6 +84,11 @@ private:
     std::uint64_t m_arrivalUS = 0;
     /// The option "Replay ended" of the device (a replayed recording); none on a camera.
     std::optional<std::uint32_t> m_replayEndedOption;
+    /// The device opened (copied at open, so that frames need not take the device mutex for it).
+    std::string m_deviceName;
+    std::uint64_t m_serialNumber = 0;
+    /// An error report of this round gave up the frame record: it is released at the round's end.
+    bool m_frameRetired = false;
     /// Set at open (control thread), read per frame: an atomic.
     std::atomic<double> m_deviceTolerance{1.0};
 };

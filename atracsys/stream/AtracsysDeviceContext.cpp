@@ -23,7 +23,9 @@ void AtracsysDeviceContext::Lock::unlock() {
 }
 
 AtracsysDeviceContext::FetchLock::FetchLock(AtracsysDeviceContext& device) {
-    {
+    // Nobody announced (the usual case): no hand-over to wait for. A caller announcing itself
+    // right after this check waits for this one fetch, as one announced during it would.
+    if (device.m_waiting.load() != 0) {
         std::unique_lock<std::mutex> handOver(device.m_handOverMutex);
         device.m_noneWaiting.wait(handOver, [&device] { return device.m_waiting.load() == 0; });
     }
