@@ -27,11 +27,12 @@ namespace Kestrion::SpryTrack {
 class AtracsysCaptureTimeEstimator {
 public:
     /// Camera time over which the minima are taken, and the length of one block of frames.
-    static constexpr std::int64_t WindowUS = 2'000'000;
+    static constexpr std::int64_t WindowUS = 4'000'000;
     static constexpr std::int64_t BlockUS = 250'000;
-    /// Camera time over which the drift is fitted; the fit needs at least MinDriftSpanUS.
+    /// Camera time over which the drift is fitted; the fit needs at least MinDriftSpanUS (over a
+    /// shorter span the minima's own scatter, tens of µs, would outweigh a drift of tens of ppm).
     static constexpr std::int64_t DriftHistoryUS = 30'000'000;
-    static constexpr std::int64_t MinDriftSpanUS = 2'000'000;
+    static constexpr std::int64_t MinDriftSpanUS = 10'000'000;
     /// Drifts beyond this (as a fraction) are not a crystal's: the fit is clamped to it.
     static constexpr double MaxDrift = 200e-6;
     /// Minima further than this above the first fit are left out of the second.

@@ -7,7 +7,8 @@
 // frame as soon as it exists (ftkGetLastFrame returning). The stream's share is the difference.
 //
 // Reported per run: median and 99th percentile of the latency (µs), and the frames the stream
-// never delivered (gaps in the frame counter) per frame produced.
+// never delivered (gaps in the frame counter) per frame produced. BM_PairedLatency alternates the
+// bare loop and the camera-paced stream within one minute, so that both meet the same load.
 //
 // The 60 s runs at 335 Hz compare frames lost by the stream with those lost by the direct loop
 // in the same minute's conditions: a frame is lost whenever the fetching thread is not scheduled
@@ -150,7 +151,52 @@ void BM_FrameLatency(benchmark::State& state) {
     state.counters["lost"] = produced - double(counters.size());
 }
 
+/// Paired runs in the same minute: `pairs` times, the bare fetch loop for `seconds`, then the
+/// camera-paced stream for as long, each on a new scene; the frames lost and the latencies of
+/// each side pooled over its runs. The stream's target: no more frames lost than the loop, and
+/// its p99 within 0.2 ms of the loop's.
+void BM_PairedLatency(benchmark::State& state) {
+    Log::setGlobalLevel(Log::Error);
+    const int pairs = static_cast<int>(state.range(0));
+    const auto frames = static_cast<std::size_t>(335.0 * double(state.range(1)));
+    std::vector<double> loopLatencies, streamLatencies;
+    double loopLost = 0, streamLost = 0;
+    ftkSimSetSteppedClock(false);
+    for (auto _ : state) {
+        for (int pair = 0; pair < pairs; ++pair) {
+            for (const bool stream : {false, true}) {
+                ftkSimLoadScene(scene(true).c_str());
+                std::vector<double> latencies;
+                std::vector<std::uint32_t> counters;
+                if (stream)
+                    streamDelivery(frames, 0, latencies, counters);
+                else
+                    cameraDelivery(frames, latencies, counters);
+                const double produced =
+                    counters.empty() ? 0.0 : double(counters.back() - counters.front() + 1);
+                (stream ? streamLost : loopLost) += produced - double(counters.size());
+                auto& pooled = stream ? streamLatencies : loopLatencies;
+                pooled.insert(pooled.end(), latencies.begin(), latencies.end());
+            }
+        }
+    }
+    ftkSimResetScene();
+    state.counters["loop_lost"] = loopLost;
+    state.counters["stream_lost"] = streamLost;
+    state.counters["loop_median_us"] = percentile(loopLatencies, 0.5);
+    state.counters["stream_median_us"] = percentile(streamLatencies, 0.5);
+    state.counters["loop_p99_us"] = percentile(loopLatencies, 0.99);
+    state.counters["stream_p99_us"] = percentile(streamLatencies, 0.99);
+}
+
 } // namespace
+
+BENCHMARK(BM_PairedLatency)
+    ->ArgNames({"pairs", "seconds"})
+    ->Args({10, 3})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 BENCHMARK(BM_FrameLatency)
     ->ArgNames({"fusionTrack", "pacing_ms", "seconds"})
