@@ -1,17 +1,28 @@
 #include "host/lib/trackingviews/InstrumentTableModel.h"
 
 #include "host/stream/InstrumentStatusData.h"
+#include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/state/InstrumentNames.h"
 #include "host/stream/state/InstrumentTracking.h"
+#include "host/stream/state/ReferencePoseData.h"
 
 #include <QBrush>
 #include <QColor>
+#include <QFont>
 
 #include <cmath>
 #include <limits>
 
 namespace Kestrion {
+
+namespace {
+
+QString point(const Eigen::Vector3d& p) {
+    return QStringLiteral("%1, %2, %3").arg(p.x(), 0, 'f', 2).arg(p.y(), 0, 'f', 2).arg(p.z(), 0, 'f', 2);
+}
+
+} // namespace
 
 InstrumentTableModel::InstrumentTableModel(QObject* parent)
     : QAbstractTableModel(parent) {}
@@ -21,6 +32,11 @@ void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint6
     const InstrumentNames* names = frame.component<InstrumentNames>();
     if (!names)
         names = m_fallbackNames.get();
+    const auto* tips = frame.component<InstrumentTipData>();
+    // Relative poses count only when computed for the reference chosen now.
+    const auto* poses = frame.component<ReferencePoseData>();
+    if (poses && (m_reference.empty() || poses->referenceId() != m_reference))
+        poses = nullptr;
     const std::uint64_t frameMs = frameTimeUS(frame) / 1000;
     const std::vector<TrackingInstrument>& instruments = frame.instruments();
     bool sameInstruments = instruments.size() == m_rows.size();
@@ -60,7 +76,14 @@ void InstrumentTableModel::showFrame(const TrackingStreamData& frame, std::uint6
         if (row.tracked) {
             row.position = instrument.translation();
             row.lastSeenMs = frameMs;
+            const InstrumentTipData::Entry* tip = tips ? tips->find(row.id) : nullptr;
+            row.tip = tip ? std::optional<Eigen::Vector3d>(tip->tipInCamera) : std::nullopt;
         }
+        const ReferencePoseData::Entry* relative = poses ? poses->find(row.id) : nullptr;
+        row.inReference = relative
+                              ? std::optional<Eigen::Vector3d>(relative->poseInReference.block<3, 1>(0, 3))
+                              : std::nullopt;
+        row.referenceNotSeen = poses && !poses->referenceTracked() && row.id != m_reference;
         rows.push_back(std::move(row));
     }
     m_nowMs = nowMs;
@@ -79,6 +102,18 @@ void InstrumentTableModel::setCurrent(bool current, const QString& reason) {
         return;
     m_current = current;
     m_heldReason = current ? QString() : reason;
+    if (!m_rows.empty())
+        emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
+}
+
+void InstrumentTableModel::setReference(const std::string& instrumentId) {
+    if (instrumentId == m_reference)
+        return;
+    m_reference = instrumentId;
+    for (Row& row : m_rows) { // they were of another reference
+        row.inReference.reset();
+        row.referenceNotSeen = false;
+    }
     if (!m_rows.empty())
         emit dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
 }
@@ -116,6 +151,15 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
         static const QColor colours[] = {QColor(200, 240, 200), QColor(255, 225, 160), QColor(250, 205, 205)};
         return QBrush(colours[tracked ? row.severity : 2]);
     }
+    const bool isReference = !m_reference.empty() && row.id == m_reference;
+    const bool referenceNotSeen = m_current && row.referenceNotSeen;
+    if (role == Qt::FontRole && isReference && (index.column() == Name || index.column() == InReference)) {
+        QFont font;
+        font.setBold(true);
+        return font;
+    }
+    if (role == Qt::ForegroundRole && referenceNotSeen && index.column() == InReference)
+        return QBrush(QColor(176, 0, 0));
     if (role == Qt::ForegroundRole && !tracked && index.column() >= Quality &&
         index.column() <= RegistrationError)
         return QBrush(QColor(128, 128, 128)); // the last values, not the present
@@ -132,13 +176,25 @@ QVariant InstrumentTableModel::data(const QModelIndex& index, int role) const {
     case Status:
         return m_current ? row.status : tr("not tracked");
     case Reason:
-        return m_current ? row.reason : m_heldReason;
+        if (!m_current)
+            return m_heldReason;
+        if (referenceNotSeen)
+            return row.reason.isEmpty() ? tr("reference not seen") : row.reason + tr("; reference not seen");
+        return row.reason;
     case Quality:
         return QString::number(row.quality, 'f', 3);
     case X:
     case Y:
     case Z:
         return row.position ? QString::number((*row.position)[index.column() - X], 'f', 2) : QString();
+    case Tip:
+        return row.tip ? point(*row.tip) : QString();
+    case InReference:
+        if (isReference)
+            return tr("(reference)");
+        if (referenceNotSeen)
+            return tr("reference not seen");
+        return m_current && row.inReference ? point(*row.inReference) : QString();
     case RegistrationError:
         return std::isnan(row.registrationErrorMm) ? QString()
                                                    : QString::number(row.registrationErrorMm, 'f', 3);
@@ -176,16 +232,36 @@ bool InstrumentTableModel::anyNamed() const {
     return false;
 }
 
+bool InstrumentTableModel::anyTip() const {
+    for (const Row& row : m_rows)
+        if (row.tip)
+            return true;
+    return false;
+}
+
 QVariant InstrumentTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
     if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == RegistrationError)
         return tr("Registration error (mm): how far the measured fiducials lie from the geometry placed at "
                   "the pose");
+    if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == Tip)
+        return tr("The tool tip in camera coordinates (mm), for instruments whose geometry has one");
+    if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == InReference)
+        return tr("The position in the reference's frame (mm): only while the instrument and the reference "
+                  "are tracked in the same frame");
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
-    static const char* const titles[] = {
-        QT_TR_NOOP("Id"),        QT_TR_NOOP("Name"),   QT_TR_NOOP("Status"), QT_TR_NOOP("Quality"),
-        QT_TR_NOOP("x (mm)"),    QT_TR_NOOP("y (mm)"), QT_TR_NOOP("z (mm)"), QT_TR_NOOP("Error (mm)"),
-        QT_TR_NOOP("Last seen"), QT_TR_NOOP("Reason")};
+    static const char* const titles[] = {QT_TR_NOOP("Id"),
+                                         QT_TR_NOOP("Name"),
+                                         QT_TR_NOOP("Status"),
+                                         QT_TR_NOOP("Quality"),
+                                         QT_TR_NOOP("x (mm)"),
+                                         QT_TR_NOOP("y (mm)"),
+                                         QT_TR_NOOP("z (mm)"),
+                                         QT_TR_NOOP("Tip x, y, z (mm)"),
+                                         QT_TR_NOOP("In reference x, y, z (mm)"),
+                                         QT_TR_NOOP("Error (mm)"),
+                                         QT_TR_NOOP("Last seen"),
+                                         QT_TR_NOOP("Reason")};
     return section >= 0 && section < ColumnCount ? tr(titles[section]) : QVariant();
 }
 

@@ -17,8 +17,14 @@ class TrackingStreamData;
 
 /// The instruments of a tracking frame as a table, one row per instrument in the stream's order:
 /// id, name (the user's name of the frame's InstrumentNames, else the id), status, quality,
-/// position (x, y, z in mm, camera coordinates), registration error (mm), the time since the
-/// instrument was last tracked and the reason of its status.
+/// position (x, y, z in mm, camera coordinates), tool tip (camera coordinates, for instruments
+/// whose geometry has one), position in the reference's frame, registration error (mm), the time
+/// since the instrument was last tracked and the reason of its status.
+///
+/// With a reference instrument chosen (setReference, the stream's setting), its row is marked
+/// "(reference)" and every other row shows its position in the reference's frame from the frame's
+/// ReferencePoseData: only when both were tracked in that frame, never a value of an earlier
+/// frame; "reference not seen" (also after the reason) when the reference was not tracked.
 ///
 /// Whether a row is tracked is the host's predicate (isInstrumentTracked) for the frame, and
 /// nothing is tracked while the frame is not current (setCurrent(false): the stream stopped
@@ -32,7 +38,21 @@ class InstrumentTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
     /// The reason, the longest text, comes last, so that the numbers show in a narrow view.
-    enum Column { Id, Name, Status, Quality, X, Y, Z, RegistrationError, LastSeen, Reason, ColumnCount };
+    enum Column {
+        Id,
+        Name,
+        Status,
+        Quality,
+        X,
+        Y,
+        Z,
+        Tip,
+        InReference,
+        RegistrationError,
+        LastSeen,
+        Reason,
+        ColumnCount
+    };
 
     explicit InstrumentTableModel(QObject* parent = nullptr);
 
@@ -53,8 +73,15 @@ public:
         m_fallbackNames = std::move(names);
     }
 
+    /// The instrument whose frame the others are shown in ("": none). Values of frames computed
+    /// for another reference are not shown.
+    void setReference(const std::string& instrumentId);
+    const std::string& reference() const { return m_reference; }
+
     /// Whether some instrument has a name of its own (else the name column shows the ids).
     bool anyNamed() const;
+    /// Whether some instrument has shown a tool tip (else the tip column has nothing to show).
+    bool anyTip() const;
     /// Whether the row's instrument is tracked in the last frame shown, and that frame is current.
     bool isTracked(int row) const;
 
@@ -82,7 +109,11 @@ private:
         double quality = 0.0;
         bool tracked = false;
         std::optional<Eigen::Vector3d> position; // the last tracked one
-        double registrationErrorMm = 0.0;        // NaN: none
+        std::optional<Eigen::Vector3d> tip;      // the last tracked one, camera coordinates
+        /// Of the last frame shown only, for the reference it was computed for.
+        std::optional<Eigen::Vector3d> inReference;
+        bool referenceNotSeen = false;
+        double registrationErrorMm = 0.0; // NaN: none
         std::optional<std::uint64_t> lastSeenMs;
     };
 
@@ -90,6 +121,7 @@ private:
     std::uint64_t m_nowMs = 0;
     bool m_current = true;
     QString m_heldReason;
+    std::string m_reference;
     std::shared_ptr<const InstrumentNames> m_fallbackNames;
 };
 

@@ -10,8 +10,10 @@
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/state/InstrumentNames.h"
 
+#include <QAction>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QTableView>
 #include <QVBoxLayout>
 
@@ -80,6 +82,8 @@ InstrumentView::InstrumentView(QWidget* parent)
     // Names are edited in place (double click on a name): the stream's names take them.
     m_table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
     connect(m_model, &InstrumentTableModel::nameEdited, this, &InstrumentView::renameInstrument);
+    m_table->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_table, &QWidget::customContextMenuRequested, this, &InstrumentView::showContextMenu);
     connect(&m_timer, &QTimer::timeout, this, &InstrumentView::refresh);
     m_timer.setInterval(RefreshMs);
     Log::addSink(m_errors);
@@ -173,6 +177,8 @@ void InstrumentView::refresh() {
     showState(condition);
     const std::uint64_t now = Time::utcMilliseconds();
     m_model->setFallbackNames(m_tap->stream().instrumentNames());
+    // The stream's setting decides which row is the reference, also for frames made before it.
+    m_model->setReference(m_tap->stream().referenceInstrument());
     if (const std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take())
         m_model->showFrame(*frame, now);
     else
@@ -180,6 +186,9 @@ void InstrumentView::refresh() {
     m_model->setCurrent(condition.current, condition.reason);
     // Until an instrument is named, its name is its id: one column says it.
     m_table->setColumnHidden(InstrumentTableModel::Id, !m_model->anyNamed());
+    // Columns that would stay empty take no room from the numbers.
+    m_table->setColumnHidden(InstrumentTableModel::Tip, !m_model->anyTip());
+    m_table->setColumnHidden(InstrumentTableModel::InReference, m_model->reference().empty());
     if (m_model->rowCount() > 0)
         showPlaceholder(QString());
     else if (m_tap->latest().framesPut() == 0)
@@ -203,6 +212,48 @@ std::optional<std::string> InstrumentView::renameInstrument(const QString& instr
     stream.setInstrumentNames(names);
     m_model->setFallbackNames(stream.instrumentNames());
     return std::nullopt;
+}
+
+void InstrumentView::setReferenceInstrument(const QString& instrumentId) {
+    if (!m_tap)
+        return;
+    TrackingStream& stream = m_tap->stream();
+    const std::string id = instrumentId.toStdString();
+    stream.setReferenceInstrument(id);
+    if (id.empty()) {
+        KESTRION_LOG_INFO("InstrumentView", "No reference instrument: the instruments are given in camera "
+                                            "coordinates only");
+    } else {
+        const std::shared_ptr<const InstrumentNames> names = stream.instrumentNames();
+        KESTRION_LOG_INFO("InstrumentView", "Reference instrument: " << (names ? names->displayName(id) : id)
+                                                                     << "; the others are also given in its "
+                                                                        "frame");
+    }
+    refresh();
+}
+
+std::unique_ptr<QMenu> InstrumentView::contextMenu(int row) {
+    auto menu = std::make_unique<QMenu>(this);
+    const std::string reference = m_tap ? m_tap->stream().referenceInstrument() : std::string();
+    if (m_tap && row >= 0 && row < m_model->rowCount()) {
+        const QString id = m_model->data(m_model->index(row, InstrumentTableModel::Id)).toString();
+        const QString name = m_model->data(m_model->index(row, InstrumentTableModel::Name)).toString();
+        QAction* use = menu->addAction(tr("Use %1 as the reference").arg(name));
+        use->setObjectName(QStringLiteral("useAsReference"));
+        use->setCheckable(true);
+        use->setChecked(id.toStdString() == reference);
+        connect(use, &QAction::triggered, this, [this, id] { setReferenceInstrument(id); });
+    }
+    QAction* none = menu->addAction(tr("No reference"));
+    none->setObjectName(QStringLiteral("noReference"));
+    none->setEnabled(!reference.empty());
+    connect(none, &QAction::triggered, this, [this] { setReferenceInstrument(QString()); });
+    return menu;
+}
+
+void InstrumentView::showContextMenu(const QPoint& position) {
+    const std::unique_ptr<QMenu> menu = contextMenu(m_table->indexAt(position).row());
+    menu->exec(m_table->viewport()->mapToGlobal(position));
 }
 
 void InstrumentView::showEvent(QShowEvent* event) {

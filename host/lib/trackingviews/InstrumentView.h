@@ -9,6 +9,7 @@
 #include <string>
 
 class QLabel;
+class QMenu;
 class QTableView;
 
 namespace Kestrion {
@@ -31,6 +32,11 @@ class TrackingStreamTap;
 /// a fault, or by the user) with the last error logged since it was last seen running. While the
 /// stream does not deliver (StreamCondition: not delivering, stopped, closed, its data ended) no
 /// row is tracked and a banner above the table says why.
+///
+/// The user chooses the reference instrument in the table's context menu ("Use ... as the
+/// reference", "No reference"): the stream's setting (TrackingStream::setReferenceInstrument),
+/// which every output of the stream reads and the stream's workspace keeps. The reference's row is
+/// marked and the others show their position in its frame (InstrumentTableModel).
 /// GUI thread only.
 class InstrumentView : public QWidget {
     Q_OBJECT
@@ -54,6 +60,11 @@ public:
     /// does; the reason when the name is refused (also logged), none when the stream took it.
     std::optional<std::string> renameInstrument(const QString& instrumentId, const QString& name);
 
+    /// Makes that instrument the stream's reference ("": none), as the context menu does.
+    void setReferenceInstrument(const QString& instrumentId);
+    /// The context menu of a row (-1: of no row), as the table shows it; its actions act at once.
+    std::unique_ptr<QMenu> contextMenu(int row);
+
 public slots:
     /// Shows the newest frame (the timer calls it).
     void refresh();
@@ -65,6 +76,7 @@ protected:
 private:
     void showPlaceholder(const QString& text);
     void showState(const StreamCondition& condition);
+    void showContextMenu(const QPoint& position);
 
     InstrumentTableModel* m_model;
     QTableView* m_table;

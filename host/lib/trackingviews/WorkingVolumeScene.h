@@ -19,7 +19,15 @@ class TrackingStreamData;
 /// fiducials when the frame carries them. Whether an instrument is tracked is the host's predicate
 /// (isInstrumentTracked); a frame that is not current (the stream stopped delivering) shows no
 /// tracked instrument: the instruments it had tracked are drawn as lost (grey fiducials, no axes,
-/// no tip) and its raw fiducials not at all. Plain data, built on the GUI thread.
+/// no tip) and its raw fiducials not at all.
+///
+/// Drawn in a reference's frame (setReferenceFrame), the same scene is placed by the inverse of
+/// the reference's pose: the reference at the origin, the other instruments by their poses and
+/// tips in its frame as the frame's ReferencePoseData gives them (the instruments tracked in the
+/// same frame as the reference), the camera, its volume and the raw fiducials where the reference
+/// sees them. When the reference is not seen in a current frame, nothing can be placed: no
+/// instrument, camera or volume is drawn and referenceSeen() says so. Plain data, built on the
+/// GUI thread.
 class WorkingVolumeScene {
 public:
     struct Vertex {
@@ -38,6 +46,13 @@ public:
     void setGeometry(const std::string& instrumentId, std::vector<Eigen::Vector3d> fiducials);
     bool hasGeometry(const std::string& instrumentId) const { return m_geometries.count(instrumentId) > 0; }
 
+    /// Draws in the frame of that instrument ("": camera coordinates, the default).
+    void setReferenceFrame(const std::string& instrumentId) { m_referenceId = instrumentId; }
+    const std::string& referenceFrame() const { return m_referenceId; }
+    /// Whether the last build could place the scene in the reference's frame (true in camera
+    /// coordinates).
+    bool referenceSeen() const { return m_referenceSeen; }
+
     /// Builds the lines and points for the frame (the camera and volume alone without a frame);
     /// `current` false: the frame is the last one of a stream that no longer delivers.
     void build(const TrackingStreamData* frame, bool current = true);
@@ -55,6 +70,12 @@ public:
 
 private:
     void addLine(const Eigen::Vector3d& a, const Eigen::Vector3d& b, const Eigen::Vector3f& colour);
+    /// The camera and its volume, placed by `placement` (camera coordinates to drawn ones).
+    void addCamera(const Eigen::Matrix4d& placement);
+    /// A tracked instrument: its fiducials (or origin) at `pose`, with its axes and tip.
+    void addInstrument(const std::string& id, const Eigen::Matrix4d& pose, const Eigen::Vector3d* tip);
+    /// The frame drawn in the reference's frame.
+    void buildInReference(const TrackingStreamData& frame, bool current);
 
     std::optional<WorkingVolume> m_volume;
     std::map<std::string, std::vector<Eigen::Vector3d>> m_geometries;
@@ -63,6 +84,8 @@ private:
     std::vector<Vertex> m_rawPoints;
     std::size_t m_instrumentsDrawn = 0;
     std::size_t m_instrumentsLost = 0;
+    std::string m_referenceId;
+    bool m_referenceSeen = true;
 };
 
 } // namespace Kestrion

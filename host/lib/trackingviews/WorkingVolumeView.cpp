@@ -6,6 +6,8 @@
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 
+#include <QCheckBox>
+#include <QLabel>
 #include <QMouseEvent>
 #include <QOpenGLShaderProgram>
 #include <QWheelEvent>
@@ -46,8 +48,24 @@ QVector3D toQt(const Eigen::Vector3d& v) {
 } // namespace
 
 WorkingVolumeView::WorkingVolumeView(QWidget* parent)
-    : QOpenGLWidget(parent) {
+    : QOpenGLWidget(parent)
+    , m_referenceToggle(new QCheckBox(tr("In the reference's frame"), this))
+    , m_note(new QLabel(this)) {
     setObjectName(QStringLiteral("WorkingVolumeView"));
+    // Over the scene, in its top-left corner: light on the dark background.
+    m_referenceToggle->setObjectName(QStringLiteral("ReferenceFrameToggle"));
+    m_referenceToggle->setStyleSheet(QStringLiteral("color: white"));
+    m_referenceToggle->setToolTip(
+        tr("Draw the scene in the frame of the reference instrument (chosen in the instrument view)"));
+    m_referenceToggle->move(6, 4);
+    m_referenceToggle->adjustSize();
+    m_referenceToggle->setEnabled(false);
+    connect(m_referenceToggle, &QCheckBox::toggled, this, &WorkingVolumeView::setInReferenceFrame);
+    m_note->setObjectName(QStringLiteral("ReferenceFrameNote"));
+    m_note->setStyleSheet(QStringLiteral(
+        "color: white; background: #b00000; font-weight: bold; padding: 3px; border-radius: 3px"));
+    m_note->move(6, 28);
+    m_note->hide();
     setMinimumSize(200, 150);
     setToolTip(tr("Left button: turn; right or middle button: pan; wheel: zoom; double click: reset"));
     connect(&m_timer, &QTimer::timeout, this, &WorkingVolumeView::refresh);
@@ -71,8 +89,7 @@ void WorkingVolumeView::setStream(TrackingStream* stream) {
     m_scene = WorkingVolumeScene();
     if (stream)
         m_tap = std::make_unique<TrackingStreamTap>(*stream);
-    m_scene.build(nullptr);
-    update();
+    rebuild();
 }
 
 TrackingStream* WorkingVolumeView::stream() const {
@@ -80,6 +97,15 @@ TrackingStream* WorkingVolumeView::stream() const {
 }
 
 void WorkingVolumeView::resetView() {
+    if (!m_scene.referenceFrame().empty()) {
+        // Around the reference, from behind and above it, the camera in the distance.
+        m_centre = Eigen::Vector3d::Zero();
+        m_yaw = -35.0;
+        m_pitch = 25.0;
+        m_distance = 1500.0;
+        update();
+        return;
+    }
     const auto& volume = m_scene.volume();
     const double nearMM = volume ? volume->nearMM : DefaultNearMM;
     const double farMM = volume ? volume->farMM : DefaultFarMM;
@@ -90,16 +116,52 @@ void WorkingVolumeView::resetView() {
     update();
 }
 
+void WorkingVolumeView::setInReferenceFrame(bool inReference) {
+    m_inReference = inReference;
+    if (m_referenceToggle->isChecked() != inReference)
+        m_referenceToggle->setChecked(inReference); // comes back here, changing nothing
+    rebuild();
+}
+
+QString WorkingVolumeView::noteText() const {
+    return m_note->isHidden() ? QString() : m_note->text();
+}
+
+void WorkingVolumeView::rebuild() {
+    m_reference = m_tap ? m_tap->stream().referenceInstrument() : std::string();
+    m_referenceToggle->setEnabled(!m_reference.empty());
+    const std::string frame = m_inReference ? m_reference : std::string();
+    if (frame != m_scene.referenceFrame()) {
+        m_scene.setReferenceFrame(frame);
+        resetView();
+    }
+    m_scene.build(m_frame.get(), m_current);
+    if (frame.empty() || m_scene.referenceSeen()) {
+        m_note->hide();
+    } else {
+        m_note->setText(tr("Reference not seen: no instrument can be drawn in its frame"));
+        m_note->adjustSize();
+        m_note->show();
+    }
+    update();
+}
+
 void WorkingVolumeView::refresh() {
     if (!m_tap)
         return;
+    // A reference chosen or dropped (in the instrument view) shows at once.
+    const bool referenceChanged = m_tap->stream().referenceInstrument() != m_reference;
     // The health before the frame: a frame arriving in between is newer than the health says.
     const bool current = StreamCondition::of(m_tap->stream()).current;
     std::shared_ptr<const TrackingStreamData> frame = m_tap->latest().take();
     if (!frame) {
-        // No new frame: the last one is drawn again only when the stream's condition changed.
-        if (!m_frame || current == m_current)
+        // No new frame: the last one is drawn again only when the stream's condition or its
+        // reference changed.
+        if (!m_frame || (current == m_current && !referenceChanged)) {
+            if (referenceChanged)
+                rebuild();
             return;
+        }
         frame = m_frame;
     }
     m_frame = frame;
@@ -114,8 +176,7 @@ void WorkingVolumeView::refresh() {
     for (const TrackingInstrument& instrument : frame->instruments())
         if (!m_scene.hasGeometry(instrument.ID()))
             m_scene.setGeometry(instrument.ID(), m_tap->stream().instrumentGeometry(instrument.ID()));
-    m_scene.build(frame.get(), current);
-    update();
+    rebuild();
 }
 
 QMatrix4x4 WorkingVolumeView::viewProjection() const {

@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+class QCheckBox;
+class QLabel;
 class QOpenGLShaderProgram;
 
 namespace Kestrion {
@@ -27,7 +29,11 @@ class TrackingStreamTap;
 /// and the raw fiducials. Refreshed about 30 times a second from the newest frame (the stream's
 /// worker only hands frames over); while the stream does not deliver, the instruments of its last
 /// frame are drawn as lost. The mouse turns the view about its centre (left button), pans
-/// it (right or middle button) and zooms (wheel). GUI thread only.
+/// it (right or middle button) and zooms (wheel).
+///
+/// "In the reference's frame" (a check box over the view, enabled while the stream has a
+/// reference instrument) draws the scene in the reference's frame; while the reference is not
+/// seen, a note over the view says so and no instrument is drawn. GUI thread only.
 class WorkingVolumeView : public QOpenGLWidget, protected QOpenGLFunctions {
     Q_OBJECT
 public:
@@ -47,8 +53,17 @@ public:
     double pitchDegrees() const { return m_pitch; }
     double distanceMM() const { return m_distance; }
     const Eigen::Vector3d& centre() const { return m_centre; }
-    /// Back to the view that shows the whole volume from behind and above the camera.
+    /// Back to the view that shows the whole volume from behind and above the camera (in the
+    /// reference's frame: around the reference).
     void resetView();
+
+    /// Draws in the frame of the stream's reference instrument (while it has one), as the check
+    /// box does.
+    void setInReferenceFrame(bool inReference);
+    bool inReferenceFrame() const { return m_inReference; }
+    QCheckBox* referenceFrameToggle() const { return m_referenceToggle; }
+    /// The note over the view ("" when none shows).
+    QString noteText() const;
 
 public slots:
     /// Draws the newest frame (the timer calls it).
@@ -68,6 +83,8 @@ private:
     QMatrix4x4 viewProjection() const;
     double viewDistance() const;
     void draw(const std::vector<WorkingVolumeScene::Vertex>& vertices, unsigned mode, float pointSize);
+    /// Builds the scene of the frame drawn last again, in the frame chosen now.
+    void rebuild();
 
     WorkingVolumeScene m_scene;
     std::unique_ptr<TrackingStreamTap> m_tap;
@@ -76,6 +93,11 @@ private:
     bool m_current = true;
     std::unique_ptr<QOpenGLShaderProgram> m_program;
     std::string m_deviceType;
+    QCheckBox* m_referenceToggle;
+    QLabel* m_note;
+    bool m_inReference = false;
+    /// The stream's reference instrument when the scene was last built.
+    std::string m_reference;
     QTimer m_timer;
     QPoint m_lastMouse;
     double m_yaw = 0.0;

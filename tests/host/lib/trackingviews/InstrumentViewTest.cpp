@@ -68,9 +68,10 @@ TEST(InstrumentTableModel, ShowsTrackedStateFromQualityAndKeepsTheLastTrackedPos
     ASSERT_EQ(model.rowCount(), 3);
     EXPECT_EQ(resets.count(), 1);
     const std::vector<std::vector<QString>> expected = {
-        {"atracsys-1000", "atracsys-1000", "tracked", "0.950", "1.50", "-2.25", "800.00", "", "0.0 s", ""},
-        {"atracsys-1001", "atracsys-1001", "not tracked", "0.000", "", "", "", "", "never", ""},
-        {"atracsys-1002", "atracsys-1002", "inactive", "0.000", "", "", "", "", "never", ""}};
+        {"atracsys-1000", "atracsys-1000", "tracked", "0.950", "1.50", "-2.25", "800.00", "", "", "", "0.0 s",
+         ""},
+        {"atracsys-1001", "atracsys-1001", "not tracked", "0.000", "", "", "", "", "", "", "never", ""},
+        {"atracsys-1002", "atracsys-1002", "inactive", "0.000", "", "", "", "", "", "", "never", ""}};
     for (int row = 0; row < 3; ++row)
         for (int column = 0; column < InstrumentTableModel::ColumnCount; ++column)
             EXPECT_EQ(cell(model, row, column), expected[row][column]) << row << "," << column;
