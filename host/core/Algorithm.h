@@ -30,6 +30,9 @@ public:
     /// 0 success, 1 error; safe to read from another thread while compute() runs.
     int status() const { return m_status.load(); }
     void setStatus(int status) { m_status.store(status); }
+    /// Why the last compute() failed, in the user's words, for a host to show beside its
+    /// status; "" when the algorithm does not say (the host then names the status).
+    virtual std::string failureReason() const { return std::string(); }
 
     /// The name given at registration ("SpryTrackStream") and the host identifier
     /// ("Atracsys.SpryTrackStream"); set when the algorithm is created, before it is shared.

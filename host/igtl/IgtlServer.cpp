@@ -3,6 +3,7 @@
 #include "host/core/Log.h"
 #include "host/core/Time.h"
 #include "host/igtl/IgtlClientConnection.h"
+#include "host/igtl/IgtlEndpoint.h"
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/ImageStream.h"
 #include "host/stream/ImageStreamData.h"
@@ -61,11 +62,12 @@ bool IgtlServer::start(std::string* error) {
         return true;
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    if (m_settings.port < 0 || m_settings.port > 65535)
-        return fail("the port is not between 0 and 65535");
+    if (const std::string why = IgtlEndpoint::portProblem(m_settings.port); !why.empty())
+        return fail(why);
     address.sin_port = htons(static_cast<std::uint16_t>(m_settings.port));
-    if (::inet_pton(AF_INET, m_settings.bindAddress.c_str(), &address.sin_addr) != 1)
-        return fail("not an IPv4 address");
+    if (const std::string why = IgtlEndpoint::bindAddressProblem(m_settings.bindAddress); !why.empty())
+        return fail(why);
+    ::inet_pton(AF_INET, m_settings.bindAddress.c_str(), &address.sin_addr);
     m_listenSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (m_listenSocket < 0)
         return fail(std::strerror(errno));

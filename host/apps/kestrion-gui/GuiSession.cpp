@@ -58,9 +58,10 @@ void GuiSession::computeNext() {
     m_running = QtConcurrent::run([algorithm = next.algorithm]() -> std::string {
         try {
             algorithm->compute();
-            return algorithm->status() == Algorithm::Success
-                       ? std::string()
-                       : "status " + std::to_string(algorithm->status());
+            if (algorithm->status() == Algorithm::Success)
+                return std::string();
+            const std::string reason = algorithm->failureReason();
+            return reason.empty() ? "status " + std::to_string(algorithm->status()) : reason;
         } catch (const std::exception& e) {
             return e.what();
         } catch (...) {

@@ -1,6 +1,7 @@
 #include "host/apps/kestrion-gui/IgtlServing.h"
 
 #include "host/apps/kestrion-gui/GuiSession.h"
+#include "host/apps/kestrion-gui/IgtlServerPanelFactory.h"
 #include "host/igtl/IgtlServerAlgorithm.h"
 #include "host/lib/AlgorithmFactory.h"
 #include "host/lib/FactoryRegistry.h"
@@ -14,6 +15,7 @@ void registerAlgorithm() {
     auto factory = std::make_unique<AlgorithmFactory>("Kestrion", true);
     factory->registerAlgorithm<Igtl::IgtlServerAlgorithm>("OpenIGTLinkServer", "IO;OpenIGTLink;Server");
     registry.addAlgorithmFactory(std::move(factory), "kestrion-gui");
+    registry.addControllerFactory(std::make_unique<IgtlServerPanelFactory>(), "kestrion-gui");
 }
 
 void followSession(const GuiSession& session) {

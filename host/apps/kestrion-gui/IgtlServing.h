@@ -8,7 +8,8 @@ class GuiSession;
 /// algorithm list ("IO;OpenIGTLink;Server"), which serves the session's newest tracking stream.
 namespace IgtlServing {
 
-/// Registers the algorithm's factory with the host's factory registry (once).
+/// Registers the algorithm's factory and its panel's (IgtlServerPanel) with the host's factory
+/// registry (once).
 void registerAlgorithm();
 /// Hands every server algorithm of the session the newest tracking stream (none when there is
 /// none): called whenever the session's algorithms change.
