@@ -199,7 +199,7 @@ void IgtlServerPanel::updateChecks() {
                                              state.running.bindAddress != wanted.bindAddress ||
                                              state.running.imageRateHz != wanted.imageRateHz);
     const bool valid = portValid && addressValid;
-    m_start->setText(state.listening ? tr("Restart") : tr("Start"));
+    m_start->setText(changed ? tr("Restart") : tr("Start"));
     m_start->setEnabled(valid && (!state.listening || changed));
     m_stop->setEnabled(state.listening);
     QString pending;

@@ -24,8 +24,9 @@ class IgtlClientTable;
 /// valid edit goes to the algorithm at once (so it is saved with the workspace) but the server
 /// takes it only on Start: a running server is never stopped by what is typed.
 ///
-/// Start listens with the settings (while the server runs on other settings, Start reads
-/// "Restart", and the running server goes on when the new one cannot listen); Stop stops it.
+/// Start listens with the settings (while the server runs with other settings than those typed,
+/// it reads "Restart", and the running server goes on when the new one cannot listen); Stop
+/// stops it.
 /// Below, read-only: where it listens, or that it does not; the reason of the last failed start,
 /// as the server gave it ("OpenIGTLink server cannot listen on 127.0.0.1:18944: Address already
 /// in use"); and the clients (IgtlClientTable), read from the server about twice a second.
