@@ -1,9 +1,12 @@
 // The OpenIGTLink server's cost to the stream's worker thread (the hand-off of one frame) with
 // 0, 1 and 8 clients connected and reading, and the delay from the frame's emission to its
-// TRANSFORM arriving at a client on the loopback address.
+// TRANSFORM arriving at a client on the loopback address; what the desktop host's panel costs its
+// GUI thread (a Start and a Stop, a refresh with clients connected).
 #include "tests/host/igtl/IgtlTestClient.h"
 
+#include "host/core/Log.h"
 #include "host/igtl/IgtlServer.h"
+#include "host/igtl/IgtlServerAlgorithm.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
 
@@ -141,5 +144,44 @@ void BM_EmissionToReceipt(benchmark::State& state) {
     server.stop();
 }
 BENCHMARK(BM_EmissionToReceipt)->Iterations(4000)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// A click on Start then Stop in the panel: bind and listen, start the server's threads, then
+// end them and close the socket, all on the GUI thread.
+void BM_PanelStartStop(benchmark::State& state) {
+    Log::setConsoleEnabled(false); // two info lines per iteration
+    Igtl::IgtlServerAlgorithm server;
+    server.setPort(0);
+    for (auto _ : state) {
+        if (!server.start()) {
+            state.SkipWithError("cannot listen");
+            break;
+        }
+        server.stop();
+    }
+    Log::setConsoleEnabled(true);
+}
+BENCHMARK(BM_PanelStartStop)->Iterations(500)->Unit(benchmark::kMicrosecond);
+
+// The panel's refresh, twice a second: the server's state and its list of N connected clients.
+void BM_PanelRefreshRead(benchmark::State& state) {
+    Log::setConsoleEnabled(false); // a line per client
+    Igtl::IgtlServerAlgorithm server;
+    server.setPort(0);
+    server.start();
+    std::vector<std::unique_ptr<IgtlTestClient>> clients;
+    for (int i = 0; i < state.range(0); ++i) {
+        clients.push_back(std::make_unique<IgtlTestClient>(server.port()));
+        clients.back()->next("STATUS");
+    }
+    while (server.clients().size() < clients.size())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the server publishes its list
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(server.state());
+        benchmark::DoNotOptimize(server.clients());
+    }
+    server.stop();
+    Log::setConsoleEnabled(true);
+}
+BENCHMARK(BM_PanelRefreshRead)->Arg(1)->Arg(16)->Unit(benchmark::kMicrosecond);
 
 } // namespace
