@@ -7,6 +7,8 @@
 #include <iomanip>
 #include <optional>
 #include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Kestrion {
 
@@ -62,8 +64,22 @@ bool AtracsysPivotFile::save(const std::string& path, const Eigen::Vector3d& tip
         error = path + " is not a marker geometry file (it has no [geometry] section)";
         return false;
     }
-    if (!Filesystem::File::writeText(Filesystem::Path(path), withPivot(*text, tip))) {
-        error = "cannot write " + path + " (see the error above)";
+    return writeWithPivot(path, *text, tip, error);
+}
+
+bool AtracsysPivotFile::writeWithPivot(const std::string& path, const std::string& text,
+                                       const Eigen::Vector3d& tip, std::string& error) {
+    // No write permission for anyone, or none for this process: the file stays as it is (a
+    // process that may write the folder could otherwise rename over it, even run as root).
+    struct stat info;
+    if (::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+        ((info.st_mode & 0222) == 0 || ::access(path.c_str(), W_OK) != 0)) {
+        error = "cannot write " + path + ": the file is read-only";
+        return false;
+    }
+    std::string reason;
+    if (!Filesystem::File::writeText(Filesystem::Path(path), withPivot(text, tip), &reason)) {
+        error = "cannot write " + path + ": " + reason;
         return false;
     }
     return true;

@@ -18,8 +18,13 @@ public:
     /// Puts `tip` into the geometry file at `path`: the new text goes to a temporary file in the
     /// same folder that is then renamed over it, so the file holds the old or the whole new text.
     /// False, with the reason in `error` and the file untouched, when it cannot be read, is not a
-    /// marker geometry file (no [geometry] section) or cannot be replaced.
+    /// marker geometry file (no [geometry] section), is read-only or cannot be replaced.
     static bool save(const std::string& path, const Eigen::Vector3d& tip, std::string& error);
+    /// Writes withPivot(text, tip) to `path` (a new file, or one replaced) the same way. A file
+    /// that exists and is read-only is refused: a rename could replace it, but its owner said no.
+    /// False, with the reason naming the file in `error` and nothing changed, on failure.
+    static bool writeWithPivot(const std::string& path, const std::string& text, const Eigen::Vector3d& tip,
+                               std::string& error);
 
     /// The fiducial count of a geometry text (the "count" key of its [geometry] section, a plain
     /// decimal number); empty when there is none.

@@ -2,6 +2,7 @@
 
 #include "atracsys/calibration/AtracsysPivotFile.h"
 #include "atracsys/calibration/AtracsysPivotRecording.h"
+#include "atracsys/gui/AtracsysToolTipSaver.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
 #include "host/core/File.h"
@@ -191,31 +192,18 @@ std::string AtracsysPivotCalibrationPanel::geometryPath(const AtracsysTrackingSt
 }
 
 void AtracsysPivotCalibrationPanel::onSave() {
-    if (!m_result || !m_result->solved())
+    if (!m_stream || !m_result || !m_result->solved())
         return;
-    const std::string source = geometryPath(*m_stream, m_instrumentId);
-    QFile file(QString::fromStdString(source));
-    if (source.empty() || !file.open(QIODevice::ReadOnly)) {
-        KESTRION_LOG_ERROR(Category, "The geometry file of " << m_instrumentId << " could not be read: \""
-                                                             << source << "\"");
-        return;
-    }
-    const QByteArray bytes = file.readAll();
-    const std::string text(bytes.constData(), static_cast<std::size_t>(bytes.size()));
-    const std::string target =
-        QtHelpers::getSaveFilename("Save tool tip", "ini", QFileInfo(file).completeBaseName().toStdString());
-    if (target.empty())
-        return; // cancelled: nothing written
-    if (!Filesystem::File::writeText(Filesystem::Path(target),
-                                     AtracsysPivotFile::withPivot(text, m_result->tipInMarker)))
-        return; // the file helper logged why
-    KESTRION_LOG_INFO(Category, "the tool tip has been written to " << target);
-    // The instrument's own file: loaded again, so that its tip is tracked from now on.
-    if (QFileInfo(QString::fromStdString(target)).canonicalFilePath() ==
-            QFileInfo(file).canonicalFilePath() &&
-        m_stream->removeGeometry(m_instrumentId))
-        m_stream->addGeometry(m_instrumentName, target);
-    m_save->setEnabled(false);
+    const AtracsysToolTipSaver::Outcome outcome = AtracsysToolTipSaver::save(
+        *m_stream, m_instrumentId, m_result->tipInMarker, AtracsysToolTipSaver::workspaceFolder(this));
+    if (outcome.kind == AtracsysToolTipSaver::Outcome::Kind::Cancelled)
+        return; // nothing written
+    const bool saved = outcome.kind == AtracsysToolTipSaver::Outcome::Kind::Saved;
+    m_resultLabel->setText(
+        m_resultLabel->text().section(QLatin1Char('\n'), 0, 2) + QLatin1Char('\n') +
+        QString::fromStdString(saved ? "Tip saved to " + outcome.file + "; the tool tracks it now."
+                                     : "The tip was not saved: " + outcome.error));
+    m_save->setEnabled(!saved);
 }
 
 } // namespace Kestrion

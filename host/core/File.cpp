@@ -76,22 +76,25 @@ void syncFolder(const Path& target) {
 
 } // namespace
 
-bool File::writeText(const Path& path, const std::string& text) {
-    if (path.empty() || path.fileName().empty()) {
-        logWriteError(path, "the path does not name a file");
+bool File::writeText(const Path& path, const std::string& text, std::string* reason) {
+    const auto failed = [&](const std::string& why) {
+        logWriteError(path, why);
+        if (reason)
+            *reason = why;
         return false;
+    };
+    if (path.empty() || path.fileName().empty()) {
+        return failed("the path does not name a file");
     }
     const Path target = resolvedTarget(path);
     std::string temporary;
     const int fd = openTemporary(target, temporary);
     if (fd < 0) {
-        logWriteError(path, std::string("cannot create a file in its folder: ") + std::strerror(errno));
-        return false;
+        return failed(std::string("cannot create a file in its folder: ") + std::strerror(errno));
     }
-    const auto fail = [&](const std::string& reason) {
+    const auto fail = [&](const std::string& why) {
         ::unlink(temporary.c_str());
-        logWriteError(path, reason);
-        return false;
+        return failed(why);
     };
     if (!writeAll(fd, text.data(), text.size())) {
         const int error = errno;

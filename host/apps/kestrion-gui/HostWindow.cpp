@@ -214,6 +214,7 @@ void HostWindow::closeEvent(QCloseEvent* event) {
 }
 
 void HostWindow::updateTitle() {
+    setWorkspaceFile(m_workspaceFile); // for the panels' file dialogs
     setWindowTitle(m_workspaceFile.empty()
                        ? tr("Kestrion")
                        : tr("Kestrion - %1").arg(QString::fromStdString(m_workspaceFile)));

@@ -2,6 +2,8 @@
 
 #include <QMainWindow>
 
+#include <string>
+
 class QDockWidget;
 class QSplitter;
 class QTabWidget;
@@ -45,6 +47,11 @@ public:
     bool removeControllerPanel(QWidget* panel);
     QTabWidget* panelArea() const { return m_panels; }
 
+    /// The workspace file the window shows ("" for a new workspace), set by the host as it
+    /// opens and saves them; panels propose its folder for the files they create.
+    void setWorkspaceFile(const std::string& file) { m_workspaceFile = file; }
+    const std::string& workspaceFile() const { return m_workspaceFile; }
+
 private:
     DisplayWidgetMulti* m_display;
     ProgressWidget* m_progress;
@@ -53,6 +60,7 @@ private:
     QDockWidget* m_logDock;
     QTabWidget* m_panels;
     QSplitter* m_splitter;
+    std::string m_workspaceFile;
 };
 
 } // namespace Kestrion

@@ -1,6 +1,6 @@
 // The markers widget's pivot calibration on the simulated camera (stepped clock, the stream's own
 // worker thread): recording with progress, the result shown, cancel, and the tip saved into the
-// tool's geometry file, which is then loaded again with its tip.
+// tool's own geometry file, which is then loaded again with its tip.
 
 #include "atracsys/device/AtracsysGeometryHelpers.h"
 #include "atracsys/gui/AtracsysMarkersWidget.h"
@@ -73,16 +73,18 @@ TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
     EXPECT_EQ(capture->countContaining("Pivot calibration of atracsys-1000: tip "), 1u) << capture->dump();
     ASSERT_TRUE(save->isEnabled());
 
-    // A cancelled dialog writes nothing; the tool's own file gets the tip and is loaded again.
-    {
-        QtHelpers::ScopedFileDialogHook cancel(
-            [](const QtHelpers::FileDialogRequest&) { return std::string(); });
-        save->click();
-    }
-    EXPECT_EQ(*Filesystem::File::readText(tool), original);
-    QtHelpers::ScopedFileDialogHook chooseTool([&](const QtHelpers::FileDialogRequest&) { return tool; });
+    // The tool's own file gets the tip, without a question, and is loaded again.
+    std::size_t dialogs = 0;
+    QtHelpers::ScopedFileDialogHook noDialog([&](const QtHelpers::FileDialogRequest&) {
+        ++dialogs;
+        return std::string();
+    });
     save->click();
+    EXPECT_EQ(dialogs, 0u);
     EXPECT_TRUE(capture->contains(Log::Info, Category, "the tool tip has been written to " + tool));
+    EXPECT_NE(label(widget).find("Tip saved to " + tool + "; the tool tracks it now."), std::string::npos)
+        << label(widget);
+    EXPECT_FALSE(save->isEnabled());
     EXPECT_EQ(Filesystem::File::readText(tool)->rfind(original + "[pivot]\nx=", 0), 0u);
     Recorder recorder(stream);
     ASSERT_TRUE(waitUntil([&] {
