@@ -18,8 +18,9 @@ namespace Kestrion {
 
 namespace {
 
+/// "x, y, z" to a tenth of a millimetre: narrow enough for the table at the default window size.
 QString point(const Eigen::Vector3d& p) {
-    return QStringLiteral("%1, %2, %3").arg(p.x(), 0, 'f', 2).arg(p.y(), 0, 'f', 2).arg(p.z(), 0, 'f', 2);
+    return QStringLiteral("%1, %2, %3").arg(p.x(), 0, 'f', 1).arg(p.y(), 0, 'f', 1).arg(p.z(), 0, 'f', 1);
 }
 
 } // namespace
@@ -244,24 +245,18 @@ QVariant InstrumentTableModel::headerData(int section, Qt::Orientation orientati
         return tr("Registration error (mm): how far the measured fiducials lie from the geometry placed at "
                   "the pose");
     if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == Tip)
-        return tr("The tool tip in camera coordinates (mm), for instruments whose geometry has one");
+        return tr(
+            "The tool tip in camera coordinates (x, y, z in mm), for instruments whose geometry has one");
     if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == InReference)
-        return tr("The position in the reference's frame (mm): only while the instrument and the reference "
-                  "are tracked in the same frame");
+        return tr("The position in the reference's frame (x, y, z in mm): only while the instrument and the "
+                  "reference are tracked in the same frame");
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
-    static const char* const titles[] = {QT_TR_NOOP("Id"),
-                                         QT_TR_NOOP("Name"),
-                                         QT_TR_NOOP("Status"),
-                                         QT_TR_NOOP("Quality"),
-                                         QT_TR_NOOP("x (mm)"),
-                                         QT_TR_NOOP("y (mm)"),
-                                         QT_TR_NOOP("z (mm)"),
-                                         QT_TR_NOOP("Tip x, y, z (mm)"),
-                                         QT_TR_NOOP("In reference x, y, z (mm)"),
-                                         QT_TR_NOOP("Error (mm)"),
-                                         QT_TR_NOOP("Last seen"),
-                                         QT_TR_NOOP("Reason")};
+    static const char* const titles[] = {
+        QT_TR_NOOP("Id"),         QT_TR_NOOP("Name"),      QT_TR_NOOP("Status"),
+        QT_TR_NOOP("Quality"),    QT_TR_NOOP("x (mm)"),    QT_TR_NOOP("y (mm)"),
+        QT_TR_NOOP("z (mm)"),     QT_TR_NOOP("Tip (mm)"),  QT_TR_NOOP("In reference (mm)"),
+        QT_TR_NOOP("Error (mm)"), QT_TR_NOOP("Last seen"), QT_TR_NOOP("Reason")};
     return section >= 0 && section < ColumnCount ? tr(titles[section]) : QVariant();
 }
 

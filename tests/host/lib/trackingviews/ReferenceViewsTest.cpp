@@ -94,7 +94,7 @@ TEST(InstrumentTableModel, GivesPositionsInTheReferencesFrameOnlyForFramesWhereB
     Model model;
     model.setReference(Reference);
     model.showFrame(*frame(true, true), 1000);
-    EXPECT_EQ(cells(model, 0), "20.00, -10.00, -200.00 | 10.00, 20.00, 700.00 | ");
+    EXPECT_EQ(cells(model, 0), "20.0, -10.0, -200.0 | 10.0, 20.0, 700.0 | ");
     EXPECT_EQ(cells(model, 1), "(reference) |  | ");
     EXPECT_TRUE(model.data(model.index(1, Model::Name), Qt::FontRole).value<QFont>().bold());
 
@@ -106,21 +106,21 @@ TEST(InstrumentTableModel, GivesPositionsInTheReferencesFrameOnlyForFramesWhereB
     hidden->addComponent(status);
     model.showFrame(*hidden, 1100);
     EXPECT_EQ(cells(model, 0),
-              "reference not seen | 10.00, 20.00, 700.00 | registration error 0.07 mm; reference not seen");
+              "reference not seen | 10.0, 20.0, 700.0 | registration error 0.07 mm; reference not seen");
     EXPECT_EQ(cells(model, 1), "(reference) |  | ");
 
     // The tool hidden: no position of an earlier frame; the last tip stays (greyed).
     model.showFrame(*frame(false, true), 1200);
-    EXPECT_EQ(cells(model, 0), " | 10.00, 20.00, 700.00 | ");
+    EXPECT_EQ(cells(model, 0), " | 10.0, 20.0, 700.0 | ");
     // Poses computed for another reference, and a frame that is no longer current, give none.
     model.showFrame(*frame(true, true, Stylus), 1300);
-    EXPECT_EQ(cells(model, 0), " | 10.00, 20.00, 700.00 | ");
+    EXPECT_EQ(cells(model, 0), " | 10.0, 20.0, 700.0 | ");
     model.showFrame(*frame(true, true), 1400);
     model.setCurrent(false, "camera not delivering");
-    EXPECT_EQ(cells(model, 0), " | 10.00, 20.00, 700.00 | camera not delivering");
+    EXPECT_EQ(cells(model, 0), " | 10.0, 20.0, 700.0 | camera not delivering");
     model.setCurrent(true);
     model.setReference(Stylus); // another reference: nothing of the old one's values remains
-    EXPECT_EQ(cells(model, 0), "(reference) | 10.00, 20.00, 700.00 | ");
+    EXPECT_EQ(cells(model, 0), "(reference) | 10.0, 20.0, 700.0 | ");
     EXPECT_EQ(cells(model, 1), " |  | ");
 }
 
@@ -180,7 +180,7 @@ TEST(TrackingViews, FollowTheReferenceChosenInTheInstrumentViewsContextMenu) {
     EXPECT_FALSE(view.table()->isColumnHidden(Model::InReference));
     EXPECT_EQ(cells(*view.model(), 1), "(reference) |  | ") << "marked at once";
     show(true); // the stream's next frames carry the relative poses
-    EXPECT_EQ(cells(*view.model(), 0), "20.00, -10.00, -200.00 | 10.00, 20.00, 700.00 | ");
+    EXPECT_EQ(cells(*view.model(), 0), "20.0, -10.0, -200.0 | 10.0, 20.0, 700.0 | ");
     EXPECT_TRUE(action("useAsReference")->isChecked());
     volume.referenceFrameToggle()->setChecked(true);
     EXPECT_EQ(volume.scene().referenceFrame(), Reference);
