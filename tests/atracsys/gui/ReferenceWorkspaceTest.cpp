@@ -3,10 +3,11 @@
 // "No reference" was chosen).
 
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
-#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+#include "atracsys/stream/AtracsysTrackingStream.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/Workspace.h"
 #include "host/lib/trackingviews/InstrumentView.h"
+#include "host/stream/StreamAlgorithm.h"
 #include "host/stream/state/InstrumentNames.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
 
@@ -23,8 +24,8 @@ TEST(ReferenceWorkspace, TheReferenceAndNamesChosenInTheInstrumentViewAreKeptByT
     FactoryRegistry registry;
     registry.addAlgorithmFactory(std::make_unique<AtracsysAlgorithmFactory>(), "test");
     const auto streamOf = [](const Workspace& workspace) {
-        return dynamic_cast<SpryTrack::AtracsysStreamAlgorithm&>(*workspace.algorithms().at(0).algorithm)
-            .stream();
+        const auto& algorithm = dynamic_cast<const StreamAlgorithm&>(*workspace.algorithms().at(0).algorithm);
+        return dynamic_cast<SpryTrack::AtracsysTrackingStream*>(algorithm.outputStream());
     };
     // Chosen in the view, then saved; opened again, then "No reference" and saved; opened again.
     for (const bool withReference : {true, false}) {
