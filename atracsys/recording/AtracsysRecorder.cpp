@@ -39,6 +39,11 @@ void AtracsysRecorder::setTarget(const std::string& file, bool images, bool repl
     m_started = false;
 }
 
+bool AtracsysRecorder::imagesWanted() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_images;
+}
+
 bool AtracsysRecorder::wanted() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return !m_file.empty() && !m_started;
@@ -74,6 +79,8 @@ bool AtracsysRecorder::start(const Recording::SessionHeader& header) {
         RecordingStatus status;
         status.file = file;
         status.writtenFile = output->partialFile();
+        status.startedUS = header.startedUS;
+        status.bytes = output->bytesWritten();
         if (!opened) {
             status.state = RecordingStatus::State::CutShort;
             status.reason = output->error();
@@ -294,8 +301,10 @@ void AtracsysRecorder::writerLoop() {
             ++m_framesTaken;
             m_free.push_back(frame);
             idle = m_queue.empty();
-            if (!failedWrite)
+            if (!failedWrite) {
                 m_status->frames = output.framesWritten();
+                m_status->bytes = output.bytesWritten();
+            }
         }
         // Waiting for frames: what was written goes to the system, so that a process killed now
         // leaves every frame written so far in the file.
@@ -322,6 +331,7 @@ void AtracsysRecorder::writerLoop() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_status->frames = frames;
+        m_status->bytes = output.bytesWritten();
         m_status->writtenFile = file;
         if (m_status->state == RecordingStatus::State::CutShort)
             cutShortReason = m_status->reason;

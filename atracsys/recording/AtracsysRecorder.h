@@ -52,6 +52,8 @@ public:
     /// The file to record to (empty: none), whether the camera images are recorded, and whether
     /// an existing file of that name may be replaced. Taken into account by the next start().
     void setTarget(const std::string& file, bool images, bool replace = false);
+    /// Whether the target asks for the camera images.
+    bool imagesWanted() const;
     /// Whether a file is set and its recording not started yet.
     bool wanted() const;
     /// Creates the file, writes the header and starts the writer thread. False (and an error

@@ -256,7 +256,7 @@ bool AtracsysTrackingStream::startImpl() {
     if (integrationTime >= 1)
         setImageIntegrationTime(integrationTime);
     if (m_recorder->wanted())
-        startRecording();
+        beginRecording();
     else if (m_recorder->interrupted())
         resumeRecording();
     return true;
@@ -274,7 +274,27 @@ std::optional<RecordingStatus> AtracsysTrackingStream::recordingStatus() const {
     return m_recorder->status();
 }
 
-void AtracsysTrackingStream::startRecording() {
+bool AtracsysTrackingStream::recordTo(const std::string& file, bool images, bool replace) {
+    if (m_recorder->recording())
+        m_recorder->finish(); // one session recording at a time: the new file follows this one
+    m_recorder->setTarget(file, images, replace);
+    // A stream that runs records from now on. One that starts at the same time may begin the
+    // recording itself (startImpl): the recorder lets only the first start() through.
+    if (!isStateOneOf({State::Starting, State::Running}))
+        return true;
+    if (beginRecording())
+        return true;
+    // Refused, or begun by the start meanwhile: the status of this file says which.
+    const std::optional<RecordingStatus> status = m_recorder->status();
+    return status && status->file == file && status->state != RecordingStatus::State::CutShort;
+}
+
+void AtracsysTrackingStream::stopRecording() {
+    m_recorder->setTarget({}, false); // a stream started later records nothing
+    m_recorder->finish();
+}
+
+bool AtracsysTrackingStream::beginRecording() {
     // The recorder hook: the recording starts with the camera's description and its geometries.
     std::vector<std::pair<std::string, ftkGeometry>> geometries;
     for (auto& [id, geometry] : m_instruments->specialObjects())
@@ -283,9 +303,10 @@ void AtracsysTrackingStream::startRecording() {
     AtracsysDeviceContext::Lock lock(*m_device); // the option values come from the device
     const AtracsysHelpers::DeviceData device = m_device->device();
     Recording::SessionHeader header = AtracsysRecordingCopy::sessionHeader(
-        m_device->library(), device.serialNumber, device.type, device.name, geometries, queryImages());
+        m_device->library(), device.serialNumber, device.type, device.name, geometries,
+        queryImages() && m_recorder->imagesWanted());
     lock.unlock();
-    m_recorder->start(header); // creates the file: not under the device mutex
+    return m_recorder->start(header); // creates the file: not under the device mutex
 }
 
 bool AtracsysTrackingStream::stopImpl() {

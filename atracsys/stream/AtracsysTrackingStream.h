@@ -74,6 +74,16 @@ public:
     void setReconnect(bool reconnect) { m_settings.setReconnect(reconnect); }
     /// The recording of the session ("recordFile"): it goes on across a camera reopened.
     std::optional<RecordingStatus> recordingStatus() const override;
+    /// Records the session to `file`, with the camera images when `images` and the stream
+    /// fetches them: at once while the stream runs, else when it starts. An existing file is
+    /// refused unless `replace`. False (with the reason in recordingStatus() and the log) when
+    /// the recording could not begin. A recording running is finished first, and its writer
+    /// waited for: call it from a thread that may wait on the disk (neither the worker nor the
+    /// user interface's).
+    bool recordTo(const std::string& file, bool images, bool replace = false);
+    /// Ends the session's recording after the frames fetched so far; the recorder's thread
+    /// completes the file (recordingStatus() says when). Any thread; does not wait.
+    void stopRecording();
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;
@@ -127,7 +137,7 @@ private:
     bool openDevice();
     void setSpryTrackOptions();
     /// Starts the recording with the camera's description and the geometries on it.
-    void startRecording();
+    bool beginRecording();
     /// Goes on with the session's recording after the camera was reopened.
     void resumeRecording();
 

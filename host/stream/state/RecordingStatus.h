@@ -28,6 +28,10 @@ struct RecordingStatus {
     /// Frames written so far, and those the recorder dropped because its writer fell behind.
     std::uint64_t frames = 0;
     std::uint64_t dropped = 0;
+    /// Bytes of the file written so far (header and records), for a size shown while recording.
+    std::uint64_t bytes = 0;
+    /// When the recording began, in µs since the epoch (UTC); a reader's elapsed time starts here.
+    std::uint64_t startedUS = 0;
     /// Times the camera was lost and reopened while recording (the gaps in the file).
     std::uint64_t gaps = 0;
     /// Why the recording was cut short, in words (empty otherwise).

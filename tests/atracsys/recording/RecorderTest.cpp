@@ -5,6 +5,7 @@
 
 #include "atracsys/recording/AtracsysRecorder.h"
 #include "host/core/Properties.h"
+#include "host/core/Time.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "recording/RecordingReader.h"
 #include "tests/support/LogCapture.h"
@@ -255,4 +256,73 @@ TEST(Recorder, EndsCutShortForAnotherCameraAndStartsAgainSafely) {
         EXPECT_FALSE(reader.cutShort());
         std::filesystem::remove(file);
     }
+}
+
+namespace {
+
+/// The frames of a recording file, read to its end; -1 when it cannot be read.
+long long framesIn(const std::string& file) {
+    Recording::RecordingReader reader;
+    if (!reader.open(file))
+        return -1;
+    Recording::Frame frame;
+    while (reader.next(frame) == Recording::RecordingReader::Next::Frame) {
+    }
+    return reader.cutShort() ? -1 : static_cast<long long>(reader.framesRead());
+}
+
+} // namespace
+
+// Recordings started and stopped while the stream runs: each file holds the frames its status
+// counted, a stopped recording is not started again by the next start, and an existing file is
+// refused as data.
+TEST(Recorder, StartsAndStopsTwiceWhileTheStreamRuns) {
+    SceneGuard scene("tracking.json");
+    TestSupport::LogCapture log;
+    const std::string first = freshFile("runtime-first.krec");
+    const std::string second = freshFile("runtime-second.krec");
+    const auto complete = [](const RecordingStatus& s) {
+        return s.state == RecordingStatus::State::Complete;
+    };
+    std::optional<RecordingStatus> done[2], refused, afterRestart;
+    const auto beganUS = std::uint64_t(Time::utcMilliseconds()) * 1000;
+    {
+        ProbedStream stream;
+        ASSERT_TRUE(stream.openWithMarkers());
+        Recorder data(stream);
+        ASSERT_TRUE(stream.start());
+        ASSERT_TRUE(data.waitForData(5));
+        EXPECT_FALSE(stream.recordingStatus()) << "nothing recorded before it was asked for";
+        const std::string files[2] = {first, second};
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_TRUE(stream.recordTo(files[i], false));
+            ASSERT_TRUE(statusWhen(stream, [](const RecordingStatus& s) { return s.frames >= 10; }));
+            stream.stopRecording();
+            done[i] = statusWhen(stream, complete);
+        }
+        EXPECT_FALSE(stream.recordTo(first, false));
+        refused = stream.recordingStatus();
+        stream.close();
+        ASSERT_TRUE(stream.open() && stream.start());
+        ASSERT_TRUE(data.waitForData(data.dataCount() + 10));
+        afterRestart = stream.recordingStatus();
+    }
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(done[i] && complete(*done[i]));
+        const std::string file = i == 0 ? first : second;
+        EXPECT_EQ(done[i]->writtenFile, file);
+        EXPECT_EQ(framesIn(file), static_cast<long long>(done[i]->frames));
+        EXPECT_GE(done[i]->frames, 10u);
+        EXPECT_EQ(done[i]->bytes, std::filesystem::file_size(file));
+        EXPECT_GE(done[i]->startedUS, beganUS);
+        EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording frames to " + file));
+    }
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(std::make_tuple(refused->state, refused->reason),
+              std::make_tuple(RecordingStatus::State::CutShort,
+                              "recording " + first + ": cannot record over an existing file: File exists"));
+    ASSERT_TRUE(afterRestart);
+    EXPECT_EQ(afterRestart->file, first) << "no recording began at the restart";
+    std::filesystem::remove(first);
+    std::filesystem::remove(second);
 }
