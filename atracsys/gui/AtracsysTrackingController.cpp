@@ -2,6 +2,7 @@
 
 #include "atracsys/gui/AtracsysMarkersWidget.h"
 #include "atracsys/gui/AtracsysMetaTypes.h"
+#include "atracsys/gui/AtracsysRecordingPanel.h"
 #include "host/core/Log.h"
 #include "host/lib/widgets/LogAlertWidget.h"
 #include "host/lib/widgets/MainWindow.h"
@@ -9,6 +10,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QLabel>
@@ -40,7 +42,8 @@ AtracsysTrackingController::AtracsysTrackingController(CreateAlgorithm* algorith
     , m_framePacingSpin(nullptr)
     , m_reconnectCheck(nullptr)
     , m_reconnectLabel(nullptr)
-    , m_markersWidget(nullptr) {
+    , m_markersWidget(nullptr)
+    , m_recordingPanel(nullptr) {
     registerAtracsysMetaTypes();
     setupGUI();
 }
@@ -49,6 +52,8 @@ AtracsysTrackingController::~AtracsysTrackingController() {
     // The state-change slot queues calls on this panel from the stream's control thread: end it
     // before the panel's members go.
     disconnectAllSignals();
+    delete m_recordingPanel; // waits for a recording being started on the stream
+    m_recordingPanel = nullptr;
     m_reconnector.reset(); // before anything it may still reopen the stream for
     m_renderer.reset();
 }
@@ -206,6 +211,14 @@ void AtracsysTrackingController::init() {
 
     if (m_stream->queryImages())
         createRenderer();
+
+    // Recording, right below the connection and tracking controls.
+    m_recordingPanel = new AtracsysRecordingPanel(*m_stream, this);
+    m_recordingPanel->setStartFolder([this] {
+        const std::string workspace = mainWindow() ? mainWindow()->workspaceFile() : std::string();
+        return workspace.empty() ? QString() : QFileInfo(QString::fromStdString(workspace)).absolutePath();
+    });
+    m_layout->insertWidget(m_layout->indexOf(m_generalBox) + 1, m_recordingPanel);
 
     m_markersWidget = new AtracsysMarkersWidget(m_stream, true, this);
     m_markersWidget->setMainWindow(mainWindow());

@@ -22,6 +22,7 @@ class QVBoxLayout;
 namespace Kestrion {
 
 class AtracsysMarkersWidget;
+class AtracsysRecordingPanel;
 class PropertiesWidget;
 
 /// The panel of the Atracsys tracking stream: opens and closes the connection to the camera,
@@ -48,6 +49,8 @@ public:
     /// The stream bound by init(), or null.
     SpryTrack::AtracsysTrackingStream* stream() const { return m_stream; }
     AtracsysMarkersWidget* markersWidget() const { return m_markersWidget; }
+    /// Records the session (made by init(), with the stream).
+    AtracsysRecordingPanel* recordingPanel() const { return m_recordingPanel; }
     AtracsysRenderer* renderer() const { return m_renderer.get(); }
     /// Brings the stream back after the camera was unplugged, while "Reconnect" is checked.
     StreamReconnector* reconnector() const { return m_reconnector.get(); }
@@ -81,7 +84,8 @@ private:
     QSpinBox* m_framePacingSpin;
     QCheckBox* m_reconnectCheck;
     QLabel* m_reconnectLabel;
-    AtracsysMarkersWidget* m_markersWidget; // a Qt child of the panel
+    AtracsysMarkersWidget* m_markersWidget;   // a Qt child of the panel
+    AtracsysRecordingPanel* m_recordingPanel; // a Qt child of the panel
     std::unique_ptr<AtracsysRenderer> m_renderer;
     std::unique_ptr<StreamReconnector> m_reconnector; // from init(), with the stream
 };

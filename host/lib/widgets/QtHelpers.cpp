@@ -40,16 +40,19 @@ std::string ask(const FileDialogRequest& request) {
     const QString caption = toQString(request.caption);
     const QString start = toQString(request.startPath);
     const QString filter = toQString(request.filter);
-    const QString chosen = request.kind == FileDialogRequest::Kind::Save
-                               ? QFileDialog::getSaveFileName(parent, caption, start, filter)
-                               : QFileDialog::getOpenFileName(parent, caption, start, filter);
+    const QString chosen =
+        request.kind == FileDialogRequest::Kind::Save
+            ? QFileDialog::getSaveFileName(parent, caption, start, filter, nullptr,
+                                           request.confirmOverwrite ? QFileDialog::Options()
+                                                                    : QFileDialog::DontConfirmOverwrite)
+            : QFileDialog::getOpenFileName(parent, caption, start, filter);
     return toStdString(chosen);
 }
 
 } // namespace
 
 std::string getSaveFilename(const std::string& caption, const std::string& fileType,
-                            const std::string& defaultName) {
+                            const std::string& defaultName, bool confirmOverwrite) {
     const QString type = toQString(fileType);
     QString proposed = toQString(defaultName);
     if (!type.isEmpty() && !proposed.isEmpty() && QFileInfo(proposed).suffix().isEmpty())
@@ -57,6 +60,7 @@ std::string getSaveFilename(const std::string& caption, const std::string& fileT
 
     FileDialogRequest request;
     request.kind = FileDialogRequest::Kind::Save;
+    request.confirmOverwrite = confirmOverwrite;
     request.caption = caption;
     request.filter =
         type.isEmpty()

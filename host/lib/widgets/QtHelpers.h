@@ -27,6 +27,9 @@ struct FileDialogRequest {
     std::string filter;
     /// The folder (open) or the proposed file (save) the dialog starts with.
     std::string startPath;
+    /// Save: whether the dialog asks before an existing file is chosen (false: the caller
+    /// refuses existing files itself).
+    bool confirmOverwrite = true;
 };
 
 /// Answers a file dialog instead of the user: the chosen path, or "" for a cancelled dialog.
@@ -37,9 +40,11 @@ using FileDialogHook = std::function<std::string(const FileDialogRequest&)>;
 /// "newmarker.ini"); a default name with a folder (an absolute path: the file being worked on)
 /// is proposed where it is. `fileType` is an extension without the dot ("ini"); a chosen name without
 /// an extension gets it. Returns the absolute path, or "" when the user cancels. The folder is
-/// remembered (QSettings, key "FileDialogs/Save/<fileType>"). GUI thread only.
+/// remembered (QSettings, key "FileDialogs/Save/<fileType>"). Without `confirmOverwrite` the
+/// dialog does not offer to replace an existing file (the caller never replaces one). GUI thread
+/// only.
 std::string getSaveFilename(const std::string& caption, const std::string& fileType,
-                            const std::string& defaultName);
+                            const std::string& defaultName, bool confirmOverwrite = true);
 
 /// Asks for an existing file to open, with a Qt name filter ("Geometry files (*.ini)"),
 /// starting in `startFolder` when it is a folder (the folder of the file the user works on),
