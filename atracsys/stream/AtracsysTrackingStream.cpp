@@ -7,6 +7,7 @@
 #include "atracsys/recording/AtracsysRecordingCopy.h"
 #include "atracsys/stream/AtracsysAcquisition.h"
 #include "atracsys/stream/AtracsysDeviceContext.h"
+#include "atracsys/stream/AtracsysDeviceReadings.h"
 #include "atracsys/stream/AtracsysGeometryManager.h"
 
 #include "host/core/Log.h"
@@ -110,6 +111,12 @@ std::vector<ConnectedCamera> AtracsysTrackingStream::connectedCameras(std::strin
     for (const auto& device : devices)
         cameras.push_back({device.serialNumber, device.name});
     return cameras;
+}
+
+std::vector<DeviceReading> AtracsysTrackingStream::readDevice() const {
+    // SDK calls; the fetch yields the mutex to a waiting caller between frames.
+    AtracsysDeviceContext::Lock lock(*m_device);
+    return AtracsysDeviceReadings::read(m_device->library(), m_device->serialNumber());
 }
 
 ConnectedCamera AtracsysTrackingStream::cameraInUse() const {

@@ -84,6 +84,8 @@ public:
     /// Ends the session's recording after the frames fetched so far; the recorder's thread
     /// completes the file (recordingStatus() says when). Any thread; does not wait.
     void stopRecording();
+    /// The camera's readable options (AtracsysDeviceReadings), read under the device mutex.
+    std::vector<DeviceReading> readDevice() const override;
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;

@@ -3,6 +3,7 @@
 #include "host/stream/InstrumentModification.h"
 #include "host/stream/Stream.h"
 #include "host/stream/TrackingInstrument.h"
+#include "host/stream/state/DeviceReading.h"
 #include "host/stream/state/RecordingStatus.h"
 
 #include <atomic>
@@ -64,6 +65,12 @@ public:
     /// Where the recording of this session stands; none when the stream records nothing (the
     /// default). Any thread.
     virtual std::optional<RecordingStatus> recordingStatus() const { return std::nullopt; }
+
+    /// What the device reports about itself now (its temperature, counters, settings), read
+    /// from it; empty when the stream cannot tell (the default) or the device is not open. It may
+    /// wait for the device like any control call: call it from a thread that may wait (neither
+    /// the worker's nor the user interface's), about once a second at most.
+    virtual std::vector<DeviceReading> readDevice() const { return {}; }
 
     /// The user's instrument names; every frame made after a change carries the new names.
     void setInstrumentNames(const InstrumentNames& names);

@@ -1,9 +1,10 @@
 #include "host/lib/trackingviews/StreamHealthView.h"
 
-#include "host/stream/Stream.h"
+#include "host/stream/TrackingStream.h"
 
 #include <QFormLayout>
 #include <QLabel>
+#include <QtConcurrent>
 
 #include <chrono>
 
@@ -12,8 +13,18 @@ namespace Kestrion {
 namespace {
 /// Often enough for the time since the last frame to be read as it goes.
 constexpr int RefreshMs = 500;
-const char* const Fields[] = {"State",         "Frame rate",       "Frames",    "Outages",
-                              "Reconnections", "Since last frame", "Last error"};
+/// The device's own values change slowly (a temperature), and reading them is a control call.
+constexpr int DeviceReadMs = 1000;
+const char* const Fields[] = {"State",      "Frame rate",    "Frames",
+                              "Outages",    "Reconnections", "Since last frame",
+                              "Last error", "Temperature",   "Camera values"};
+
+QString shown(const DeviceReading& reading) {
+    QString text = QString::fromStdString(reading.value);
+    if (!reading.unit.empty())
+        text += QLatin1Char(' ') + QString::fromStdString(reading.unit);
+    return text;
+}
 } // namespace
 
 StreamHealthView::StreamHealthView(QWidget* parent)
@@ -24,7 +35,29 @@ StreamHealthView::StreamHealthView(QWidget* parent)
         addField(tr(name));
     connect(&m_timer, &QTimer::timeout, this, &StreamHealthView::refresh);
     m_timer.start(RefreshMs); // also while hidden: the status bar's summary follows it
+    connect(&m_reading, &QFutureWatcher<std::vector<DeviceReading>>::finished, this, [this] {
+        // The end of a read may be announced after the view moved to another stream.
+        if (m_readFor != m_stream || m_reading.future().resultCount() == 0)
+            return;
+        m_readings = m_reading.result();
+        refresh();
+    });
+    connect(&m_deviceTimer, &QTimer::timeout, this, &StreamHealthView::readDevice);
+    m_deviceTimer.start(DeviceReadMs);
     refresh();
+}
+
+StreamHealthView::~StreamHealthView() {
+    // The read uses the stream: it ends before the stream may go.
+    m_reading.waitForFinished();
+}
+
+void StreamHealthView::readDevice() {
+    const auto* tracking = dynamic_cast<const TrackingStream*>(m_stream);
+    if (!tracking || m_reading.isRunning())
+        return;
+    m_readFor = m_stream;
+    m_reading.setFuture(QtConcurrent::run([tracking] { return tracking->readDevice(); }));
 }
 
 QLabel* StreamHealthView::addField(const QString& name) {
@@ -37,7 +70,11 @@ QLabel* StreamHealthView::addField(const QString& name) {
 }
 
 void StreamHealthView::setStream(const Stream* stream) {
+    // A read of the stream let go ends first; its values are not this stream's.
+    m_reading.waitForFinished();
+    m_readings.clear();
     m_stream = stream;
+    readDevice();
     refresh();
 }
 
@@ -63,6 +100,14 @@ void StreamHealthView::refresh() {
         summary = QString();
     } else {
         const StreamCondition condition = StreamCondition::of(*m_stream);
+        QString temperature;
+        QStringList others;
+        for (const DeviceReading& reading : m_readings) {
+            if (reading.kind == DeviceReading::Kind::Temperature)
+                temperature += (temperature.isEmpty() ? QString() : QStringLiteral(", ")) + shown(reading);
+            else
+                others << QString::fromStdString(reading.name) + QStringLiteral(": ") + shown(reading);
+        }
         const StreamHealth::Snapshot& health = condition.health;
         const double periodS = std::chrono::duration<double>(health.dataPeriod).count();
         const QString rate = periodS > 0.0 ? tr("%1 Hz").arg(1.0 / periodS, 0, 'f', 1) : tr("-");
@@ -80,7 +125,9 @@ void StreamHealthView::refresh() {
                 : tr("%1, %2 in all").arg(health.outages).arg(StreamCondition::duration(health.outageTime)),
             QString::number(health.reopenings),
             health.sinceLastData ? StreamCondition::duration(*health.sinceLastData) : tr("no frame yet"),
-            QString::fromStdString(!health.lastError.empty() ? health.lastError : health.endReason)};
+            QString::fromStdString(!health.lastError.empty() ? health.lastError : health.endReason),
+            temperature.isEmpty() ? tr("-") : temperature,
+            others.join(QLatin1Char('\n'))};
         for (std::size_t i = 0; i < m_fields.size(); ++i)
             m_fields[i].second->setText(values[i]);
         m_fields[0].second->setStyleSheet(
