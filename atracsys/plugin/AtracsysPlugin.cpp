@@ -4,6 +4,7 @@
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
 #include "atracsys/plugin/AtracsysControllerFactory.h"
 #include "atracsys/plugin/AtracsysGeometryCheckAlgorithm.h"
+#include "atracsys/plugin/AtracsysReplayAlgorithm.h"
 
 #include "host/core/Properties.h"
 #include "host/lib/AlgorithmControllerFactory.h"
@@ -21,6 +22,7 @@ namespace Kestrion::SpryTrack {
 namespace {
 
 const char* const GeometryCheckId = "Atracsys.GeometryCheck";
+const char* const ReplayRecordingId = "Atracsys.ReplayRecording";
 
 /// Old algorithm names of the tracking streams and their current names.
 const std::array<std::pair<const char*, const char*>, 4> LegacyStreamNames{{
@@ -45,6 +47,9 @@ int AtracsysPlugin::init() {
     // command's algorithm, not one the users' algorithm list offers.
     CommandAlgorithms::instance().add(pluginId(), GeometryCheckId,
                                       [] { return std::make_unique<AtracsysGeometryCheckAlgorithm>(); });
+    // A recording made the camera, for the desktop host's "Open Recording...".
+    CommandAlgorithms::instance().add(pluginId(), ReplayRecordingId,
+                                      [] { return std::make_unique<AtracsysReplayAlgorithm>(); });
     return 0;
 }
 

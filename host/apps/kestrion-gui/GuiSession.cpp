@@ -31,12 +31,14 @@ GuiSession::~GuiSession() {
     closeAll();
 }
 
-Algorithm* GuiSession::createAlgorithm(const std::string& identifier) {
+Algorithm* GuiSession::createAlgorithm(const std::string& identifier, const Properties* configuration) {
     std::unique_ptr<Algorithm> algorithm = m_registry.createAlgorithm(identifier);
     if (!algorithm) {
         KESTRION_LOG_ERROR(Category, "Cannot create algorithm \"" << identifier << "\"");
         return nullptr;
     }
+    if (configuration)
+        algorithm->configure(configuration); // before its computation, which is its own thread's
     Algorithm* created = algorithm.get();
     m_workspace.add(identifier, std::move(algorithm));
     queue(created, identifier);

@@ -19,6 +19,7 @@ class QWidget;
 namespace Kestrion {
 class FactoryRegistry;
 class MainWindow;
+class Properties;
 class TrackingStream;
 } // namespace Kestrion
 
@@ -44,11 +45,11 @@ public:
     GuiSession(const GuiSession&) = delete;
     GuiSession& operator=(const GuiSession&) = delete;
 
-    /// Creates the algorithm (with its default configuration) and queues its computation; its
-    /// panel shows once computed. Null, with an error logged (category "kestrion-gui"), when no
-    /// plugin offers it; an algorithm whose computation fails is kept and shown (its panel may
-    /// fix it).
-    Algorithm* createAlgorithm(const std::string& identifier);
+    /// Creates the algorithm (with its default configuration, then `configuration` when given)
+    /// and queues its computation; its panel shows once computed. Null, with an error logged
+    /// (category "kestrion-gui"), when no plugin offers it; an algorithm whose computation fails
+    /// is kept and shown (its panel may fix it).
+    Algorithm* createAlgorithm(const std::string& identifier, const Properties* configuration = nullptr);
 
     /// Closes every panel and algorithm, then loads the workspace file (see Workspace::load) and
     /// queues the computation of its algorithms. The report covers reading, creating and

@@ -5,6 +5,7 @@
 #include "host/apps/kestrion-gui/HealthDock.h"
 #include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/apps/kestrion-gui/InstrumentDock.h"
+#include "host/apps/kestrion-gui/RecordingReplay.h"
 #include "host/apps/kestrion-gui/Ros2Publishing.h"
 #include "host/apps/kestrion-gui/WorkingVolumeDock.h"
 #include "host/core/Log.h"
@@ -81,6 +82,7 @@ HostWindow::HostWindow(const FactoryRegistry& registry, QWidget* parent)
     file->addAction(tr("&Save Workspace"), this, &HostWindow::saveWorkspaceToCurrentFile, QKeySequence::Save);
     file->addAction(tr("Save Workspace &As..."), this, &HostWindow::saveWorkspaceDialog,
                     QKeySequence::SaveAs);
+    file->addAction(tr("Open &Recording..."), this, &HostWindow::openRecordingDialog);
     file->addSeparator();
     file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
     QMenu* view = menuBar()->addMenu(tr("&View"));
@@ -211,6 +213,15 @@ void HostWindow::closeEvent(QCloseEvent* event) {
     // Streams stop and panels go while the window and its display still exist.
     m_session->closeAll();
     event->accept();
+}
+
+bool HostWindow::openRecordingDialog() {
+    const std::string file = QtHelpers::getOpenFilename("Open a recording to replay",
+                                                        "Recordings (*.krec *.krec.part);;All files (*)",
+                                                        "Recording", workspaceFolder().toStdString());
+    if (file.empty())
+        return false;
+    return RecordingReplay::open(*m_session, file);
 }
 
 void HostWindow::updateTitle() {

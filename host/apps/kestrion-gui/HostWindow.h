@@ -63,6 +63,9 @@ public slots:
     bool saveWorkspaceToCurrentFile();
     /// Asks for a file (proposing the open one), then saves; false when not saved.
     bool saveWorkspaceDialog();
+    /// Asks for a recording (starting in the workspace's folder), then replays it as the camera
+    /// (RecordingReplay); false when none was chosen or it cannot be played.
+    bool openRecordingDialog();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
