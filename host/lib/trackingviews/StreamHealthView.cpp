@@ -78,6 +78,13 @@ void StreamHealthView::setStream(const Stream* stream) {
     refresh();
 }
 
+QString StreamHealthView::toolTip(const QString& name) const {
+    for (const auto& entry : m_fields)
+        if (entry.first == name)
+            return entry.second->toolTip();
+    return {};
+}
+
 QString StreamHealthView::field(const QString& name) const {
     for (const auto& entry : m_fields)
         if (entry.first == name)
@@ -102,12 +109,19 @@ void StreamHealthView::refresh() {
         const StreamCondition condition = StreamCondition::of(*m_stream);
         QString temperature;
         QStringList others;
+        QStringList settings;
         for (const DeviceReading& reading : m_readings) {
+            const QString line = QString::fromStdString(reading.name) + QStringLiteral(": ") + shown(reading);
             if (reading.kind == DeviceReading::Kind::Temperature)
                 temperature += (temperature.isEmpty() ? QString() : QStringLiteral(", ")) + shown(reading);
+            else if (reading.kind == DeviceReading::Kind::Measurement)
+                others << line;
             else
-                others << QString::fromStdString(reading.name) + QStringLiteral(": ") + shown(reading);
+                settings << line;
         }
+        // The settings in force are no health figures: at hand, without filling the panel.
+        m_fields.back().second->setToolTip(
+            settings.isEmpty() ? QString() : tr("Settings in force:\n") + settings.join('\n'));
         const StreamHealth::Snapshot& health = condition.health;
         const double periodS = std::chrono::duration<double>(health.dataPeriod).count();
         const QString rate = periodS > 0.0 ? tr("%1 Hz").arg(1.0 / periodS, 0, 'f', 1) : tr("-");

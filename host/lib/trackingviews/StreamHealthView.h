@@ -36,8 +36,10 @@ public:
 
     /// The value shown for a field ("State", "Frame rate", "Frames", "Outages",
     /// "Reconnections", "Since last frame", "Last error", "Temperature", "Camera values": one
-    /// line "name: value unit" per other value the device reports).
+    /// line "name: value unit" per other value the device measures or counts).
     QString field(const QString& name) const;
+    /// A field's tooltip: for "Camera values", the device's settings in force, one line each.
+    QString toolTip(const QString& name) const;
     QString summary() const { return m_summary; }
     bool alarming() const { return m_alarming; }
 

@@ -49,10 +49,15 @@ TEST(DeviceHealth, TheHealthViewShowsTheCamerasTemperatureAndValues) {
     ASSERT_TRUE(GuiTest::processEventsUntil([&] { return view.field("Temperature") == "25.0 \u00B0C"; }))
         << view.field("Temperature").toStdString();
     const QStringList values = view.field("Camera values").split('\n');
-    EXPECT_TRUE(
-        values.contains(QStringLiteral("Image Integration Time: %1 us").arg(stream.imageIntegrationTime())))
-        << values.join(" | ").toStdString();
+    EXPECT_TRUE(values.contains("Counter of lost frames: 0 frames")) << values.join(" | ").toStdString();
     EXPECT_FALSE(view.field("Camera values").contains("temperature")) << "the temperature has its own row";
+    EXPECT_FALSE(view.field("Camera values").contains("Image Integration Time"))
+        << "a setting, no health value";
+    EXPECT_TRUE(
+        view.toolTip("Camera values")
+            .split('\n')
+            .contains(QStringLiteral("Image Integration Time: %1 us").arg(stream.imageIntegrationTime())))
+        << view.toolTip("Camera values").toStdString();
 
     // A value the camera refuses to give now is left out, the others stay.
     ASSERT_TRUE(ftkSimInjectFault(
