@@ -216,9 +216,11 @@ void HostWindow::closeEvent(QCloseEvent* event) {
 }
 
 bool HostWindow::openRecordingDialog() {
-    const std::string file = QtHelpers::getOpenFilename("Open a recording to replay",
-                                                        "Recordings (*.krec *.krec.part);;All files (*)",
-                                                        "Recording", workspaceFolder().toStdString());
+    const std::string file = QtHelpers::getOpenFilename(
+        "Open a recording to replay", "Recordings (*.krec *.krec.part);;All files (*)", "Recording",
+        m_workspaceFile.empty()
+            ? std::string()
+            : QFileInfo(QString::fromStdString(m_workspaceFile)).absolutePath().toStdString());
     if (file.empty())
         return false;
     return RecordingReplay::open(*m_session, file);
