@@ -28,7 +28,7 @@ void startTracking(ProbedStream& stream, Recorder& recorder) {
     ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
     ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
     ASSERT_TRUE(stream.start());
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(waitFor([&] {
         return recorder.dataCount() > 2 && tracked(stream, "atracsys-1000") &&
                tracked(stream, "atracsys-1001");
     }));
@@ -73,20 +73,20 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
             Recorder recorder(stream);
             startTracking(stream, recorder);
             ASSERT_TRUE(ftkSimInjectFault(TrackingSerial, row.fault));
-            ASSERT_TRUE(waitUntil([&] { return capture->count(row.level, Category, row.text) > 0; }))
+            ASSERT_TRUE(waitFor([&] { return capture->count(row.level, Category, row.text) > 0; }))
                 << capture->dump();
 
             switch (row.after) {
             case After::Resumes: {
                 EXPECT_EQ(stream.currentState(), Stream::State::Running);
                 const std::size_t seen = recorder.dataCount();
-                EXPECT_TRUE(waitUntil([&] {
+                EXPECT_TRUE(waitFor([&] {
                     return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1000");
                 })) << "tracking comes back without a new open";
                 break;
             }
             case After::Closes:
-                EXPECT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
+                EXPECT_TRUE(waitFor([&] { return stream.currentState() == Stream::State::Closed; }));
                 baseline.expectBaseline("closed by the stream");
                 break;
             case After::WaitsForCamera:
@@ -107,8 +107,8 @@ TEST(StreamFaultMatrix, FrameFaultsWhileRunning) {
             const std::size_t seen = recorder.dataCount();
             ASSERT_TRUE(stream.open());
             ASSERT_TRUE(stream.start());
-            EXPECT_TRUE(waitUntil(
-                [&] { return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1001"); }));
+            EXPECT_TRUE(
+                waitFor([&] { return recorder.dataCount() > seen + 3 && tracked(stream, "atracsys-1001"); }));
             ASSERT_TRUE(stream.close());
         }
         baseline.expectBaseline("closed");
@@ -153,7 +153,7 @@ TEST(StreamFaultMatrix, GeometryRefusalsWhileRunning) {
         ASSERT_TRUE(stream.start());
         seen = recorder.dataCount();
         EXPECT_TRUE(
-            waitUntil([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1001"); }));
+            waitFor([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1001"); }));
         ASSERT_TRUE(stream.close());
     }
     baseline.expectBaseline("end");
@@ -191,8 +191,8 @@ TEST(StreamFaultMatrix, DeviceFaultsAtOpen) {
             }
             const std::size_t seen = recorder.dataCount();
             ASSERT_TRUE(stream.start());
-            EXPECT_TRUE(waitUntil(
-                [&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
+            EXPECT_TRUE(
+                waitFor([&] { return recorder.dataCount() > seen + 2 && tracked(stream, "atracsys-1000"); }));
             ASSERT_TRUE(stream.close());
         }
         baseline.expectBaseline("closed");

@@ -99,7 +99,7 @@ TEST(StreamSoak, CyclesWithGeometryAndSettingChangesKeepMemoryFlat) {
                 return false;
             for (int run = 0; run < 2; ++run) {
                 const std::size_t seen = frames.load();
-                if (!stream.start() || !waitUntil([&] { return frames.load() > seen + 5; }))
+                if (!stream.start() || !waitFor([&] { return frames.load() > seen + 5; }))
                     return false;
                 if (!stream.stop())
                     return false;

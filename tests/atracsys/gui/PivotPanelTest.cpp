@@ -87,7 +87,7 @@ TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
     EXPECT_FALSE(save->isEnabled());
     EXPECT_EQ(Filesystem::File::readText(tool)->rfind(original + "[pivot]\nx=", 0), 0u);
     Recorder recorder(stream);
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(waitFor([&] {
         const auto data = recorder.lastData();
         return data && trackingOf(data)->component<InstrumentTipData>();
     })) << "the reloaded tool reports its tip";

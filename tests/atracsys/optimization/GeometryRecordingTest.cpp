@@ -9,6 +9,7 @@
 #include "host/stream/TrackingStreamData.h"
 #include "tests/atracsys/optimization/SyntheticMarker.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -36,16 +37,7 @@ public:
     using AtracsysGeometryOptimizationAlgorithm::recording;
 };
 
-// Waits for a condition set by another thread; generous bound, fails rather than hangs.
-bool waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
+using TestSupport::waitFor;
 
 // Keeps what a progress display would show of the tasks: description and steps, and the last count.
 class ProgressLog : public Progress {

@@ -2,8 +2,8 @@
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
 #include "host/core/Math.h"
 #include "tests/atracsys/optimization/SyntheticMarker.h"
-#include "tests/host/stream/AllocationCounter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/allocation/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

@@ -125,7 +125,7 @@ TEST(TrackingStreamFaults, MarkerOverflowAndAnInvalidReservedSizeCloseTheStreamW
         ASSERT_TRUE(stream.openWithMarkers());
         stream.injectFaultAt(5, std::string(R"("kind": ")") + row.fault + "\"");
         ASSERT_TRUE(stream.start());
-        ASSERT_TRUE(waitUntil([&] { return stream.currentState() == Stream::State::Closed; }));
+        ASSERT_TRUE(waitFor([&] { return stream.currentState() == Stream::State::Closed; }));
         EXPECT_EQ(recorder.dataCount(), 4u);
         EXPECT_EQ(recorder.updateCount(), row.updates);
         EXPECT_EQ(recorder.lastUpdate().left.fiducials.size(), fiducialsOf(recorder.lastData())->size());

@@ -67,7 +67,7 @@ TEST(TrackingStreamConcurrency, GeometriesChangeWhileTheStreamRuns) {
     // Settled: both markers back, both tracked.
     ASSERT_TRUE(stream.addGeometry("tool", dataFile("geometry1000.ini")));
     ASSERT_TRUE(stream.addGeometry("reference", dataFile("geometry1001.ini")));
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(waitFor([&] {
         auto tracking = trackingOf(recorder.lastData());
         return tracking && tracking->instruments().size() == 2 && tracking->instruments()[0].quality > 0.0 &&
                tracking->instruments()[1].quality > 0.0;

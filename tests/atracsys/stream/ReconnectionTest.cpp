@@ -49,18 +49,18 @@ TEST(StreamReconnection, TrackingResumesWhenTheCameraIsBackWithNothingLostBefore
     reconnector.arm();
 
     // Unplugged at frame 27 (0.5 s at 54 Hz); reopening fails while the camera is away.
-    ASSERT_TRUE(waitUntil([&] { return reconnector.attempts() >= 2; }));
+    ASSERT_TRUE(waitFor([&] { return reconnector.attempts() >= 2; }));
     EXPECT_EQ(reconnector.state(), StreamReconnector::State::Waiting);
     const std::size_t beforeReturn = frames();
 
     const std::uint64_t attemptsAtReturn = reconnector.attempts();
     const auto returned = std::chrono::steady_clock::now();
     ASSERT_TRUE(ftkSimStep(serial, 60)); // the camera's clock passes the end of the disconnection
-    ASSERT_TRUE(waitUntil([&] { return frames() > beforeReturn; }));
+    ASSERT_TRUE(waitFor([&] { return frames() > beforeReturn; }));
     const auto resumedAfter = std::chrono::steady_clock::now() - returned;
     EXPECT_LT(resumedAfter, 2s);
     EXPECT_LE(reconnector.attempts(), attemptsAtReturn + 1) << "the first reopening after the return works";
-    ASSERT_TRUE(waitUntil([&] { return reconnector.state() == StreamReconnector::State::Watching; }));
+    ASSERT_TRUE(waitFor([&] { return reconnector.state() == StreamReconnector::State::Watching; }));
 
     reconnector.disarm();
     ASSERT_TRUE(stream.close());

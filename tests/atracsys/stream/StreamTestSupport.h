@@ -11,6 +11,8 @@
 
 #include "simulator/control/ftkSimulator.h"
 
+#include "tests/support/WaitFor.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -110,16 +112,6 @@ private:
 std::shared_ptr<const TrackingStreamData> trackingOf(const std::shared_ptr<const CompoundStreamData>& data);
 const TrackingInstrumentFiducialsData* fiducialsOf(const std::shared_ptr<const CompoundStreamData>& data);
 
-/// Waits until the condition holds (checked every 5 ms); false after the timeout.
-template <class Condition>
-bool waitUntil(Condition condition, std::chrono::seconds timeout = std::chrono::seconds(20)) {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
+using TestSupport::waitFor;
 
 } // namespace Kestrion::TrackingStreamTest

@@ -14,6 +14,7 @@
 #include "host/stream/state/CaptureTimeData.h"
 #include "host/stream/state/InstrumentNames.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
 
 #include <igtlImageMessage.h>
 #include <igtlStatusMessage.h>
@@ -121,13 +122,7 @@ int statusCode(const IgtlTest::ReceivedMessage& message) {
     return IgtlTest::unpackAs<igtl::StatusMessage>(message.pack)->GetCode();
 }
 
-/// Waits (bounded, 20 s) until the condition holds.
-template <class Condition>
-bool waitFor(Condition condition) {
-    for (int i = 0; i < 2000 && !condition(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return condition();
-}
+using TestSupport::waitFor;
 bool waitForClients(const IgtlServer& server, std::size_t count) {
     return waitFor([&] { return server.clients().size() == count; });
 }

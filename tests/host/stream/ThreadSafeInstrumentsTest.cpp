@@ -1,6 +1,6 @@
 #include "host/stream/ThreadSafeInstruments.h"
-#include "tests/host/stream/AllocationCounter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/allocation/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 

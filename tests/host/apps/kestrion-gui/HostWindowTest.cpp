@@ -19,8 +19,8 @@
 #include "host/licensing/LicenseService.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
-#include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QCloseEvent>

@@ -5,8 +5,8 @@
 #include "host/lib/widgets/PropertiesController.h"
 #include "host/lib/widgets/PropertiesWidget.h"
 #include "host/lib/widgets/StreamControllerBase.h"
-#include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QLabel>

@@ -3,8 +3,8 @@
 #include "host/lib/widgets/LogWidget.h"
 #include "host/lib/widgets/ProgressWidget.h"
 #include "host/lib/widgets/QtHelpers.h"
-#include "tests/host/lib/widgets/WaitFor.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
 #include "tests/support/gui/GuiTestApplication.h"
 
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "tests/host/stream/AllocationCounter.h"
+#include "tests/support/allocation/AllocationCounter.h"
 
 #include <cstdlib>
 #include <new>
