@@ -1,7 +1,7 @@
 #pragma once
 
 #include "atracsys/gui/AtracsysRenderer.h"
-#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+#include "atracsys/stream/AtracsysStreamAlgorithm.h"
 #include "atracsys/stream/AtracsysTrackingStream.h"
 #include "host/lib/widgets/StreamControllerBase.h"
 #include "host/stream/connection/StreamReconnector.h"

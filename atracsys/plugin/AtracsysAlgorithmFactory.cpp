@@ -1,6 +1,6 @@
 #include "atracsys/plugin/AtracsysAlgorithmFactory.h"
 
-#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+#include "atracsys/stream/AtracsysStreamAlgorithm.h"
 
 namespace Kestrion {
 

@@ -1,7 +1,7 @@
 #include "atracsys/plugin/AtracsysControllerFactory.h"
 
 #include "atracsys/gui/AtracsysTrackingController.h"
-#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+#include "atracsys/stream/AtracsysStreamAlgorithm.h"
 
 namespace Kestrion {
 

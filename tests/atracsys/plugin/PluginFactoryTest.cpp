@@ -4,7 +4,7 @@
 #include "atracsys/optimization/AtracsysGeometryOptimizationAlgorithm.h"
 #include "atracsys/plugin/AtracsysControllerFactory.h"
 #include "atracsys/plugin/AtracsysPlugin.h"
-#include "atracsys/plugin/AtracsysStreamAlgorithm.h"
+#include "atracsys/stream/AtracsysStreamAlgorithm.h"
 
 #include "host/core/Properties.h"
 #include "simulator/control/ftkSimulator.h"
