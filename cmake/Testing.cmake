@@ -1,5 +1,15 @@
 include(GoogleTest)
 
+# ccache caches a compilation that uses a precompiled header only with this sloppiness; every
+# compilation of the target runs under it when the build uses ccache.
+function(kestrion_ccache_for_pch target)
+    get_target_property(launcher ${target} CXX_COMPILER_LAUNCHER)
+    if(launcher MATCHES "ccache")
+        set_target_properties(${target} PROPERTIES CXX_COMPILER_LAUNCHER
+            "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${launcher}")
+    endif()
+endfunction()
+
 # kestrion_add_test(name SOURCES a.cpp b.cpp LIBS lib... LABELS unit|integration|gui|slow|threads [TIMEOUT s])
 # One GoogleTest executable; each TEST is its own CTest case carrying the labels.
 function(kestrion_add_test name)
@@ -9,7 +19,14 @@ function(kestrion_add_test name)
     # A test sees the headers of its own folder and of what it links (tests/support among them).
     file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
     kestrion_expose_headers(${name} PRIVATE ${folder})
-    target_link_libraries(${name} PRIVATE ${T_LIBS} KestrionTestSupport GTest::gmock GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE ${T_LIBS} KestrionTestSupport GTest::gtest_main)
+    # The tests' common headers, precompiled once (tests/support/pch). -Winvalid-pch (an error here)
+    # says so if a test's options ever stop matching it, instead of compiling slowly in silence.
+    if(TARGET KestrionTestPch)
+        target_precompile_headers(${name} REUSE_FROM KestrionTestPch)
+        target_compile_options(${name} PRIVATE -Winvalid-pch)
+        kestrion_ccache_for_pch(${name})
+    endif()
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 300)
     endif()
