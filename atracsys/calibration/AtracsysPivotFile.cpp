@@ -85,14 +85,6 @@ bool AtracsysPivotFile::writeWithPivot(const std::string& path, const std::strin
     return true;
 }
 
-bool AtracsysPivotFile::hasPivot(const std::string& text) {
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        if (sectionOf(line) == std::optional<std::string>("pivot"))
-            return true;
-    return false;
-}
-
 std::optional<Eigen::Vector3d> AtracsysPivotFile::pivotOf(const std::string& text) {
     Eigen::Vector3d tip = Eigen::Vector3d::Constant(std::nan(""));
     bool inPivot = false;

@@ -29,8 +29,6 @@ public:
     /// The fiducial count of a geometry text (the "count" key of its [geometry] section, a plain
     /// decimal number); empty when there is none.
     static std::optional<unsigned> fiducialCount(const std::string& text);
-    /// Whether a geometry text has a [pivot] section, that is a tool tip.
-    static bool hasPivot(const std::string& text);
     /// The tip of a geometry text's [pivot] section; empty when there is none or a coordinate is
     /// missing or not a finite number (as the geometry reader takes it).
     static std::optional<Eigen::Vector3d> pivotOf(const std::string& text);

@@ -1,9 +1,9 @@
 #include "atracsys/gui/AtracsysPivotCalibrationPanel.h"
 
 #include "atracsys/calibration/AtracsysPivotFile.h"
-#include "atracsys/calibration/AtracsysPivotRecording.h"
 #include "atracsys/gui/AtracsysToolTipSaver.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
+#include "host/calibration/PivotRecording.h"
 
 #include "host/core/File.h"
 #include "host/core/Log.h"
@@ -113,7 +113,7 @@ void AtracsysPivotCalibrationPanel::onStart() {
     KESTRION_LOG_INFO(Category, "Run pivot calibration on tracker " << m_instrumentId);
 
     m_result.reset();
-    m_recording = std::make_shared<AtracsysPivotRecording>(
+    m_recording = std::make_shared<PivotRecording>(
         m_instrumentId, m_stream->geometryCoordinates(m_instrumentId).size(), m_frames);
     m_recording->start();
     // The worker's slot keeps the recording alive until the connection has ended.
@@ -146,8 +146,8 @@ void AtracsysPivotCalibrationPanel::finish() {
     m_connection.disconnect();
     showIdle();
     // A tenth of a millisecond for 500 frames: solved here, on the GUI thread.
-    m_result = AtracsysPivotCalibration().solve(m_recording->poses());
-    const AtracsysPivotCalibration::Result& r = *m_result;
+    m_result = PivotCalibration().solve(m_recording->poses());
+    const PivotCalibration::Result& r = *m_result;
     std::ostringstream text;
     if (!r.solved()) {
         text << "No tip found: " << r.refusal << ".";

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
+#include "host/calibration/PivotCalibration.h"
 
 #include "host/core/SignalConnection.h"
 #include "host/core/SignalReceiver.h"
@@ -18,7 +18,7 @@ class QPushButton;
 
 namespace Kestrion {
 
-class AtracsysPivotRecording;
+class PivotRecording;
 class AtracsysTrackingStreamBase;
 
 /// The markers widget's pivot calibration: "Pivot calibration" records the first active
@@ -46,7 +46,7 @@ public:
                                     const std::string& instrumentId);
 
     /// The last solve's result; empty before one or after a cancel.
-    const std::optional<AtracsysPivotCalibration::Result>& result() const { return m_result; }
+    const std::optional<PivotCalibration::Result>& result() const { return m_result; }
 
 public slots:
     void onStart();
@@ -68,9 +68,9 @@ private:
     std::size_t m_frames = 500;
     std::string m_instrumentId;
     std::string m_instrumentName;
-    std::shared_ptr<AtracsysPivotRecording> m_recording; // shared with the worker's slot
+    std::shared_ptr<PivotRecording> m_recording; // shared with the worker's slot
     SignalConnection m_connection;
-    std::optional<AtracsysPivotCalibration::Result> m_result;
+    std::optional<PivotCalibration::Result> m_result;
 };
 
 } // namespace Kestrion

@@ -6,6 +6,10 @@
 #include "atracsys/plugin/AtracsysGeometryCheckAlgorithm.h"
 #include "atracsys/plugin/AtracsysReplayAlgorithm.h"
 
+#include "atracsys/calibration/AtracsysToolTipFileFormat.h"
+
+#include "host/calibration/ToolTipFileFormats.h"
+
 #include "host/core/Properties.h"
 #include "host/lib/AlgorithmControllerFactory.h"
 #include "host/lib/CommandAlgorithms.h"
@@ -50,11 +54,13 @@ int AtracsysPlugin::init() {
     // A recording made the camera, for the desktop host's "Open Recording...".
     CommandAlgorithms::instance().add(pluginId(), ReplayRecordingId,
                                       [] { return std::make_unique<AtracsysReplayAlgorithm>(); });
+    ToolTipFileFormats::instance().add(pluginId(), std::make_shared<AtracsysToolTipFileFormat>());
     return 0;
 }
 
 AtracsysPlugin::~AtracsysPlugin() {
     CommandAlgorithms::instance().remove(pluginId());
+    ToolTipFileFormats::instance().remove(pluginId());
 }
 
 const std::string& AtracsysPlugin::pluginId() {

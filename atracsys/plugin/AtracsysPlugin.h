@@ -14,7 +14,9 @@ namespace Kestrion::SpryTrack {
 
 /// The plugin object of the Atracsys tracking library ("Kestrion.AtracsysTrackingSpryTrack").
 /// init() checks the licence of the feature "Atracsys" and, when licensed, hands the host the
-/// algorithm and controller factories and the workspace conversion of older stream names.
+/// algorithm and controller factories and the workspace conversion of older stream names. It
+/// also offers the host its geometry files as a tool-tip file format, which it withdraws when it
+/// is destroyed (before its library is unloaded).
 class AtracsysPlugin : public KestrionLibPlugin {
 public:
     AtracsysPlugin() = default;

@@ -7,19 +7,14 @@
 #include "host/apps/kestrion/StopSignals.h"
 #include "host/apps/kestrion/TrackConfiguration.h"
 
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
-#include "atracsys/calibration/AtracsysPivotFile.h"
-#include "atracsys/calibration/AtracsysPivotRecording.h"
-
+#include "host/calibration/PivotCalibration.h"
+#include "host/calibration/PivotRecording.h"
+#include "host/calibration/ToolTipFileFormats.h"
 #include "host/core/Log.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/TrackingStream.h"
 #include "host/stream/TrackingStreamData.h"
-
-#include <QByteArray>
-#include <QFile>
-#include <QString>
 
 #include <chrono>
 #include <iomanip>
@@ -85,16 +80,20 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
         return 1;
     }
 
-    // The fiducial count of the geometry decides which frames are complete.
-    QFile file(QString::fromStdString(options->geometry));
-    if (!file.open(QIODevice::ReadOnly)) {
-        err << "kestrion pivot: cannot read geometry file " << options->geometry << ": "
-            << file.errorString().toStdString() << "\n";
+    // The fiducial count of the geometry decides which frames are complete. The plugin that owns
+    // the geometry format reads it (and later writes the tip).
+    const std::shared_ptr<const ToolTipFileFormat> format =
+        ToolTipFileFormats::instance().formatOf(options->geometry);
+    if (!format) {
+        err << "kestrion pivot: no loaded plugin reads tool tips from " << options->geometry << "\n";
         return 1;
     }
-    const QByteArray bytes = file.readAll();
-    const std::optional<unsigned> fiducials = AtracsysPivotFile::fiducialCount(
-        std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+    const std::optional<ToolTipFileFormat::Facts> facts = format->read(options->geometry, error);
+    if (!facts) {
+        err << "kestrion pivot: " << error << "\n";
+        return 1;
+    }
+    const std::optional<unsigned> fiducials = facts->fiducials;
     if (!fiducials || *fiducials == 0) {
         err << "kestrion pivot: " << options->geometry
             << " is not a marker geometry file (no fiducial count in a [geometry] section)\n";
@@ -125,7 +124,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
     const TrackingInstrument tool = stream->instruments().front();
 
     // Runs on the stream's worker thread: the recording copies one pose and returns.
-    AtracsysPivotRecording recording(tool.ID(), *fiducials, options->frames);
+    PivotRecording recording(tool.ID(), *fiducials, options->frames);
     SignalConnection connection =
         stream->signalStreamData.connect([&recording](const std::shared_ptr<const StreamData>& data) {
             const auto* compound = dynamic_cast<const CompoundStreamData*>(data.get());
@@ -179,7 +178,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
     }
 
     const std::size_t skipped = recording.notTrackedFrames() + recording.incompleteFrames();
-    const auto result = AtracsysPivotCalibration().solve(recording.poses());
+    const auto result = PivotCalibration().solve(recording.poses());
     if (!result.solved()) {
         err << "kestrion pivot: no tip found: " << result.refusal << "\n";
         if (skipped > 0)
@@ -194,7 +193,7 @@ int PivotCommand::run(CommandContext& context, const std::vector<std::string>& a
         << " rejected, " << skipped << " skipped (tool not tracked or fiducials missing)\n"
         << "Angular spread:             " << std::setprecision(1) << result.spreadDeg << " degrees\n";
     if (options->save) {
-        if (!AtracsysPivotFile::save(options->geometry, result.tipInMarker, error)) {
+        if (!format->saveTip(options->geometry, result.tipInMarker, error)) {
             err << "kestrion pivot: the tip was not saved: " << error << "\n";
             return 1;
         }

@@ -1,13 +1,8 @@
 #include "host/apps/kestrion/TrackTipColumns.h"
 
-#include "atracsys/calibration/AtracsysPivotFile.h"
-
+#include "host/calibration/ToolTipFileFormats.h"
 #include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingStreamData.h"
-
-#include <QByteArray>
-#include <QFile>
-#include <QString>
 
 #include <cstdio>
 
@@ -15,12 +10,10 @@ namespace Kestrion::Cli {
 
 bool TrackTipColumns::anyTip(const std::vector<TrackConfiguration::Target>& targets) {
     for (const auto& target : targets) {
-        QFile file(QString::fromStdString(target.path));
-        if (!file.open(QIODevice::ReadOnly))
-            continue; // the stream reports a file it cannot load
-        const QByteArray bytes = file.readAll();
-        if (AtracsysPivotFile::hasPivot(
-                std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()))))
+        const auto format = ToolTipFileFormats::instance().formatOf(target.path);
+        std::string error; // the stream reports a file it cannot load
+        const auto facts = format ? format->read(target.path, error) : std::nullopt;
+        if (facts && facts->tip)
             return true;
     }
     return false;

@@ -21,8 +21,8 @@ namespace Kestrion::Cli {
 /// file has a tip, so that recordings without tips keep their columns.
 class TrackTipColumns {
 public:
-    /// Whether one of the targets' geometry files has a tip. Resources (":/...") are read from
-    /// the loaded plugins.
+    /// Whether one of the targets' geometry files has a tip, as the loaded plugin that owns their
+    /// format reads them (ToolTipFileFormats). Resources (":/...") are read from the plugins.
     static bool anyTip(const std::vector<TrackConfiguration::Target>& targets);
 
     /// ",tip_x_mm,tip_y_mm,tip_z_mm".

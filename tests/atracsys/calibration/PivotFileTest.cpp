@@ -1,6 +1,10 @@
 // Writing a tip into a geometry text: the [pivot] section replaced, every other line kept.
 
 #include "atracsys/calibration/AtracsysPivotFile.h"
+#include "atracsys/calibration/AtracsysToolTipFileFormat.h"
+#include "host/core/File.h"
+
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -24,4 +28,34 @@ TEST(PivotFile, TheTipReplacesThePivotSectionAndKeepsTheRest) {
     for (const char* text : {"[geometry]\nid=1\n", "[geometry]\ncount=4x\n", "[geometry]\ncount=-1\n",
                              "[geometry]\ncount=99999999999\n", "count=4\n", "[geometry]\ncount = 4\n"})
         EXPECT_FALSE(AtracsysPivotFile::fiducialCount(text).has_value()) << text;
+}
+
+// What the host reads and writes of a geometry file goes through the plugin's format.
+TEST(PivotFile, TheHostReadsAndWritesToolTipsThroughThePluginsFormat) {
+    QTemporaryDir folder;
+    const std::string tool = folder.filePath("tool.INI").toStdString();
+    const std::string notes = folder.filePath("notes.ini").toStdString();
+    const std::string missing = folder.filePath("missing.ini").toStdString();
+    ASSERT_TRUE(Filesystem::File::writeText(Filesystem::Path(tool), "[geometry]\ncount=4\nid=7\n"));
+    ASSERT_TRUE(Filesystem::File::writeText(Filesystem::Path(notes), "nothing of a marker\n"));
+    const AtracsysToolTipFileFormat format;
+    EXPECT_TRUE(format.claims(tool));
+    EXPECT_FALSE(format.claims(folder.filePath("tool.json").toStdString()));
+
+    std::string error;
+    auto facts = format.read(tool, error);
+    ASSERT_TRUE(facts) << error;
+    EXPECT_EQ(facts->fiducials, 4u);
+    EXPECT_FALSE(facts->tip);
+    ASSERT_TRUE(format.saveTip(tool, Eigen::Vector3d(1, 2, 150), error)) << error;
+    facts = format.read(tool, error);
+    ASSERT_TRUE(facts && facts->tip);
+    EXPECT_EQ(*facts->tip, Eigen::Vector3d(1, 2, 150));
+
+    EXPECT_FALSE(format.read(missing, error));
+    EXPECT_EQ(error.rfind("cannot read geometry file " + missing + ": ", 0), 0u) << error;
+    EXPECT_FALSE(format.read(notes, error)->fiducials);
+    EXPECT_FALSE(format.saveTip(notes, Eigen::Vector3d::Zero(), error));
+    EXPECT_EQ(error, notes + " is not a marker geometry file (it has no [geometry] section)");
+    EXPECT_EQ(*Filesystem::File::readText(Filesystem::Path(notes)), "nothing of a marker\n");
 }

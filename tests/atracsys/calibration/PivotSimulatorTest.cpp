@@ -1,8 +1,8 @@
 // Pivot calibration end to end on the simulated camera: the tracking stream's frames recorded
 // under the recording rules and solved, against the simulator's truth of the tip.
 
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
-#include "atracsys/calibration/AtracsysPivotRecording.h"
+#include "host/calibration/PivotCalibration.h"
+#include "host/calibration/PivotRecording.h"
 #include "tests/atracsys/stream/StreamTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -22,8 +22,8 @@ TEST(PivotSimulator, FiveHundredFramesOverAThirtyDegreeConeFindTheTip) {
     ASSERT_TRUE(ftkSimGetPivotTruth(stream.serialNumber(), 1000, tip, pivot));
     const Eigen::Vector3d trueTip(tip[0], tip[1], tip[2]), truePivot(pivot[0], pivot[1], pivot[2]);
 
-    AtracsysPivotRecording recording("atracsys-1000", 4, 500);
-    AtracsysPivotRecording other("atracsys-1001", 3, 0); // the wrong fiducial count: never complete
+    PivotRecording recording("atracsys-1000", 4, 500);
+    PivotRecording other("atracsys-1001", 3, 0); // the wrong fiducial count: never complete
     recording.start();
     other.start();
     double simulatedSquares = 0.0; // where the measured poses put the true tip, from the pivot point
@@ -46,7 +46,7 @@ TEST(PivotSimulator, FiveHundredFramesOverAThirtyDegreeConeFindTheTip) {
     EXPECT_EQ(other.acceptedFrames(), 0u);
     EXPECT_GT(other.incompleteFrames(), 400u);
 
-    const auto result = AtracsysPivotCalibration().solve(recording.poses());
+    const auto result = PivotCalibration().solve(recording.poses());
     ASSERT_TRUE(result.solved()) << result.refusal;
     EXPECT_LT((result.tipInMarker - trueTip).norm(), 0.25) << result.tipInMarker.transpose();
     EXPECT_LT((result.pivotInCamera - truePivot).norm(), 0.5) << result.pivotInCamera.transpose();

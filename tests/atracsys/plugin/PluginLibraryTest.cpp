@@ -1,5 +1,6 @@
 // The plugin library as the host loads it, under a licence with and without the feature.
 
+#include "host/calibration/ToolTipFileFormats.h"
 #include "host/lib/FactoryRegistry.h"
 #include "host/lib/PluginLoader.h"
 #include "host/lib/WorkspaceConversionRegistry.h"
@@ -52,6 +53,7 @@ TEST(PluginLibrary, AnUnlicensedPluginStaysInactiveAndRegistersNothing) {
     EXPECT_EQ(record->status, PluginStatus::Inactive);
     EXPECT_FALSE(FactoryRegistry::instance().hasAlgorithm("Atracsys.SpryTrackStream"));
     EXPECT_EQ(WorkspaceConversionRegistry::instance().size(), conversionsBefore);
+    EXPECT_EQ(ToolTipFileFormats::instance().formatOf("tool.ini"), nullptr);
     EXPECT_TRUE(capture->contains(Log::Info, "Licensing", "Feature \"Atracsys\" is not licensed"))
         << capture->dump();
     EXPECT_TRUE(capture->contains(Log::Warning, "PluginLoader",
@@ -94,7 +96,17 @@ TEST(PluginLibrary, ALicensedPluginRegistersItsAlgorithmAndConversionUntilUnload
         EXPECT_NE(FactoryRegistry::instance().createAlgorithm("Atracsys.SpryTrackStream"), nullptr);
         DataList input{std::make_shared<Data>("an image")};
         EXPECT_EQ(FactoryRegistry::instance().createAlgorithm("Atracsys.SpryTrackStream", input), nullptr);
+
+        // Its geometry files, offered to the host for tool tips; the plugin's resources too.
+        const auto format = ToolTipFileFormats::instance().formatOf(":/markers/geometry1000.ini");
+        ASSERT_NE(format, nullptr);
+        std::string error;
+        const auto facts = format->read(":/markers/geometry1000.ini", error);
+        ASSERT_TRUE(facts) << error;
+        EXPECT_EQ(facts->fiducials, 4u);
+        EXPECT_FALSE(facts->tip);
     }
+    EXPECT_EQ(ToolTipFileFormats::instance().formatOf(":/markers/geometry1000.ini"), nullptr);
     EXPECT_FALSE(FactoryRegistry::instance().hasAlgorithm("Atracsys.SpryTrackStream"));
     EXPECT_FALSE(hasConversion(description));
     EXPECT_EQ(FactoryRegistry::instance().controllerFactoryCount(), controllerFactories);

@@ -1,11 +1,13 @@
 // The tool tip columns of `kestrion track`: the table shows them once a tip was seen, the CSV
-// file when a geometry file has a tip.
+// file when a geometry file has a tip (as the plugin owning the format reads it).
 
 #include "host/apps/kestrion/TrackTipColumns.h"
 #include "host/apps/kestrion/TrackCsvWriter.h"
 #include "host/apps/kestrion/TrackStatistics.h"
+#include "host/calibration/ToolTipFileFormats.h"
 #include "host/stream/InstrumentTipData.h"
 #include "host/stream/TrackingStreamData.h"
+#include "tests/support/ScriptedToolTipFileFormat.h"
 
 #include <QTemporaryDir>
 
@@ -80,12 +82,14 @@ TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     EXPECT_TRUE(endsWith(lines[1], ",,,,12.5000,-3.2500,905.5000")) << lines[1];
     EXPECT_TRUE(endsWith(lines[3], ",,,,,,")) << "untracked: no pose, no status, no tip: " << lines[3];
 
-    // Only geometry files with a [pivot] section ask for the CSV columns.
-    const std::string with = temp.filePath("with.ini").toStdString();
-    const std::string without = temp.filePath("without.ini").toStdString();
-    std::ofstream(with) << "[geometry]\ncount=0\nid=1\n[pivot]\nx=0\ny=0\nz=1\n";
-    std::ofstream(without) << "[geometry]\ncount=0\nid=2\n";
+    // Only geometry files with a tip ask for the CSV columns; without a format for them, none do.
+    const std::string with = "with.ini", without = "without.ini";
+    EXPECT_FALSE(TrackTipColumns::anyTip({{"a", without}, {"b", with}}));
+    auto format = std::make_shared<TestSupport::ScriptedToolTipFileFormat>(".ini");
+    format->files[with] = {3u, Eigen::Vector3d(0, 0, 1)};
+    format->files[without] = {3u, std::nullopt};
+    ToolTipFileFormats::instance().add("Test.Tips", format);
     EXPECT_TRUE(TrackTipColumns::anyTip({{"a", without}, {"b", with}}));
-    EXPECT_FALSE(
-        TrackTipColumns::anyTip({{"a", without}, {"c", temp.filePath("missing.ini").toStdString()}}));
+    EXPECT_FALSE(TrackTipColumns::anyTip({{"a", without}, {"c", "missing.ini"}}));
+    ToolTipFileFormats::instance().remove("Test.Tips");
 }

@@ -1,7 +1,7 @@
 // Time of the pivot solve for a recording of N frames: a tool pivoting over a 30 degree cone
 // with 0.1 mm of noise on its tip and one frame in fifty slipped out of the divot, so that the
 // outlier rounds run too. Reports the tip error (tip_error_mm) and the frames rejected.
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
+#include "host/calibration/PivotCalibration.h"
 
 #include <benchmark/benchmark.h>
 
@@ -39,8 +39,8 @@ std::vector<Eigen::Matrix4d> recording(int frames) {
 
 void BM_PivotSolve(benchmark::State& state) {
     const auto poses = recording(static_cast<int>(state.range(0)));
-    AtracsysPivotCalibration calibration;
-    AtracsysPivotCalibration::Result result;
+    PivotCalibration calibration;
+    PivotCalibration::Result result;
     for (auto _ : state) {
         result = calibration.solve(poses);
         benchmark::DoNotOptimize(result);

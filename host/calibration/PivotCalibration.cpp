@@ -1,4 +1,4 @@
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
+#include "host/calibration/PivotCalibration.h"
 
 #include "host/core/Log.h"
 
@@ -14,7 +14,7 @@ namespace Kestrion {
 
 namespace {
 
-constexpr const char* Category = "AtracsysPivotCalibration";
+constexpr const char* Category = "PivotCalibration";
 constexpr double DegPerRad = 180.0 / 3.14159265358979323846;
 // Below these a tool held still in the hand (or lying on the table) is taken as not turned or
 // not moved; the noise of a tracked pose stays far below both.
@@ -39,13 +39,13 @@ std::string fixed(double value, int decimals) {
 
 } // namespace
 
-AtracsysPivotCalibration::AtracsysPivotCalibration()
+PivotCalibration::PivotCalibration()
     : m_settings() {}
 
-AtracsysPivotCalibration::AtracsysPivotCalibration(Settings settings)
+PivotCalibration::PivotCalibration(Settings settings)
     : m_settings(settings) {}
 
-double AtracsysPivotCalibration::angularSpreadDeg(const std::vector<Eigen::Matrix4d>& poses) {
+double PivotCalibration::angularSpreadDeg(const std::vector<Eigen::Matrix4d>& poses) {
     if (poses.size() < 2)
         return 0.0;
     Eigen::Matrix3d sum = Eigen::Matrix3d::Zero();
@@ -73,7 +73,7 @@ double AtracsysPivotCalibration::angularSpreadDeg(const std::vector<Eigen::Matri
     return spread;
 }
 
-AtracsysPivotCalibration::Result AtracsysPivotCalibration::solve(const std::vector<Eigen::Matrix4d>& poses) {
+PivotCalibration::Result PivotCalibration::solve(const std::vector<Eigen::Matrix4d>& poses) {
     Result result;
     const std::size_t n = poses.size();
     if (n < m_settings.minFrames)
@@ -158,7 +158,7 @@ AtracsysPivotCalibration::Result AtracsysPivotCalibration::solve(const std::vect
     return result;
 }
 
-bool AtracsysPivotCalibration::solveFrames(const std::vector<Eigen::Matrix4d>& poses, Result& result) const {
+bool PivotCalibration::solveFrames(const std::vector<Eigen::Matrix4d>& poses, Result& result) const {
     // Normal equations of [R_i | -I] x = -t_i over the used frames: the 6x6 system is summed in
     // one pass instead of forming the 3n x 6 matrix.
     Eigen::Matrix3d sumR = Eigen::Matrix3d::Zero();
@@ -195,8 +195,8 @@ bool AtracsysPivotCalibration::solveFrames(const std::vector<Eigen::Matrix4d>& p
     return true;
 }
 
-AtracsysPivotCalibration::Result AtracsysPivotCalibration::refuse(Result result, Outcome outcome,
-                                                                  const std::string& reason) const {
+PivotCalibration::Result PivotCalibration::refuse(Result result, Outcome outcome,
+                                                  const std::string& reason) const {
     result.outcome = outcome;
     result.refusal = reason;
     KESTRION_LOG_WARN(Category, "Pivot calibration refused: " << reason);

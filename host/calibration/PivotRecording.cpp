@@ -1,4 +1,4 @@
-#include "atracsys/calibration/AtracsysPivotRecording.h"
+#include "host/calibration/PivotRecording.h"
 
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 
@@ -11,13 +11,12 @@ constexpr double MinQuality = 0.8;
 
 } // namespace
 
-AtracsysPivotRecording::AtracsysPivotRecording(std::string instrumentId, std::size_t fiducialCount,
-                                               std::size_t frames)
+PivotRecording::PivotRecording(std::string instrumentId, std::size_t fiducialCount, std::size_t frames)
     : m_instrumentId(std::move(instrumentId))
     , m_fiducialCount(fiducialCount)
     , m_target(frames) {}
 
-void AtracsysPivotRecording::start() {
+void PivotRecording::start() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_poses.clear();
@@ -29,7 +28,7 @@ void AtracsysPivotRecording::start() {
     m_recording.store(true);
 }
 
-void AtracsysPivotRecording::add(const TrackingStreamData& frame) {
+void PivotRecording::add(const TrackingStreamData& frame) {
     if (!m_recording.load())
         return;
     const auto& instruments = frame.instruments();
@@ -58,7 +57,7 @@ void AtracsysPivotRecording::add(const TrackingStreamData& frame) {
         m_recording.store(false);
 }
 
-bool AtracsysPivotRecording::complete(const TrackingStreamData& frame, std::size_t instrumentIndex) const {
+bool PivotRecording::complete(const TrackingStreamData& frame, std::size_t instrumentIndex) const {
     if (m_fiducialCount == 0)
         return true;
     const auto* fiducials = frame.component<TrackingInstrumentFiducialsData>();
@@ -71,7 +70,7 @@ bool AtracsysPivotRecording::complete(const TrackingStreamData& frame, std::size
     return seen == m_fiducialCount;
 }
 
-std::vector<Eigen::Matrix4d> AtracsysPivotRecording::poses() const {
+std::vector<Eigen::Matrix4d> PivotRecording::poses() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_poses;
 }

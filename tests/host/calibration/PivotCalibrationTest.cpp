@@ -1,7 +1,7 @@
 // The pivot solve on synthetic poses: a tool whose tip rests at a known point while the marker
 // turns about it, with noise and outliers, and the recordings that cannot determine a tip.
 
-#include "atracsys/calibration/AtracsysPivotCalibration.h"
+#include "host/calibration/PivotCalibration.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <random>
 
 using namespace Kestrion;
-using Outcome = AtracsysPivotCalibration::Outcome;
+using Outcome = PivotCalibration::Outcome;
 
 namespace {
 
@@ -51,7 +51,7 @@ std::vector<Eigen::Matrix4d> pivoting(int n, double coneDeg, double noiseMM, dou
 
 TEST(PivotCalibration, FindsTheTipAndPivotPointAndDropsOutliers) {
     TestSupport::LogCapture capture;
-    AtracsysPivotCalibration calibration;
+    PivotCalibration calibration;
     // Noise of 0.1 mm per coordinate gives an RMS distance of sqrt(3) * 0.1 mm, a little less
     // for the fit's own six unknowns.
     auto poses = pivoting(400, 25.0, 0.1, 10.0);
@@ -61,7 +61,7 @@ TEST(PivotCalibration, FindsTheTipAndPivotPointAndDropsOutliers) {
     EXPECT_LT((result.pivotInCamera - Pivot).norm(), 0.05);
     EXPECT_NEAR(result.rmsMM, std::sqrt(3.0) * 0.1, 0.02);
     EXPECT_GT(result.spreadDeg, 50.0) << "opposite sides of a 25 degree cone, turned";
-    EXPECT_NEAR(AtracsysPivotCalibration::angularSpreadDeg(pivoting(400, 25.0, 0.0)), 50.0, 1e-6);
+    EXPECT_NEAR(PivotCalibration::angularSpreadDeg(pivoting(400, 25.0, 0.0)), 50.0, 1e-6);
     EXPECT_EQ(result.usedFrames + result.rejectedFrames, 400u);
     EXPECT_LE(result.rejectedFrames, 4u) << "noise alone rejects next to nothing";
 
@@ -122,14 +122,13 @@ TEST(PivotCalibration, RecordingsThatCannotDetermineATipAreRefusedWithTheReason)
     };
     for (const auto& c : cases) {
         TestSupport::LogCapture capture;
-        const auto result = AtracsysPivotCalibration().solve(c.poses);
+        const auto result = PivotCalibration().solve(c.poses);
         EXPECT_EQ(result.outcome, c.outcome) << c.reason;
         EXPECT_EQ(result.refusal, c.reason);
-        EXPECT_EQ(capture->count(Log::Warning, "AtracsysPivotCalibration", prefix + c.reason), 1u)
-            << capture->dump();
+        EXPECT_EQ(capture->count(Log::Warning, "PivotCalibration", prefix + c.reason), 1u) << capture->dump();
         EXPECT_EQ(capture->size(), 1u) << capture->dump();
     }
-    const auto waved = AtracsysPivotCalibration().solve(waving);
+    const auto waved = PivotCalibration().solve(waving);
     EXPECT_EQ(waved.outcome, Outcome::NoFixedTip);
     EXPECT_EQ(waved.refusal.rfind("no fixed tip: ", 0), 0u) << waved.refusal;
 }

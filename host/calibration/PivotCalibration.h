@@ -17,7 +17,7 @@ namespace Kestrion {
 /// A recording that cannot determine the tip is refused with the reason instead of a result: too
 /// few frames, a tool that never moved, a tool moved without turning about a fixed point, too
 /// little angular spread, turns about a single axis only, or residuals too large for a fixed tip.
-class AtracsysPivotCalibration {
+class PivotCalibration {
 public:
     struct Settings {
         std::size_t minFrames = 20;
@@ -53,8 +53,8 @@ public:
         bool solved() const { return outcome == Outcome::Solved; }
     };
 
-    AtracsysPivotCalibration();
-    explicit AtracsysPivotCalibration(Settings settings);
+    PivotCalibration();
+    explicit PivotCalibration(Settings settings);
 
     /// Solves for `poses` (4x4, rotation and translation in millimetres). A refusal is also
     /// logged at warning level ("Pivot calibration refused: " and the reason).

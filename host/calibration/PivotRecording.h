@@ -21,11 +21,11 @@ namespace Kestrion {
 /// add() runs on the stream's worker thread for every frame; it copies one pose under a mutex
 /// (held for the copy only, so the worker never waits long) and counts. start(), stop(),
 /// progress and poses() are for any other thread.
-class AtracsysPivotRecording {
+class PivotRecording {
 public:
     /// `fiducialCount`: fiducials of the instrument's geometry (0: not checked). `frames`: the
     /// recording stops by itself after that many accepted frames (0: only when stopped).
-    AtracsysPivotRecording(std::string instrumentId, std::size_t fiducialCount, std::size_t frames);
+    PivotRecording(std::string instrumentId, std::size_t fiducialCount, std::size_t frames);
 
     /// Drops what was recorded and starts taking frames.
     void start();
