@@ -4,18 +4,16 @@
 #include "recording/RecordCodec.h"
 #include "recording/RecordingReader.h"
 #include "recording/RecordingWriter.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <tuple>
-
-#include <sys/resource.h>
 
 using namespace Kestrion::Recording;
 
@@ -380,19 +378,15 @@ TEST_F(RecordingFile, AFullDiskEndsTheRecordingAndKeepsItsWholeFrames) {
     const std::string file = path("full.krec");
     RecordingWriter writer;
     ASSERT_TRUE(writer.open(file, header(true)));
-    rlimit previous{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
-    auto* previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = previous;
-    limit.rlim_cur = 64 * 1024;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    bool ok = true;
+    bool ok = true, finished = false;
     std::uint32_t written = 0;
-    for (; ok && written < 10000; ++written)
-        ok = writer.write(frame(written, true)) && writer.flush();
-    const bool finished = writer.finish(0);
-    ::setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
+    {
+        Kestrion::TestSupport::FileSizeLimit full(64 * 1024);
+        ASSERT_TRUE(full.applied);
+        for (; ok && written < 10000; ++written)
+            ok = writer.write(frame(written, true)) && writer.flush();
+        finished = writer.finish(0);
+    }
 
     EXPECT_FALSE(finished);
     EXPECT_EQ(writer.error().rfind("recording " + file + ": write failed after ", 0), 0u) << writer.error();

@@ -9,6 +9,7 @@
 #include "host/lib/widgets/UrlOpenRecorder.h"
 #include "host/stream/TrackingInstrumentFiducialsData.h"
 #include "tests/atracsys/gui/GuiTestSupport.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/LogCapture.h"
 
 #include <Eigen/Geometry>
@@ -20,9 +21,6 @@
 #include <QSpinBox>
 
 #include <gtest/gtest.h>
-
-#include <csignal>
-#include <sys/resource.h>
 
 using namespace Kestrion;
 using Kestrion::SpryTrack::AtracsysTrackingStream;
@@ -70,23 +68,7 @@ struct DialogAnswers {
     QtHelpers::ScopedFileDialogHook hook;
 };
 
-/// Limits the size of files written, as a full disk would (EFBIG, no signal); holds for root too.
-struct FileSizeLimit {
-    explicit FileSizeLimit(rlim_t bytes) {
-        ::getrlimit(RLIMIT_FSIZE, &previous);
-        handler = std::signal(SIGXFSZ, SIG_IGN);
-        struct rlimit limit = previous;
-        limit.rlim_cur = bytes;
-        applied = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &previous);
-        std::signal(SIGXFSZ, handler);
-    }
-    struct rlimit previous {};
-    void (*handler)(int) = nullptr;
-    bool applied = false;
-};
+using TestSupport::FileSizeLimit;
 
 class MarkersWidgetTest : public ::testing::Test {
 protected:

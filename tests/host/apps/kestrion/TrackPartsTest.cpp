@@ -5,16 +5,15 @@
 #include "host/stream/InstrumentStatusData.h"
 #include "host/stream/TrackingStreamData.h"
 #include "host/stream/state/CaptureTimeData.h"
+#include "tests/support/FileSizeLimit.h"
 
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sys/resource.h>
 
 using namespace Kestrion;
 using namespace Kestrion::Cli;
@@ -237,19 +236,14 @@ TEST_F(TrackCsvWriterTest, AFailedWriteIsReportedWithTheFileAndReasonAndKeepsThe
     const std::string file = m_dir + "/big.csv";
     TrackCsvWriter writer;
     ASSERT_TRUE(writer.open(file));
-    // A file size limit makes the writes fail as a full disk would (EFBIG instead of a signal).
-    struct rlimit previous {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &previous), 0);
-    auto* previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limit = previous;
-    limit.rlim_cur = 64 * 1024;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    bool ok = true;
-    for (std::uint64_t i = 0; ok && i < 100000; ++i)
-        ok = writer.write(i, frame(1000 + i, true), nullptr);
-    const bool closed = writer.close();
-    ::setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
+    bool ok = true, closed = false;
+    {
+        TestSupport::FileSizeLimit full(64 * 1024);
+        ASSERT_TRUE(full.applied);
+        for (std::uint64_t i = 0; ok && i < 100000; ++i)
+            ok = writer.write(i, frame(1000 + i, true), nullptr);
+        closed = writer.close();
+    }
 
     EXPECT_FALSE(closed);
     EXPECT_TRUE(writer.failed());
