@@ -29,13 +29,6 @@ std::string freshFile(const std::string& name) {
     return file.string();
 }
 
-bool logged(CaptureLogSink& sink, int level, const std::string& message) {
-    for (const auto& record : sink.records())
-        if (record.category == Category && record.level == level && record.message == message)
-            return true;
-    return false;
-}
-
 } // namespace
 
 TEST(Recorder, RecordsEveryFetchedFrameWithTheCamerasDescription) {
@@ -110,8 +103,9 @@ TEST(Recorder, RecordsEveryFetchedFrameWithTheCamerasDescription) {
     EXPECT_EQ(reader.geometriesAdded()[0].geometry.path, dataFile("geometry1001.ini"));
     EXPECT_GE(reader.geometriesAdded()[0].beforeFrame, emitted.size());
     EXPECT_LE(reader.geometriesAdded()[0].beforeFrame, frames - 5);
-    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording frames to " + file));
-    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recorded " + std::to_string(frames) + " frames to " + file));
+    EXPECT_TRUE(log->contains(Log::Info, Category, "Recording frames to " + file));
+    EXPECT_TRUE(
+        log->contains(Log::Info, Category, "Recorded " + std::to_string(frames) + " frames to " + file));
     std::filesystem::remove(file);
 }
 
@@ -130,10 +124,10 @@ TEST(Recorder, DropsAndCountsFramesTheWriterCannotTake) {
     recorder.wait();
     EXPECT_EQ(recorder.framesDropped(), 5u);
     EXPECT_TRUE(
-        logged(log.sink(), Log::Warning,
-               "Recording " + file + ".part: 5 frame(s) dropped so far, the writer does not keep up"));
+        log->contains(Log::Warning, Category,
+                      "Recording " + file + ".part: 5 frame(s) dropped so far, the writer does not keep up"));
     EXPECT_TRUE(
-        logged(log.sink(), Log::Warning, "Recorded 0 frames to " + file + "; 5 frame(s) were dropped"));
+        log->contains(Log::Warning, Category, "Recorded 0 frames to " + file + "; 5 frame(s) were dropped"));
     Recording::RecordingReader reader;
     ASSERT_TRUE(reader.open(file));
     Recording::Frame frame;
@@ -145,8 +139,8 @@ TEST(Recorder, DropsAndCountsFramesTheWriterCannotTake) {
     SpryTrack::AtracsysRecorder other;
     other.setTarget(file, false);
     EXPECT_FALSE(other.start(Recording::SessionHeader{}));
-    EXPECT_TRUE(logged(log.sink(), Log::Error,
-                       "recording " + file + ": cannot record over an existing file: File exists"));
+    EXPECT_TRUE(log->contains(Log::Error, Category,
+                              "recording " + file + ": cannot record over an existing file: File exists"));
     std::filesystem::remove(file);
 }
 
