@@ -205,7 +205,8 @@ TEST(Recorder, GoesOnAcrossAReopenedCameraIntoTheSameFile) {
     ASSERT_EQ(reader.gaps().size(), 1u);
     EXPECT_EQ(reader.gaps()[0].beforeFrame, before);
     EXPECT_GT(reader.gaps()[0].resumedUS, reader.gaps()[0].interruptedUS);
-    EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording to " + file + " goes on: the camera was reopened"));
+    EXPECT_TRUE(
+        log->contains(Log::Info, Category, "Recording to " + file + " goes on: the camera was reopened"));
     std::filesystem::remove(file);
 }
 
@@ -235,10 +236,11 @@ TEST(Recorder, EndsCutShortForAnotherCameraAndStartsAgainSafely) {
     recorder.setTarget(second, false);
     ASSERT_TRUE(recorder.start(header));
     EXPECT_EQ(recorder.status()->state, RecordingStatus::State::Recording);
-    EXPECT_TRUE(logged(log.sink(), Log::Warning,
-                       "Recording " + first +
-                           " cut short after 0 frames: the camera reopened is another one (serial 0x11, the "
-                           "recording's camera 0x10)"));
+    EXPECT_TRUE(
+        log->contains(Log::Warning, Category,
+                      "Recording " + first +
+                          " cut short after 0 frames: the camera reopened is another one (serial 0x11, the "
+                          "recording's camera 0x10)"));
     recorder.finish();
     recorder.wait();
     EXPECT_EQ(recorder.status()->state, RecordingStatus::State::Complete);
