@@ -28,10 +28,10 @@ TEST(ReplayDevice, ARecordingReplaysAsTheCameraAndABrokenFileIsRefused) {
         serial = stream.cameraInUse().serialNumber;
         ASSERT_TRUE(stream.recordTo(file, false));
         ASSERT_TRUE(
-            waitUntil([&] { return stream.recordingStatus() && stream.recordingStatus()->frames >= 30; }));
+            waitFor([&] { return stream.recordingStatus() && stream.recordingStatus()->frames >= 30; }));
         stream.stopRecording();
         ASSERT_TRUE(
-            waitUntil([&] { return stream.recordingStatus()->state == RecordingStatus::State::Complete; }));
+            waitFor([&] { return stream.recordingStatus()->state == RecordingStatus::State::Complete; }));
         recorded = stream.recordingStatus();
     }
 
@@ -44,8 +44,7 @@ TEST(ReplayDevice, ARecordingReplaysAsTheCameraAndABrokenFileIsRefused) {
         ASSERT_TRUE(stream.open());
         EXPECT_EQ(stream.cameraInUse().serialNumber, serial);
         ASSERT_TRUE(stream.start());
-        ASSERT_TRUE(
-            waitUntil([&] { return stream.health().snapshot().state == StreamHealth::State::Ended; }));
+        ASSERT_TRUE(waitFor([&] { return stream.health().snapshot().state == StreamHealth::State::Ended; }));
         EXPECT_EQ(data.dataCount(), recorded->frames) << "every recorded frame, once";
         stream.close();
     }
