@@ -311,7 +311,7 @@ TEST(Recorder, StartsAndStopsTwiceWhileTheStreamRuns) {
         EXPECT_GE(done[i]->frames, 10u);
         EXPECT_EQ(done[i]->bytes, std::filesystem::file_size(file));
         EXPECT_GE(done[i]->startedUS, beganUS);
-        EXPECT_TRUE(logged(log.sink(), Log::Info, "Recording frames to " + file));
+        EXPECT_TRUE(log->contains(Log::Info, Category, "Recording frames to " + file));
     }
     ASSERT_TRUE(refused);
     EXPECT_EQ(std::make_tuple(refused->state, refused->reason),
