@@ -175,6 +175,31 @@ TEST(TrackRecording, RecordingGoesOnAcrossAReconnectionAndReplaysEveryFrame) {
     }
 }
 
+// A replay ends with the recording: the command says after how many frames and succeeds, also
+// when --frames or --duration asked for more; the table shows no tool as tracked after the end.
+TEST(TrackRecording, AReplayEndsWithItsRecording) {
+    TemporaryFolder folder;
+    ASSERT_EQ(track(folder, {"--frames", "40", "--record", "short.krec"}).exitCode, 0);
+    const std::string frames = std::to_string(wholeFrames(folder.path("short.krec"))); // 40 or a few more
+    for (const std::string pace : {"fetch", "recorded"}) {
+        SCOPED_TRACE(pace);
+        auto variables = replay(folder.path("short.krec"));
+        variables["FTK_SIMULATOR_REPLAY_PACE"] = pace;
+        std::vector<std::string> arguments{"--duration", "20", "--csv", pace + ".csv"};
+        if (pace == "fetch")
+            arguments.insert(arguments.end(), {"--frames", "1000"});
+        const auto started = std::chrono::steady_clock::now();
+        const ProcessResult r = track(folder, arguments, variables);
+        EXPECT_EQ(r.exitCode, 0) << r;
+        EXPECT_TRUE(r.outHas("Summary: " + frames + " frames received, ")) << r;
+        EXPECT_TRUE(r.outHas("\nThe recording ended after " + frames + " frames\n")) << r;
+        EXPECT_TRUE(r.outHas("Camera: the recording has ended\n")) << r;
+        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(15))
+            << "not the whole --duration";
+        EXPECT_FALSE(r.errHas("stopped delivering")) << r;
+    }
+}
+
 TEST(TrackRecording, RecordedImagesAreReplayed) {
     TemporaryFolder folder;
     const ProcessResult recorded =
