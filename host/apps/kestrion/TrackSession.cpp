@@ -40,23 +40,6 @@ std::string cameraChoiceNote(const CameraSelection& cameras) {
            "; also connected: " + others + " (choose one with --serial)\n";
 }
 
-/// The geometries the camera refused, as the stream reports them (refusedInstruments). A stream
-/// that does not report them yet has them read from its "Cannot set geometry loaded from <file>
-/// to tracking system" lines logged during the start; this goes once every camera stream reports
-/// its refusals.
-std::vector<InstrumentRefusal> refusedGeometries(const TrackingStream& stream, const LogCollector& startLog,
-                                                 const std::vector<TrackConfiguration::Target>& targets) {
-    std::vector<InstrumentRefusal> refusals = stream.refusedInstruments();
-    if (!refusals.empty())
-        return refusals;
-    for (const LogRecord& record : startLog.errors())
-        for (const auto& target : targets)
-            if (record.message.find("Cannot set geometry loaded from " + target.path +
-                                    " to tracking system") != std::string::npos)
-                refusals.push_back({target.name, target.path, record.message});
-    return refusals;
-}
-
 std::string formatSeconds(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f", seconds);
@@ -232,7 +215,6 @@ void TrackSession::listen() {
 bool TrackSession::start() {
     listen();
     m_stopSignals.emplace();
-    LogCollector log; // the start puts the geometries on the camera
     if (!m_stream->start()) {
         stopListening();
         m_stream->close();
@@ -240,7 +222,7 @@ bool TrackSession::start() {
         return false;
     }
     // A geometry the camera refused would never be tracked.
-    for (const InstrumentRefusal& refusal : refusedGeometries(*m_stream, log, m_configuration.targets))
+    for (const InstrumentRefusal& refusal : m_stream->refusedInstruments())
         for (const auto& target : m_configuration.targets)
             if (refusal.source == target.path) {
                 stopListening();
