@@ -39,9 +39,7 @@ else()
 endif()
 target_link_libraries(_kestrion PRIVATE KestrionLib KestrionStream KestrionCore KestrionLicensing
     KestrionRecording Python3::NumPy)
-if(TARGET KestrionCalibration)
-    target_link_libraries(_kestrion PRIVATE KestrionCalibration)
-endif()
+target_link_libraries(_kestrion PRIVATE KestrionCalibration)
 
 # Where the package finds the plugins and the licence when KESTRION_PLUGIN_PATH and
 # KESTRION_LICENSE do not say: in the build tree, the apps' folder; installed, <prefix>/bin.
@@ -72,12 +70,13 @@ endforeach()
 
 set(KESTRION_PYTHON_INSTALL_DIR lib/python3/dist-packages/kestrion CACHE STRING
     "Where the Python package is installed, relative to the prefix")
-install(TARGETS _kestrion LIBRARY DESTINATION ${KESTRION_PYTHON_INSTALL_DIR})
-install(FILES ${KESTRION_PYTHON_MODULES} DESTINATION ${KESTRION_PYTHON_INSTALL_DIR})
+install(TARGETS _kestrion LIBRARY DESTINATION ${KESTRION_PYTHON_INSTALL_DIR} COMPONENT python)
+install(FILES ${KESTRION_PYTHON_MODULES} DESTINATION ${KESTRION_PYTHON_INSTALL_DIR} COMPONENT python)
 install(CODE "
     file(READ \"${CMAKE_CURRENT_BINARY_DIR}/install/_paths.py\" paths)
     string(REPLACE \"@PREFIX@\" \"\${CMAKE_INSTALL_PREFIX}\" paths \"\${paths}\")
     file(WRITE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${KESTRION_PYTHON_INSTALL_DIR}/_paths.py\" \"\${paths}\")
-    message(STATUS \"Installing: \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${KESTRION_PYTHON_INSTALL_DIR}/_paths.py\")")
+    message(STATUS \"Installing: \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${KESTRION_PYTHON_INSTALL_DIR}/_paths.py\")"
+    COMPONENT python)
 # The host libraries the module loads, beside it in <prefix>/lib.
-install(TARGETS KestrionLib KestrionStream KestrionCore KestrionLicensing LIBRARY DESTINATION lib)
+install(TARGETS KestrionLib KestrionStream KestrionCore KestrionLicensing LIBRARY DESTINATION lib COMPONENT python)

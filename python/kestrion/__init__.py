@@ -20,6 +20,7 @@ from ._kestrion import (
     GeometryError,
     LicenseError,
     OutputError,
+    PivotResult,
     Recording,
     Tool,
     cameras,
@@ -30,6 +31,7 @@ from . import _kestrion
 from .tracker import Tracker
 from .recording import read_recording
 from .sks import SKSTracker
+from .pivot import pivot_calibration
 
 _kestrion.set_installation(_paths.PLUGIN_FOLDER, _paths.LICENSE_FILE)
 
@@ -41,11 +43,13 @@ __all__ = [
     "GeometryError",
     "LicenseError",
     "OutputError",
+    "PivotResult",
     "Recording",
     "SKSTracker",
     "Tool",
     "Tracker",
     "cameras",
+    "pivot_calibration",
     "plugin_folders",
     "read_recording",
     "set_log_level",

@@ -43,4 +43,5 @@ PYBIND11_MODULE(_kestrion, module) {
     bindFrames(module);
     bindTracker(module);
     bindRecording(module);
+    bindCalibration(module);
 }

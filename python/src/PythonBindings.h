@@ -9,5 +9,6 @@ void bindErrors(pybind11::module_& module);
 void bindFrames(pybind11::module_& module);
 void bindTracker(pybind11::module_& module);
 void bindRecording(pybind11::module_& module);
+void bindCalibration(pybind11::module_& module);
 
 } // namespace Kestrion::Python
