@@ -10,12 +10,23 @@ function(kestrion_ccache_for_pch target)
     endif()
 endfunction()
 
+# The test programs' own code is compiled for a quick build in the release tree: without
+# optimisation or debug information, which halves its compile time (the product's libraries that
+# the tests exercise keep the build type's options). The sanitizer builds keep theirs: the address
+# pass is a debug build already, and the thread and fuzz passes need their instrumented code as it is.
+function(kestrion_test_code_options target)
+    if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND ATRACSYS_SANITIZE STREQUAL "")
+        target_compile_options(${target} PRIVATE -O0 -g0)
+    endif()
+endfunction()
+
 # kestrion_add_test(name SOURCES a.cpp b.cpp LIBS lib... LABELS unit|integration|gui|slow|threads [TIMEOUT s])
 # One GoogleTest executable; each TEST is its own CTest case carrying the labels.
 function(kestrion_add_test name)
     cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${T_SOURCES})
     kestrion_warnings(${name})
+    kestrion_test_code_options(${name})
     # A test sees the headers of its own folder and of what it links (tests/support among them).
     file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
     kestrion_expose_headers(${name} PRIVATE ${folder})
