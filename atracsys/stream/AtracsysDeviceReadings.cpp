@@ -43,7 +43,8 @@ bool isTemperature(const Listed& option) {
 
 std::vector<DeviceReading> AtracsysDeviceReadings::read(ftkLibrary library, std::uint64_t serialNumber) {
     std::vector<Listed> options;
-    if (!library || ftkEnumerateOptions(library, serialNumber, collectReadingOption, &options) != ftkError::FTK_OK)
+    if (!library ||
+        ftkEnumerateOptions(library, serialNumber, collectReadingOption, &options) != ftkError::FTK_OK)
         return {};
     std::vector<DeviceReading> readings;
     for (const Listed& option : options) {
