@@ -49,6 +49,9 @@ class ProbedStream : public SpryTrack::AtracsysTrackingStream {
 public:
     explicit ProbedStream(const std::string& name = "Atracsys Tracking Stream")
         : AtracsysTrackingStream(name) {}
+    /// Closed here, while the object is still whole: a running worker may call its virtual
+    /// functions until the close has joined it.
+    ~ProbedStream() override { close(); }
 
     /// Opens and adds "tool" (atracsys-1000) and "reference" (atracsys-1001); false on failure.
     bool openWithMarkers();
