@@ -3,6 +3,7 @@
 // replays to its last whole frame, and files that cannot be replayed are refused by name.
 
 #include "tests/hardening/ProcessRun.h"
+#include "tests/hardening/TrackRun.h"
 
 #include "recording/RecordingReader.h"
 
@@ -22,14 +23,6 @@
 using namespace Kestrion::HardeningTest;
 
 namespace {
-
-ProcessResult track(const TemporaryFolder& folder, std::vector<std::string> arguments,
-                    std::map<std::string, std::string> variables = {}) {
-    arguments.insert(arguments.begin(), "track");
-    arguments.insert(arguments.end(), {"--refresh", "100"});
-    variables["KESTRION_PLUGIN_PATH"] = KESTRION_PLUGIN_FOLDER;
-    return runProcess(KESTRION_APP, arguments, variables, folder.path());
-}
 
 std::map<std::string, std::string> replay(const std::string& file, const std::string& markers = "recorded") {
     return {{"FTK_SIMULATOR_REPLAY", file},

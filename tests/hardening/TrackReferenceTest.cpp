@@ -4,6 +4,8 @@
 // and a recording replayed with a reference chosen afterwards gives the same relative poses.
 
 #include "tests/hardening/ProcessRun.h"
+#include "tests/hardening/TrackRun.h"
+#include "tests/support/CsvLine.h"
 
 #include <Eigen/Core>
 #include <Eigen/LU>
@@ -21,32 +23,13 @@ using namespace Kestrion::HardeningTest;
 
 namespace {
 
-ProcessResult track(const TemporaryFolder& folder, std::vector<std::string> arguments,
-                    std::map<std::string, std::string> variables = {}) {
-    arguments.insert(arguments.begin(), "track");
-    arguments.insert(arguments.end(), {"--refresh", "100"});
-    variables["KESTRION_PLUGIN_PATH"] = KESTRION_PLUGIN_FOLDER;
-    return runProcess(KESTRION_APP, arguments, variables, folder.path());
-}
-
 /// A CSV file as rows of named fields; quoted fields may hold commas.
 std::vector<std::map<std::string, std::string>> readRows(const std::string& file) {
     std::vector<std::map<std::string, std::string>> rows;
     std::ifstream in(file);
     std::vector<std::string> header;
     for (std::string line; std::getline(in, line);) {
-        std::vector<std::string> fields(1);
-        bool quoted = false;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == '"' && quoted && i + 1 < line.size() && line[i + 1] == '"')
-                fields.back() += line[++i];
-            else if (line[i] == '"')
-                quoted = !quoted;
-            else if (line[i] == ',' && !quoted)
-                fields.emplace_back();
-            else
-                fields.back() += line[i];
-        }
+        const std::vector<std::string> fields = Kestrion::TestSupport::csvFields(line);
         if (header.empty()) {
             header = fields;
             continue;

@@ -1,22 +1,13 @@
 #include "host/apps/kestrion/TrackReferenceColumns.h"
 
+#include "host/apps/kestrion/TrackTipColumns.h"
+
 #include "host/stream/TrackingStreamData.h"
 
 #include "host/stream/state/ReferencePoseData.h"
 #include <cstdio>
 
 namespace Kestrion::Cli {
-
-namespace {
-
-// A cell of one width, so that the columns after it line up.
-std::string padded(const char* text) {
-    char cell[128];
-    std::snprintf(cell, sizeof cell, "  %-26s", text);
-    return cell;
-}
-
-} // namespace
 
 std::string TrackReferenceColumns::csvHeader(bool tipColumns) {
     std::string header =
@@ -56,7 +47,7 @@ std::string TrackReferenceColumns::referenceNote(const TrackingStreamData& frame
 }
 
 std::string TrackReferenceColumns::tableHeader() {
-    return padded("In reference x, y, z [mm]");
+    return TrackTipColumns::paddedCell("In reference x, y, z [mm]");
 }
 
 std::string TrackReferenceColumns::tableCell(const TrackingStreamData* frame, const std::string& id) {
@@ -68,7 +59,7 @@ std::string TrackReferenceColumns::tableCell(const TrackingStreamData* frame, co
     else if (entry)
         std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", entry->poseInReference(0, 3),
                       entry->poseInReference(1, 3), entry->poseInReference(2, 3));
-    return padded(text);
+    return TrackTipColumns::paddedCell(text);
 }
 
 } // namespace Kestrion::Cli

@@ -40,26 +40,21 @@ int TrackTipColumns::csvFields(char* out, std::size_t size, const TrackingStream
     return std::snprintf(out, size, ",%.4f,%.4f,%.4f", tip->x(), tip->y(), tip->z());
 }
 
-namespace {
-
-// A cell of one width, so that the columns after it line up.
-std::string padded(const char* text) {
+std::string TrackTipColumns::paddedCell(const char* text) {
     char cell[128];
     std::snprintf(cell, sizeof cell, "  %-26s", text);
     return cell;
 }
 
-} // namespace
-
 std::string TrackTipColumns::tableHeader() {
-    return padded("Tip x, y, z [mm]");
+    return paddedCell("Tip x, y, z [mm]");
 }
 
 std::string TrackTipColumns::tableCell(const std::optional<Eigen::Vector3d>& tip) {
     char text[96] = "-";
     if (tip)
         std::snprintf(text, sizeof text, "%.2f, %.2f, %.2f", tip->x(), tip->y(), tip->z());
-    return padded(text);
+    return paddedCell(text);
 }
 
 } // namespace Kestrion::Cli

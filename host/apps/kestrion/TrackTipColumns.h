@@ -36,6 +36,8 @@ public:
     /// The table's column title, and a cell ("x, y, z", or "-"), both of one width.
     static std::string tableHeader();
     static std::string tableCell(const std::optional<Eigen::Vector3d>& tip);
+    /// A table cell of the width of these columns, so that the columns after it line up.
+    static std::string paddedCell(const char* text);
 };
 
 } // namespace Kestrion::Cli

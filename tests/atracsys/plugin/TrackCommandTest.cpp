@@ -1,6 +1,8 @@
 // `kestrion track` as a user runs it, with the plugin library and the simulated camera
 // (free-running clock, so the timeouts are generous).
 
+#include "tests/support/CsvLine.h"
+
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QStringList>
@@ -44,18 +46,7 @@ std::vector<std::vector<std::string>> readCsv(const std::string& file) {
     std::ifstream in(file);
     std::string line;
     while (std::getline(in, line)) {
-        std::vector<std::string> fields(1);
-        bool quoted = false;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            if (line[i] == '"' && quoted && i + 1 < line.size() && line[i + 1] == '"')
-                fields.back() += line[++i];
-            else if (line[i] == '"')
-                quoted = !quoted;
-            else if (line[i] == ',' && !quoted)
-                fields.emplace_back();
-            else
-                fields.back() += line[i];
-        }
+        const std::vector<std::string> fields = Kestrion::TestSupport::csvFields(line);
         rows.push_back(fields);
     }
     return rows;
