@@ -5,15 +5,11 @@
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 #include "host/calibration/PivotRecording.h"
 
-#include "host/core/File.h"
 #include "host/core/Log.h"
 #include "host/core/Properties.h"
-#include "host/lib/widgets/QtHelpers.h"
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/TrackingStreamData.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QGridLayout>
 #include <QLabel>
 #include <QProgressBar>
@@ -103,7 +99,6 @@ void AtracsysPivotCalibrationPanel::onStart() {
     for (const TrackingInstrument& instrument : m_stream->instruments())
         if (instrument.active) {
             m_instrumentId = instrument.ID();
-            m_instrumentName = instrument.id.name;
             break;
         }
     if (m_instrumentId.empty()) {

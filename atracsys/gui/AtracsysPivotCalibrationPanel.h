@@ -67,7 +67,6 @@ private:
     QTimer m_timer;
     std::size_t m_frames = 500;
     std::string m_instrumentId;
-    std::string m_instrumentName;
     std::shared_ptr<PivotRecording> m_recording; // shared with the worker's slot
     SignalConnection m_connection;
     std::optional<PivotCalibration::Result> m_result;

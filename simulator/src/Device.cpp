@@ -3,11 +3,13 @@
 #include "simulator/src/ErrorCodes.h"
 #include "simulator/src/LiveFrameSource.h"
 #include "simulator/src/OptionCatalog.h"
+#include "simulator/src/PreciseWakeUp.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <thread>
 
 namespace Kestrion::Simulator {
 
@@ -311,11 +313,26 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
 ftkError Device::waitLocked(std::unique_lock<std::mutex>& lock, std::uint64_t lastIndex,
                             std::chrono::steady_clock::time_point deadline, std::uint32_t timeoutMS,
                             std::uint64_t& index, std::string& message) {
+    const PreciseWakeUp precise;
     for (;;) {
         // The wait releases the lock, so options and geometries stay usable meanwhile; it wakes
         // when the next frame arrives, at the deadline, or when the clock or the faults change.
+        // Shortly before the frame arrives it wakes once to make the frame, as a camera computes
+        // a frame before sending it: the fetch then returns as the frame arrives.
         const std::optional<std::chrono::steady_clock::time_point> next = m_source->arrival(lastIndex + 1);
-        m_wake.wait_until(lock, next ? std::min(*next, deadline) : deadline);
+        auto wakeAt = next ? std::min(*next, deadline) : deadline;
+        if (next && m_preparedIndex != lastIndex + 1) {
+            if (std::chrono::steady_clock::now() >= *next - PrepareAhead) {
+                prepareLocked(lastIndex + 1);
+            } else {
+                wakeAt = std::min(wakeAt, *next - PrepareAhead);
+            }
+        }
+        if (next && wakeAt == *next) {
+            waitForArrivalLocked(lock, *next);
+        } else {
+            m_wake.wait_until(lock, wakeAt);
+        }
         const auto now = std::chrono::steady_clock::now();
         if (disconnectedLocked()) {
             message = "Device " + ErrorCodes::serialText(m_serial) + " is disconnected";
@@ -357,6 +374,32 @@ ftkError Device::deliverLocked(std::uint64_t index, std::chrono::steady_clock::t
     }
     m_source->delivering(index, now);
     return ftkError::FTK_OK;
+}
+
+void Device::waitForArrivalLocked(std::unique_lock<std::mutex>& lock,
+                                  std::chrono::steady_clock::time_point arrival) {
+    // A timed wait ends tens of µs late on a busy or virtual machine; a camera's frame wakes the
+    // fetch through an interrupt. The last stretch is therefore spent yielding the processor,
+    // without the lock, so that the fetch returns as the frame arrives. The caller looks at the
+    // device's state again afterwards (faults, connection, clock mode).
+    const auto spinFrom = arrival - SpinAhead;
+    if (std::chrono::steady_clock::now() < spinFrom) {
+        m_wake.wait_until(lock, spinFrom);
+        return;
+    }
+    lock.unlock();
+    while (std::chrono::steady_clock::now() < arrival) {
+        std::this_thread::yield();
+    }
+    lock.lock();
+}
+
+void Device::prepareLocked(std::uint64_t index) {
+    // A frame that cannot be made now is made again, with its error, when it is delivered.
+    std::string ignored;
+    m_frameValid = m_source->produce(index, settingsLocked(), m_frame, m_truth, ignored);
+    m_frame.index = index;
+    m_preparedIndex = index;
 }
 
 double Device::currentTimeLocked(bool next) {

@@ -115,6 +115,12 @@ private:
     ftkError waitLocked(std::unique_lock<std::mutex>& lock, std::uint64_t lastIndex,
                         std::chrono::steady_clock::time_point deadline, std::uint32_t timeoutMS,
                         std::uint64_t& index, std::string& message);
+    /// Waits until a frame's arrival, the last SpinAhead of it without sleeping; may return early
+    /// (a wake-up, or the start of that last stretch).
+    void waitForArrivalLocked(std::unique_lock<std::mutex>& lock,
+                              std::chrono::steady_clock::time_point arrival);
+    /// Makes frame `index` ahead of its delivery (see waitLocked).
+    void prepareLocked(std::uint64_t index);
     /// The frame a fetch takes: FTK_WAR_NO_FRAME past the end of a replay.
     ftkError deliverLocked(std::uint64_t index, std::chrono::steady_clock::time_point now,
                            std::string& message);
@@ -137,6 +143,12 @@ private:
     FrameData m_frame;
     FrameTruth m_truth;
     bool m_frameValid = false;
+    /// The frame last made ahead of its delivery, made at most once.
+    std::optional<std::uint64_t> m_preparedIndex;
+    /// How long before a frame's arrival a waiting fetch makes it.
+    static constexpr std::chrono::microseconds PrepareAhead{1000};
+    /// How long before a frame's arrival a waiting fetch stops sleeping.
+    static constexpr std::chrono::microseconds SpinAhead{150};
     std::uint64_t m_fetches = 0;
     bool m_delivered = false;
     std::uint64_t m_lastDelivered = 0;

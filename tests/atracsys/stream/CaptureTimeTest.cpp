@@ -1,7 +1,7 @@
 // The capture time of the camera stream's frames against the simulated camera's truth: the
 // camera's clock runs 20 ppm fast and starts with the device, frames reach the host up to 5 ms
 // after their exposure, and after the first second the capture times follow the exposures without that
-// jitter.
+// jitter, within 0.1 ms of them.
 
 #include "tests/atracsys/stream/StreamTestSupport.h"
 
@@ -24,6 +24,13 @@ constexpr const char* Scene = R"({"seed": 3, "devices": [{"model": "fusionTrack 
     "fiducials": [[0, 0, 0], [31, 82, 0], [96, -10, 0], [61, 46, 0]],
     "motion": {"type": "static", "position": [0, 0, 1500]}}]})";
 
+// The product's code runs optimised and uninstrumented: the build the delay below is promised for.
+#if defined(NDEBUG) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+constexpr bool PlainOptimisedBuild = true;
+#else
+constexpr bool PlainOptimisedBuild = false;
+#endif
+
 } // namespace
 
 TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
@@ -33,6 +40,9 @@ TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
     {
         ProbedStream stream;
         stream.setFramePacingMs(0);
+        // Without images: copying them into the frame record is a constant part of the delay
+        // between delivery and the fetch's return, which no estimate can see.
+        stream.setQueryImages(false);
         Recorder recorder(stream);
         ASSERT_TRUE(stream.open() && stream.start());
         // 2.5 s at 335 Hz; a busy machine may drop some, which the mapping does not need.
@@ -57,12 +67,12 @@ TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
             ++checked;
         }
         ASSERT_GT(checked, 300u);
-        // What remains of the capture time's error is the smallest delay the host itself adds
-        // between the frame's delivery and the fetch's return (waking the fetching thread, the
-        // driver's work): nearly constant, and a matter of the machine's speed (tens of µs on a
-        // quiet machine, most of a millisecond under a sanitizer), so it is reported, not asserted.
-        // What is asserted: never before the exposure, and the delivery's jitter, which the
-        // arrivals carry, is gone from the capture times.
+        // What remains of the capture time's error is the smallest delay between the frame's
+        // delivery and the fetch's return (the library's copy, the stamp), plus the clocks' drift
+        // until it is fitted: tens of µs. The estimate keeps the smallest delay it sees, so a busy
+        // machine delays some frames but not the estimate; instrumented builds slow every frame,
+        // so there the figure is reported, not held to the 0.1 ms. Always asserted: never before
+        // the exposure, and the delivery's jitter, which the arrivals carry, is gone.
         const auto spread = [](std::vector<double>& values) {
             std::sort(values.begin(), values.end());
             return values[values.size() * 19 / 20] - values[values.size() / 20];
@@ -76,6 +86,9 @@ TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
         EXPECT_LT(captureSpread, std::max(100.0, arrivalSpread / 10))
             << "µs between the 5th and 95th percentiles of the error, against " << arrivalSpread
             << " µs for the arrivals";
+        if (PlainOptimisedBuild) {
+            EXPECT_LT(errors[errors.size() / 2], 100.0) << "median µs between capture time and exposure";
+        }
     }
     ftkSimResetScene();
 }
