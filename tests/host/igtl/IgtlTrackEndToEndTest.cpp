@@ -31,25 +31,26 @@ std::vector<std::string> splitCsv(const std::string& line) {
 /// The tracked rows of the recording by the frame's time (ms), the time OpenIGTLink messages
 /// carry: the capture time when the CSV has it, else the arrival (which two frames may share).
 std::multimap<std::uint64_t, Pose> readCsv(const std::string& path, std::size_t* rows) {
+    // Keyed by the capture time in µs, the time the OpenIGTLink headers carry.
     std::multimap<std::uint64_t, Pose> poses;
     std::ifstream file(path);
     std::string line;
     std::getline(file, line);
     const auto header = splitCsv(line);
     const auto capture = std::find(header.begin(), header.end(), "capture_us");
-    const std::size_t timeColumn = capture != header.end() ? capture - header.begin() : 2; // arrival_ms
-    const std::size_t offset = capture != header.end() ? 1 : 0; // columns before the pose
     *rows = 0;
+    if (capture == header.end())
+        return poses;
+    const std::size_t timeColumn = capture - header.begin();
     while (std::getline(file, line)) {
         ++*rows;
         const auto fields = splitCsv(line);
-        if (fields.size() < 21 + offset || fields[7 + offset] != "1")
+        if (fields.size() < 22 || fields[8] != "1")
             continue;
         Pose pose;
         for (std::size_t i = 0; i < 12; ++i)
-            pose[i] = std::stod(fields[9 + offset + i]);
-        const std::uint64_t time = std::stoull(fields[timeColumn]);
-        poses.emplace(offset ? (time + 500) / 1000 : time, pose);
+            pose[i] = std::stod(fields[10 + i]);
+        poses.emplace(std::stoull(fields[timeColumn]), pose);
     }
     return poses;
 }
@@ -148,25 +149,25 @@ TEST(IgtlTrackEndToEnd, ExampleClientsGetTheRecordedPosesWhileBrokenClientsCanno
 
     // Every TRANSFORM is the recorded pose of its frame, and nearly every frame came.
     std::istringstream received(receiver.readAllStandardOutput().toStdString());
-    std::uint64_t stampMs = 0, firstMs = 0, matched = 0;
+    std::uint64_t stampUS = 0, firstUS = 0, matched = 0;
     for (std::string line; std::getline(received, line);) {
         unsigned long long seconds = 0, nanoseconds = 0;
         if (std::sscanf(line.c_str(), "Time stamp: %llu.%llu", &seconds, &nanoseconds) == 2)
-            stampMs = seconds * 1000 + (nanoseconds + 500000) / 1000000;
+            stampUS = seconds * 1000000 + (nanoseconds + 500) / 1000; // the header's 2^-32 s, rounded
         if (line != "Receiving TRANSFORM data type.")
             continue;
         Pose pose;
         ASSERT_TRUE(readMatrix(received, pose));
-        if (recorded.empty() || stampMs > recorded.rbegin()->first)
+        if (recorded.empty() || stampUS > recorded.rbegin()->first)
             break; // served after the recording ended, while the camera closed
-        const auto [first, last] = recorded.equal_range(stampMs);
-        ASSERT_NE(first, last) << "no recorded frame at " << stampMs;
+        const auto [first, last] = recorded.equal_range(stampUS);
+        ASSERT_NE(first, last) << "no recorded frame at " << stampUS;
         EXPECT_TRUE(std::any_of(first, last, [&](const auto& row) { return same(pose, row.second); }))
-            << "at " << stampMs;
-        firstMs = firstMs ? firstMs : stampMs;
+            << "at " << stampUS;
+        firstUS = firstUS ? firstUS : stampUS;
         ++matched;
     }
-    const auto since = static_cast<std::size_t>(std::distance(recorded.lower_bound(firstMs), recorded.end()));
+    const auto since = static_cast<std::size_t>(std::distance(recorded.lower_bound(firstUS), recorded.end()));
     EXPECT_GT(matched, 0u);
     EXPECT_GE(matched * 10, since * 9) << matched << " of " << since << " frames";
 
