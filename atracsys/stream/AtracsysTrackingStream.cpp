@@ -244,10 +244,11 @@ bool AtracsysTrackingStream::closeImpl() {
     // The recorder hook. The session's recording waits for the camera when the stream closes itself (the
     // camera lost or failing) or is closed to be reopened; any other close ends it. Neither waits for the
     // recorder's writer.
-    if (closingItself() || health().snapshot().reopening)
-        m_recorder->interrupt();
-    else
+    m_closedForGood = !closingItself() && !health().snapshot().reopening;
+    if (m_closedForGood)
         m_recorder->finish();
+    else
+        m_recorder->interrupt();
     m_device->releaseFrame();
     if (m_device->closeLibrary() != ftkError::FTK_OK) {
         KESTRION_LOG_ERROR(Category, "Cannot close Atracsys tracking library");
@@ -289,8 +290,19 @@ bool AtracsysTrackingStream::recordTo(const std::string& file, bool images, bool
     // recording itself (startImpl): the recorder lets only the first start() through.
     if (!isStateOneOf({State::Starting, State::Running}))
         return true;
-    if (beginRecording())
+    if (beginRecording()) {
+        // The stream may have closed between the state's check and the recording's start, and
+        // its close then found no recording to interrupt or finish: done here, as the close would
+        // have. Under the device mutex, which the close holds while it ends the recording.
+        AtracsysDeviceContext::Lock lock(*m_device);
+        if (!m_device->library()) {
+            if (m_closedForGood)
+                m_recorder->finish();
+            else
+                m_recorder->interrupt();
+        }
         return true;
+    }
     // Refused, or begun by the start meanwhile: the status of this file says which.
     const std::optional<RecordingStatus> status = m_recorder->status();
     return status && status->file == file && status->state != RecordingStatus::State::CutShort;

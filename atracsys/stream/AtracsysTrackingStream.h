@@ -150,6 +150,9 @@ private:
     /// Records the fetched frames when "recordFile" is set (the acquisition hands each frame over,
     /// the recorder's own thread writes).
     std::unique_ptr<AtracsysRecorder> m_recorder;
+    /// Whether the last close ended the session (the recording finishes) rather than losing the
+    /// camera or reopening it (the recording waits). Guarded by the device mutex.
+    bool m_closedForGood = true;
     std::unique_ptr<AtracsysGeometryManager> m_geometries;
     std::unique_ptr<AtracsysAcquisition> m_acquisition;
 
