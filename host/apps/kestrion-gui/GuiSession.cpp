@@ -90,8 +90,10 @@ void GuiSession::finishComputation(unsigned generation) {
     const Computation done = m_queue.front();
     m_queue.pop_front();
     const std::string failure = m_running.result();
+    // Logged under the algorithm's identifier, so that whoever later sees the algorithm work
+    // (its panel) can withdraw the alert of this failure and no other.
     if (!failure.empty())
-        KESTRION_LOG_ERROR(Category, "Algorithm " << done.identifier << " failed: " << failure);
+        KESTRION_LOG_ERROR(done.identifier, "Algorithm " << done.identifier << " failed: " << failure);
     for (const Workspace::Item& item : m_workspace.algorithms())
         if (item.algorithm.get() == done.algorithm)
             m_workspace.warnUnknownParameters(item); // an algorithm created by hand has none

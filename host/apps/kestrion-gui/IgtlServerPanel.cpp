@@ -1,6 +1,7 @@
 #include "host/apps/kestrion-gui/IgtlServerPanel.h"
 
 #include "host/apps/kestrion-gui/IgtlClientTable.h"
+#include "host/apps/kestrion-gui/IgtlServing.h"
 #include "host/igtl/IgtlEndpoint.h"
 #include "host/igtl/IgtlServerAlgorithm.h"
 #include "host/lib/widgets/LogAlertWidget.h"
@@ -143,8 +144,12 @@ void IgtlServerPanel::start() {
     if (!target || !m_start->isEnabled())
         return; // what is typed is not valid, or the server already runs with it
     if (target->start()) {
-        if (MainWindow* window = mainWindow())
-            window->logAlert()->resolve(QStringLiteral("IgtlServer")); // an earlier failure is past
+        if (MainWindow* window = mainWindow()) {
+            // An earlier failure is past: the server's own, and its algorithm's when a workspace
+            // started it.
+            window->logAlert()->resolve(QStringLiteral("IgtlServer"));
+            window->logAlert()->resolve(QString::fromLatin1(IgtlServing::AlgorithmIdentifier));
+        }
     }
     refresh();
 }

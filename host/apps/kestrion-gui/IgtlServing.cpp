@@ -10,7 +10,7 @@ namespace Kestrion::Gui::IgtlServing {
 
 void registerAlgorithm() {
     FactoryRegistry& registry = FactoryRegistry::instance();
-    if (registry.hasAlgorithm("Kestrion.OpenIGTLinkServer"))
+    if (registry.hasAlgorithm(AlgorithmIdentifier))
         return;
     auto factory = std::make_unique<AlgorithmFactory>("Kestrion", true);
     factory->registerAlgorithm<Igtl::IgtlServerAlgorithm>("OpenIGTLinkServer", "IO;OpenIGTLink;Server");

@@ -8,6 +8,9 @@ class GuiSession;
 /// algorithm list ("IO;OpenIGTLink;Server"), which serves the session's newest tracking stream.
 namespace IgtlServing {
 
+/// The algorithm's identifier in the registry and the workspace.
+constexpr const char* AlgorithmIdentifier = "Kestrion.OpenIGTLinkServer";
+
 /// Registers the algorithm's factory and its panel's (IgtlServerPanel) with the host's factory
 /// registry (once).
 void registerAlgorithm();

@@ -194,7 +194,7 @@ TEST(IgtlServerPanel, WorkspacesKeepTheSettingsNeverTheState) {
                               "</properties></properties></properties>";
         ASSERT_TRUE(window.openWorkspace(old)) << log->dump();
         window.session().waitForComputations();
-        EXPECT_TRUE(log->contains(Log::Error, "kestrion-gui",
+        EXPECT_TRUE(log->contains(Log::Error, "Kestrion.OpenIGTLinkServer",
                                   "Algorithm Kestrion.OpenIGTLinkServer failed: " + reason));
         EXPECT_EQ(log->countContaining("knows no parameter"), 0u) << log->dump();
         ASSERT_EQ(window.session().panels().size(), 1u);
@@ -209,7 +209,7 @@ TEST(IgtlServerPanel, WorkspacesKeepTheSettingsNeverTheState) {
         QTest::mouseClick(panel->startButton(), Qt::LeftButton);
         ASSERT_TRUE(panel->stateLabel()->text().startsWith(QStringLiteral("Listening on 127.0.0.1:")));
         window.logAlert()->flush();
-        EXPECT_EQ(window.logAlert()->unread(), unread - 1); // the server's alert is withdrawn
+        EXPECT_EQ(window.logAlert()->unread(), unread - 2); // the server's and its algorithm's
         EXPECT_TRUE(window.isWorkspaceChanged());
         const std::string saved = dir.filePath("saved.kws").toStdString();
         ASSERT_TRUE(window.saveWorkspace(saved));
