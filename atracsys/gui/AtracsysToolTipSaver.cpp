@@ -64,12 +64,10 @@ AtracsysToolTipSaver::Outcome AtracsysToolTipSaver::save(AtracsysTrackingStreamB
     KESTRION_LOG_INFO(Category, "the tool tip has been written to " << target);
 
     // Loaded again from the file now holding the tip: the stream reads tips when it loads a file.
-    // Removing asks the device to forget the geometry, which it holds only while tracking.
-    if (!stream.removeGeometry(instrumentId) || !stream.addGeometry(name, target))
+    if (!stream.reloadGeometry(instrumentId, name, target))
         return failed(instrumentId, target,
                       "the tip was written to " + target +
-                          ", but the tool could not be loaded again from it: the stream must be tracking "
-                          "(start it and save the tip again)");
+                          ", but the tool could not be loaded again from it");
     return {Outcome::Kind::Saved, target, ""};
 }
 

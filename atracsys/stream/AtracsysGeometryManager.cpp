@@ -86,6 +86,31 @@ bool AtracsysGeometryManager::removeGeometry(const std::string& instrumentId) {
     return true;
 }
 
+bool AtracsysGeometryManager::reloadGeometry(const std::string& instrumentId, const std::string& name,
+                                             const std::string& path, double toleranceMM) {
+    InstrumentModifications modifications;
+    {
+        // Under the device mutex, so that an open or close cannot put the geometry on the camera
+        // or take it off between the look and the removal.
+        AtracsysDeviceContext::Lock lock(m_device);
+        bool onDevice = false;
+        m_instruments.modify(instrumentId, [&onDevice](const std::string&, AtracsysGeometry& g) {
+            onDevice = g.isOnDevice();
+        });
+        if (onDevice && ftkClearGeometry(m_device.library(), m_device.serialNumber(),
+                                         static_cast<std::uint32_t>(extractAtracsysId(instrumentId))) !=
+                            ftkError::FTK_OK) {
+            KESTRION_LOG_WARN(Category, "AtracsysTracking: Cannot remove geometry with id "
+                                            << instrumentId << " from tracking system");
+            return false;
+        }
+        modifications = m_instruments.remove(instrumentId);
+    }
+    forgetRefusal(instrumentId);
+    m_stream.emitSignals(modifications);
+    return addGeometry(name, path, toleranceMM);
+}
+
 std::vector<Eigen::Vector3d> AtracsysGeometryManager::geometryCoordinates(const std::string& instrumentId) {
     std::optional<ftkGeometry> geometry;
     m_instruments.modify(instrumentId,

@@ -38,6 +38,12 @@ public:
     /// Takes the geometry off the camera and removes the instrument; false (instrument kept) when
     /// the camera refuses.
     bool removeGeometry(const std::string& instrumentId);
+    /// Loads the instrument's geometry again from `path` under the same name (a tip written into
+    /// its file): taken off the camera first when it is on it, so this works whether or not the
+    /// stream tracks. False when the camera refuses the removal (instrument kept) or the file
+    /// cannot be loaded (instrument gone, as after a removal).
+    bool reloadGeometry(const std::string& instrumentId, const std::string& name, const std::string& path,
+                        double toleranceMM);
     /// The fiducial positions of the instrument's geometry (mm, file order); empty without it.
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId);
 

@@ -342,6 +342,11 @@ bool AtracsysTrackingStream::removeGeometry(const std::string& instrumentId) {
     return m_geometries->removeGeometry(instrumentId);
 }
 
+bool AtracsysTrackingStream::reloadGeometry(const std::string& instrumentId, const std::string& name,
+                                            const std::string& path) {
+    return m_geometries->reloadGeometry(instrumentId, name, path, m_distanceMatchingTolerance.value());
+}
+
 std::vector<Eigen::Vector3d> AtracsysTrackingStream::geometryCoordinates(const std::string& instrumentId) {
     return m_geometries->geometryCoordinates(instrumentId);
 }

@@ -89,6 +89,8 @@ public:
     bool addGeometry(const std::string& name, const std::string& path) override;
     std::vector<Eigen::Vector3d> geometryCoordinates(const std::string& instrumentId) override;
     bool removeGeometry(const std::string& instrumentId) override;
+    bool reloadGeometry(const std::string& instrumentId, const std::string& name,
+                        const std::string& path) override;
 
     std::vector<TrackingInstrument> instruments() const override;
     /// The geometries the camera refused since the last open, with their files and why.

@@ -88,6 +88,10 @@ public:
     }
     /// Clears an instrument's geometry on the device and removes the instrument.
     virtual bool removeGeometry(const std::string& instrumentId) = 0;
+    /// Loads an instrument's geometry again from `path` under its name, whether or not the stream
+    /// tracks (off the camera first when it is on it).
+    virtual bool reloadGeometry(const std::string& instrumentId, const std::string& name,
+                                const std::string& path) = 0;
 
     /// Emitted on the worker thread once per frame fetched with images. Receivers get the update
     /// only for the time of the call: they copy what they keep and return quickly (a slow view

@@ -135,16 +135,13 @@ TEST(ToolTipSave, ACompiledInGeometryIsCopiedWithItsTipWhereTheUserChoosesInTheW
     EXPECT_EQ(AtracsysToolTipSaver::save(stream, Tool, tip, workspaceFolder).kind, Kind::Cancelled);
     ASSERT_EQ(dialogs.requests.size(), 1u);
     EXPECT_EQ(dialogs.requests[0].startPath, workspaceFolder + "/geometry1000.ini");
-    // Written, but while the camera does not track the tool cannot be loaded again: said.
+    // Saved while the stream is closed: the tool comes from the copy when the stream starts.
     dialogs.answer = copy;
-    EXPECT_EQ(
-        AtracsysToolTipSaver::save(stream, Tool, tip, workspaceFolder).error,
-        "the tip was written to " + copy +
-            ", but the tool could not be loaded again from it: the stream must be tracking (start it and "
-            "save the tip again)");
-    EXPECT_EQ(pathOf(stream), ":/markers/geometry1000.ini");
-
+    EXPECT_EQ(AtracsysToolTipSaver::save(stream, Tool, tip, workspaceFolder).kind, Kind::Saved);
+    EXPECT_EQ(pathOf(stream), copy);
     ASSERT_TRUE(stream.open() && stream.start());
+    ASSERT_EQ(stream.refusedInstruments().size(), 0u);
+    // And saved again while it tracks (the geometry is on the camera): taken off and put back.
     EXPECT_EQ(AtracsysToolTipSaver::save(stream, Tool, tip, workspaceFolder).kind, Kind::Saved);
     EXPECT_EQ(text(copy), marker() + "[pivot]\nx=0.000\ny=0.000\nz=-148.500\n");
     // The tool now comes from the copy (a workspace saved now names it), under the same entry.
