@@ -69,34 +69,25 @@ bool AtracsysGeometryManager::addGeometry(const std::string& name, const std::st
 }
 
 bool AtracsysGeometryManager::removeGeometry(const std::string& instrumentId) {
-    InstrumentModifications modifications;
-    {
-        AtracsysDeviceContext::Lock lock(m_device); // an SDK call, then the registry
-        const int geometryId = extractAtracsysId(instrumentId);
-        if (ftkClearGeometry(m_device.library(), m_device.serialNumber(),
-                             static_cast<std::uint32_t>(geometryId)) != ftkError::FTK_OK) {
-            KESTRION_LOG_WARN(Category, "AtracsysTracking: Cannot remove geometry with id "
-                                            << instrumentId << " from tracking system");
-            return false;
-        }
-        modifications = m_instruments.remove(instrumentId);
-    }
-    forgetRefusal(instrumentId);
-    m_stream.emitSignals(modifications);
-    return true;
+    return remove(instrumentId, false);
 }
 
 bool AtracsysGeometryManager::reloadGeometry(const std::string& instrumentId, const std::string& name,
                                              const std::string& path, double toleranceMM) {
+    return remove(instrumentId, true) && addGeometry(name, path, toleranceMM);
+}
+
+bool AtracsysGeometryManager::remove(const std::string& instrumentId, bool onlyOffTheCamera) {
     InstrumentModifications modifications;
     {
-        // Under the device mutex, so that an open or close cannot put the geometry on the camera
-        // or take it off between the look and the removal.
+        // An SDK call, then the registry. Under the device mutex, so that an open or close cannot
+        // put the geometry on the camera or take it off between the look and the removal.
         AtracsysDeviceContext::Lock lock(m_device);
-        bool onDevice = false;
-        m_instruments.modify(instrumentId, [&onDevice](const std::string&, AtracsysGeometry& g) {
-            onDevice = g.isOnDevice();
-        });
+        bool onDevice = !onlyOffTheCamera;
+        if (onlyOffTheCamera)
+            m_instruments.modify(instrumentId, [&onDevice](const std::string&, AtracsysGeometry& g) {
+                onDevice = g.isOnDevice();
+            });
         if (onDevice && ftkClearGeometry(m_device.library(), m_device.serialNumber(),
                                          static_cast<std::uint32_t>(extractAtracsysId(instrumentId))) !=
                             ftkError::FTK_OK) {
@@ -108,7 +99,7 @@ bool AtracsysGeometryManager::reloadGeometry(const std::string& instrumentId, co
     }
     forgetRefusal(instrumentId);
     m_stream.emitSignals(modifications);
-    return addGeometry(name, path, toleranceMM);
+    return true;
 }
 
 std::vector<Eigen::Vector3d> AtracsysGeometryManager::geometryCoordinates(const std::string& instrumentId) {

@@ -60,6 +60,9 @@ public:
     std::vector<InstrumentRefusal> refusedInstruments() const;
 
 private:
+    /// Clears the geometry on the camera (always, or `onlyOffTheCamera`: only when it is on it)
+    /// and removes the instrument; false (instrument kept) when the camera refuses.
+    bool remove(const std::string& instrumentId, bool onlyOffTheCamera);
     /// (device mutex) Notes the camera's refusal of a geometry, with its error and the SDK's words.
     void noteRefusal(const std::string& id, const std::string& path, ftkError result);
     void forgetRefusal(const std::string& id);
