@@ -102,79 +102,51 @@ ftkError Device::optionGate(std::uint32_t id, bool set, ftkOptionGetter what, st
     return ftkError::FTK_OK;
 }
 
-ftkError Device::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out, std::string& message) {
+template <typename Call>
+ftkError Device::optionCall(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message,
+                            Call call) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, what, message);
+    ftkError status = optionGate(id, set, what, message);
     if (status == ftkError::FTK_OK) {
-        status = m_options.getInt(id, what, out);
+        status = call();
         if (status != ftkError::FTK_OK) {
             message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
         }
     }
     return status;
+}
+
+ftkError Device::getInt(std::uint32_t id, ftkOptionGetter what, std::int32_t& out, std::string& message) {
+    return optionCall(id, false, what, message, [&] { return m_options.getInt(id, what, out); });
 }
 
 ftkError Device::getFloat(std::uint32_t id, ftkOptionGetter what, float& out, std::string& message) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, what, message);
-    if (status == ftkError::FTK_OK) {
-        status = m_options.getFloat(id, what, out);
-        if (status != ftkError::FTK_OK) {
-            message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
-        }
-    }
-    return status;
+    return optionCall(id, false, what, message, [&] { return m_options.getFloat(id, what, out); });
 }
 
 ftkError Device::getData(std::uint32_t id, ftkBuffer& out, std::string& message) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, false, ftkOptionGetter::FTK_VALUE, message);
-    if (status == ftkError::FTK_OK) {
-        status = m_options.getData(id, out);
-        if (status != ftkError::FTK_OK) {
-            message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
-        }
-    }
-    return status;
+    return optionCall(id, false, ftkOptionGetter::FTK_VALUE, message,
+                      [&] { return m_options.getData(id, out); });
 }
 
 ftkError Device::setInt(std::uint32_t id, std::int32_t value, std::string& message) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
-    if (status == ftkError::FTK_OK) {
-        status = m_options.setInt(id, value);
-        if (status != ftkError::FTK_OK) {
-            message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
-        }
+    return optionCall(id, true, ftkOptionGetter::FTK_VALUE, message, [&] {
+        const ftkError status = m_options.setInt(id, value);
         if (static_cast<int>(status) <= 0) {
             mirrorProcessingOptions(id);
         }
-    }
-    return status;
+        return status;
+    });
 }
 
 ftkError Device::setFloat(std::uint32_t id, float value, std::string& message) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
-    if (status == ftkError::FTK_OK) {
-        status = m_options.setFloat(id, value);
-        if (status != ftkError::FTK_OK) {
-            message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
-        }
-    }
-    return status;
+    return optionCall(id, true, ftkOptionGetter::FTK_VALUE, message,
+                      [&] { return m_options.setFloat(id, value); });
 }
 
 ftkError Device::setData(std::uint32_t id, const ftkBuffer& value, std::string& message) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ftkError status = optionGate(id, true, ftkOptionGetter::FTK_VALUE, message);
-    if (status == ftkError::FTK_OK) {
-        status = m_options.setData(id, value);
-        if (status != ftkError::FTK_OK) {
-            message = optionFailure(status, id, m_options.find(id), ErrorCodes::serialText(m_serial));
-        }
-    }
-    return status;
+    return optionCall(id, true, ftkOptionGetter::FTK_VALUE, message,
+                      [&] { return m_options.setData(id, value); });
 }
 
 void Device::mirrorProcessingOptions(std::uint32_t id) {

@@ -108,6 +108,9 @@ public:
 
 private:
     ftkError optionGate(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message);
+    /// An option call under the mutex: the gate, then `call`, with its failure in words.
+    template <typename Call>
+    ftkError optionCall(std::uint32_t id, bool set, ftkOptionGetter what, std::string& message, Call call);
     void mirrorProcessingOptions(std::uint32_t id);
     ProductionSettings settingsLocked() const;
     /// Free running: waits (without the lock) for a frame newer than `lastIndex` until the
