@@ -26,6 +26,9 @@ constexpr const char* RightCameraName = "Camera (right)";
 constexpr const char* ReplayEndedOption = "Replay ended";
 constexpr const char* RecordingEnded = "the recording has ended";
 constexpr std::uint32_t FetchTimeoutMs = 100;
+/// Paced by the camera, the wait for the next frame is made of attempts this long, so that the
+/// device mutex is free for a waiting caller at least this often (see fetchFrame).
+constexpr std::uint32_t CameraPacedAttemptMs = 1;
 
 std::uint64_t utcMicroseconds() {
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -95,6 +98,29 @@ AtracsysAcquisition::Clock::time_point AtracsysAcquisition::round() {
 }
 
 ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
+    if (m_settings.framePacingMs() != 0)
+        return fetchAttempt(frame, FetchTimeoutMs);
+    // Paced by the camera, the worker fetches again as soon as it has handed a frame on, so one
+    // fetch would hold the device mutex across almost every frame period and a caller from
+    // another thread would wait for the frame in progress (up to a period plus the camera's
+    // delivery delay). The same wait is therefore made of short attempts, and the mutex is
+    // handed over between them: an announced caller waits for one attempt at most. No frame
+    // waits for this: the camera's frame ends an attempt at once, and between attempts nobody
+    // but an announced caller takes the mutex. An attempt that ends empty after its full wait
+    // is not a failure: the next one follows at once until the usual timeout has passed. One
+    // that comes back empty without waiting (a replay past its end) is returned as it is.
+    const auto deadline = Clock::now() + std::chrono::milliseconds(FetchTimeoutMs);
+    for (;;) {
+        const auto attemptStart = Clock::now();
+        const ftkError result = fetchAttempt(frame, CameraPacedAttemptMs);
+        const auto now = Clock::now();
+        if (result != ftkError::FTK_WAR_NO_FRAME || !frame || now >= deadline ||
+            now - attemptStart < std::chrono::milliseconds(CameraPacedAttemptMs))
+            return result;
+    }
+}
+
+ftkError AtracsysAcquisition::fetchAttempt(ftkFrameQuery*& frame, std::uint32_t timeoutMs) {
     // The SDK call and the frame record. The fetch waits for the camera's next frame with the
     // mutex held; the FetchLock lets a call from another thread go first (AtracsysDeviceContext).
     AtracsysDeviceContext::FetchLock lock(m_device);
@@ -116,8 +142,7 @@ ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
     frame = m_device.frame();
     if (!frame)
         return ftkError::FTK_ERR_INIT;
-    const ftkError result =
-        ftkGetLastFrame(m_device.library(), m_device.serialNumber(), frame, FetchTimeoutMs);
+    const ftkError result = ftkGetLastFrame(m_device.library(), m_device.serialNumber(), frame, timeoutMs);
     m_arrivalUS = utcMicroseconds();
     return result;
 }

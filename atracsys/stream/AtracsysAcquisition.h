@@ -36,7 +36,8 @@ class AtracsysTrackingStream;
 ///
 /// Threads. Everything here runs on the worker thread except prepareForOpen (control thread,
 /// device mutex held, worker not running). The fetch takes the device mutex through a FetchLock,
-/// which yields to calls from other threads waiting for it (AtracsysDeviceContext).
+/// which yields to calls from other threads waiting for it (AtracsysDeviceContext); paced by the
+/// camera it does so every millisecond of its wait.
 class AtracsysAcquisition {
 public:
     using Clock = Stream::Clock;
@@ -52,12 +53,15 @@ public:
 
     /// One round; returns the time of the next one.
     Clock::time_point round();
-    /// Fetches the newest frame into the frame record (recreating a record released by an error).
+    /// Fetches the newest frame into the frame record (recreating a record released by an error),
+    /// waiting up to 100 ms for it; paced by the camera, in attempts of 1 ms (see the source).
     ftkError fetchFrame(ftkFrameQuery*& frame);
     /// Processes a fetched frame: checks, selection, images, poses and the data emission.
     void processFrame(const ftkFrameQuery& frame, Clock::time_point& wakeUp);
 
 private:
+    /// One SDK fetch waiting up to `timeoutMs`, device mutex held (through a FetchLock).
+    ftkError fetchAttempt(ftkFrameQuery*& frame, std::uint32_t timeoutMs);
     void acquire(Clock::time_point& wakeUp);
     /// Handles a failed fetch; true when the error line was logged (the run is long enough).
     bool countFailedFetch(ftkError result);
