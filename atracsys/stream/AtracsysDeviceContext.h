@@ -27,8 +27,9 @@ namespace Kestrion::SpryTrack {
 /// call from another thread (a geometry added from the user interface) could wait for many
 /// frames. Every other caller therefore takes the mutex through a Lock, which announces it first;
 /// the loop takes it through a FetchLock, which waits, before locking, until no announced caller
-/// is left. Such a call thus waits for one fetch at most (one frame period while the camera
-/// delivers) plus the calls announced before it, and the mutex still serialises every SDK call.
+/// is left. Such a call thus waits for one fetch at most plus the calls announced before it, and
+/// the mutex still serialises every SDK call. Paced by the camera, the loop's wait for a frame is
+/// made of 1 ms fetches (AtracsysAcquisition::fetchFrame), so that one fetch is 1 ms at most.
 class AtracsysDeviceContext {
 public:
     /// The mutex for anything but the fetch: announced, so that the next fetch waits for it.
