@@ -270,16 +270,22 @@ ftkError Device::admitFetch(bool hasLast, std::uint64_t lastIndex, std::uint32_t
         return outcome.error;
     }
     faults = outcome.delivery;
+    ftkError result = ftkError::FTK_OK;
+    const std::uint64_t newest = stepped ? 0 : m_source->currentIndex(false, now);
     if (stepped) {
         index = m_source->takeNext(true, now);
-        return deliverLocked(index, now, message);
-    }
-    const std::uint64_t newest = m_source->currentIndex(false, now);
-    if (!hasLast || newest > lastIndex) {
+        result = deliverLocked(index, now, message);
+    } else if (!hasLast || newest > lastIndex) {
         index = newest;
-        return deliverLocked(index, now, message);
+        result = deliverLocked(index, now, message);
+    } else {
+        result = waitLocked(lock, lastIndex, now + std::chrono::milliseconds(timeoutMS), timeoutMS, index,
+                            message);
     }
-    return waitLocked(lock, lastIndex, now + std::chrono::milliseconds(timeoutMS), timeoutMS, index, message);
+    // A fetch that brought no frame marked none: its delivery faults are for the next frames.
+    if (result == ftkError::FTK_WAR_NO_FRAME)
+        m_faults.onEmptyFetch(outcome);
+    return result;
 }
 
 ftkError Device::waitLocked(std::unique_lock<std::mutex>& lock, std::uint64_t lastIndex,

@@ -31,6 +31,16 @@ void FaultScript::add(const FaultRule& fault) {
 
 void FaultScript::clear() {
     m_faults.clear();
+    ++m_generation;
+}
+
+void FaultScript::onEmptyFetch(const FetchOutcome& outcome) {
+    if (outcome.generation != m_generation)
+        return;
+    for (std::size_t index : outcome.deliveryFaults) {
+        if (index < m_faults.size() && m_faults[index].remaining >= 0)
+            ++m_faults[index].remaining;
+    }
 }
 
 bool FaultScript::consume(Active& fault) {
@@ -78,7 +88,9 @@ FaultScript::FetchOutcome FaultScript::onWait(double timeS) {
 
 FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double timeS) {
     FetchOutcome outcome;
-    for (Active& fault : m_faults) {
+    outcome.generation = m_generation;
+    for (std::size_t index = 0; index < m_faults.size(); ++index) {
+        Active& fault = m_faults[index];
         if (!isFetchLevel(fault.rule.kind)) {
             continue;
         }
@@ -99,6 +111,8 @@ FaultScript::FetchOutcome FaultScript::onFetch(std::uint64_t fetchNumber, double
         case FaultRule::Kind::MarkersStatus:
             outcome.delivery.overrideMarkers = true;
             outcome.delivery.markersStatus = fault.rule.markersStatus;
+            if (fault.remaining >= 0)
+                outcome.deliveryFaults.push_back(index);
             break;
         default:
             break;

@@ -3,6 +3,8 @@
 #include "simulator/src/FaultRule.h"
 #include "simulator/src/FrameData.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -18,6 +20,10 @@ public:
         bool disconnect = false;            ///< The device disconnects now ...
         std::optional<double> reconnectAtS; ///< ... and comes back at this device time, if set.
         DeliveryFaults delivery;
+        /// The call-counted delivery faults this fetch used (their indices), and the script they
+        /// belong to, so that an empty fetch can give them back (onEmptyFetch).
+        std::vector<std::size_t> deliveryFaults;
+        std::uint64_t generation = 0;
     };
 
     void add(const FaultRule& fault);
@@ -26,6 +32,10 @@ public:
 
     /// Called once per ftkGetLastFrame with the device's fetch number (from 1) and time.
     FetchOutcome onFetch(std::uint64_t fetchNumber, double timeS);
+
+    /// A fetch admitted by onFetch delivered no frame (it waited in vain): the counts its delivery
+    /// faults used go back to them, so that they mark the frames that are delivered.
+    void onEmptyFetch(const FetchOutcome& outcome);
 
     /// Called while a fetch waits for a frame: the disconnections due by device time `timeS` (or
     /// at once), so that an unplugging is seen during the wait. Fetch-counted faults wait for
@@ -57,6 +67,8 @@ private:
     static bool fetchTriggered(Active& fault, std::uint64_t fetchNumber, double timeS);
 
     std::vector<Active> m_faults;
+    /// Changes when the faults are cleared (indices of an earlier outcome are then stale).
+    std::uint64_t m_generation = 0;
 };
 
 } // namespace Kestrion::Simulator

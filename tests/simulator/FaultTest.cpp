@@ -44,6 +44,22 @@ TEST(Faults, FetchFaultsFailOrMarkTheirFramesOnSchedule) {
     EXPECT_EQ(ftkSimFetchCount(21), 11u);
 }
 
+TEST(Faults, AMarkerFaultTakenByAFetchThatBroughtNoFrameMarksTheNextFrame) {
+    SceneGuard scene(OneDevice, false); // free running: a fetch without wait finds no new frame
+    Camera camera;
+    ASSERT_EQ(camera.fetch(), ftkError::FTK_OK);
+    inject(R"({"kind": "markerOverflow"})"); // one fetch, from now on
+    // Empty, unless the next frame came in the meantime: then that frame carries the fault.
+    const ftkError empty = camera.fetch();
+    if (empty != ftkError::FTK_OK) {
+        EXPECT_EQ(empty, ftkError::FTK_WAR_NO_FRAME);
+        ASSERT_EQ(camera.fetch(1000), ftkError::FTK_OK);
+    }
+    EXPECT_EQ(camera.frame->markersStat, ftkQueryStatus::QS_ERR_OVERFLOW);
+    ASSERT_EQ(camera.fetch(1000), ftkError::FTK_OK);
+    EXPECT_EQ(camera.frame->markersStat, ftkQueryStatus::QS_OK) << "one frame only";
+}
+
 TEST(Faults, ADisconnectedDeviceFailsEveryCallAndIsNoLongerEnumerated) {
     SceneGuard scene(OneDevice);
     Camera camera;
