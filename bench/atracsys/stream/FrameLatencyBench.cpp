@@ -30,6 +30,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <ctime>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -163,9 +164,12 @@ double lostFrames(const std::vector<std::uint32_t>& counters, std::size_t from =
 struct PairedSide {
     std::vector<double> latencies, settledLatencies;
     double lost = 0, settledLost = 0;
+    double cpuSeconds = 0; ///< the process's CPU time during this side's runs
 
-    void add(const std::vector<double>& runLatencies, const std::vector<std::uint32_t>& counters) {
+    void add(const std::vector<double>& runLatencies, const std::vector<std::uint32_t>& counters,
+             double runCpuSeconds) {
         constexpr std::size_t Start = 100;
+        cpuSeconds += runCpuSeconds;
         lost += lostFrames(counters);
         settledLost += lostFrames(counters, Start);
         latencies.insert(latencies.end(), runLatencies.begin(), runLatencies.end());
@@ -178,6 +182,8 @@ struct PairedSide {
         state.counters[side + "_p99_us"] = percentile(latencies, 0.99);
         state.counters[side + "_settled_lost"] = settledLost;
         state.counters[side + "_settled_p99_us"] = percentile(settledLatencies, 0.99);
+        state.counters[side + "_cpu_us_per_frame"] =
+            latencies.empty() ? 0.0 : 1e6 * cpuSeconds / double(latencies.size());
     }
 };
 
@@ -201,11 +207,13 @@ void BM_PairedLatency(benchmark::State& state) {
                 std::vector<std::uint32_t> counters;
                 latencies.reserve(frames);
                 counters.reserve(frames);
+                const std::clock_t cpuStart = std::clock();
                 if (stream)
                     streamDelivery(frames, 0, latencies, counters);
                 else
                     cameraDelivery(frames, latencies, counters);
-                (stream ? streamed : loop).add(latencies, counters);
+                const double cpu = double(std::clock() - cpuStart) / CLOCKS_PER_SEC;
+                (stream ? streamed : loop).add(latencies, counters, cpu);
             }
         }
     }
