@@ -108,14 +108,17 @@ ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
     // waits for this: the camera's frame ends an attempt at once, and between attempts nobody
     // but an announced caller takes the mutex. An attempt that ends empty after its full wait
     // is not a failure: the next one follows at once until the usual timeout has passed. One
-    // that comes back empty without waiting (a replay past its end) is returned as it is.
-    const auto deadline = Clock::now() + std::chrono::milliseconds(FetchTimeoutMs);
+    // that comes back empty without waiting (a replay past its end; taken as such below half
+    // its time, since a library's timer may end a wait a little early) is returned as it is.
+    // Durations on the steady clock: a change of the system's time must not stretch the wait.
+    using Steady = std::chrono::steady_clock;
+    const auto deadline = Steady::now() + std::chrono::milliseconds(FetchTimeoutMs);
+    const auto waited = std::chrono::microseconds(CameraPacedAttemptMs * 1000 / 2);
     for (;;) {
-        const auto attemptStart = Clock::now();
+        const auto attemptStart = Steady::now();
         const ftkError result = fetchAttempt(frame, CameraPacedAttemptMs);
-        const auto now = Clock::now();
-        if (result != ftkError::FTK_WAR_NO_FRAME || !frame || now >= deadline ||
-            now - attemptStart < std::chrono::milliseconds(CameraPacedAttemptMs))
+        const auto now = Steady::now();
+        if (result != ftkError::FTK_WAR_NO_FRAME || !frame || now >= deadline || now - attemptStart < waited)
             return result;
     }
 }
