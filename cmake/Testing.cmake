@@ -1,15 +1,5 @@
 include(GoogleTest)
 
-# ccache caches a compilation that uses a precompiled header only with this sloppiness; every
-# compilation of the target runs under it when the build uses ccache.
-function(kestrion_ccache_for_pch target)
-    get_target_property(launcher ${target} CXX_COMPILER_LAUNCHER)
-    if(launcher MATCHES "ccache")
-        set_target_properties(${target} PROPERTIES CXX_COMPILER_LAUNCHER
-            "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${launcher}")
-    endif()
-endfunction()
-
 # The test programs' own code is compiled for a quick build in the release tree: without
 # optimisation or debug information, which halves its compile time (the product's libraries that
 # the tests exercise keep the build type's options). The sanitizer builds keep theirs: the address

@@ -27,6 +27,10 @@ file(GLOB KESTRION_PYTHON_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/
 file(GLOB KESTRION_PYTHON_HEADERS CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/src/*.h)
 pybind11_add_module(_kestrion MODULE ${KESTRION_PYTHON_SOURCES} ${KESTRION_PYTHON_HEADERS})
 kestrion_warnings(_kestrion)
+if(COMMAND kestrion_own_pch)
+    kestrion_own_pch(_kestrion <pybind11/pybind11.h> <pybind11/stl.h> <pybind11/numpy.h>
+        ${KESTRION_PCH_STANDARD_HEADERS} <Eigen/Core>)
+endif()
 set_target_properties(_kestrion PROPERTIES
     AUTOMOC OFF AUTOUIC OFF AUTORCC OFF
     LIBRARY_OUTPUT_DIRECTORY ${KESTRION_PYTHON_PACKAGE_DIR}
