@@ -10,10 +10,13 @@ function(kestrion_test_code_options target)
     endif()
 endfunction()
 
-# kestrion_add_test(name SOURCES a.cpp b.cpp LIBS lib... LABELS unit|integration|gui|slow|threads [TIMEOUT s])
-# One GoogleTest executable; each TEST is its own CTest case carrying the labels.
+# kestrion_add_test(name SOURCES a.cpp b.cpp LIBS lib... LABELS unit|integration|gui|slow|threads [TIMEOUT s]
+#                   [COST n])
+# One GoogleTest executable; each TEST is its own CTest case carrying the labels. COST (seconds a
+# test takes, roughly) makes CTest start the long ones first, so that a long test does not run
+# alone at the end of a parallel run (CTest learns the costs itself only after a first run).
 function(kestrion_add_test name)
-    cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(T "" "TIMEOUT;COST" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${T_SOURCES})
     kestrion_warnings(${name})
     kestrion_test_code_options(${name})
@@ -31,6 +34,9 @@ function(kestrion_add_test name)
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 300)
     endif()
+    if(NOT T_COST)
+        set(T_COST 0)
+    endif()
     set(env "QT_QPA_PLATFORM=offscreen" ${T_ENVIRONMENT})
     # Discovered tests take a single label, so several labels are joined ("unit_threads");
     # ctest's -L and -LE match label regular expressions, so "-L threads" still selects it.
@@ -41,5 +47,5 @@ function(kestrion_add_test name)
     endif()
     gtest_discover_tests(${name}
         DISCOVERY_MODE PRE_TEST
-        PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}")
+        PROPERTIES LABELS "${labels}" TIMEOUT ${T_TIMEOUT} COST ${T_COST} ENVIRONMENT "${env}")
 endfunction()
