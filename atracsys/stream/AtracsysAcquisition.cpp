@@ -27,8 +27,11 @@ constexpr const char* ReplayEndedOption = "Replay ended";
 constexpr const char* RecordingEnded = "the recording has ended";
 constexpr std::uint32_t FetchTimeoutMs = 100;
 /// Paced by the camera, the wait for the next frame is made of attempts this long, so that the
-/// device mutex is free for a waiting caller at least this often (see fetchFrame).
+/// device mutex is free for a waiting caller at least this often (see fetchFrame), while the
+/// camera's frame period is not known yet.
 constexpr std::uint32_t CameraPacedAttemptMs = 1;
+/// Paced by the camera, the worker wakes this long before the next frame's earliest arrival.
+constexpr std::uint64_t CameraPacedLeadUS = 500;
 
 std::uint64_t utcMicroseconds() {
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -68,6 +71,7 @@ void AtracsysAcquisition::prepareForOpen(double toleranceMM) {
     m_device.errorCodes.clear();
     m_deviceTolerance = toleranceMM;
     m_captureClock.reset(); // the device's clock starts again with the device
+    m_schedule.reset();
     m_deviceName = m_device.device().name;
     m_serialNumber = m_device.serialNumber();
     const auto option = m_device.options().find(ReplayEndedOption);
@@ -111,12 +115,19 @@ ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
     // that comes back empty without waiting (a replay past its end; taken as such below half
     // its time, since a library's timer may end a wait a little early) is returned as it is.
     // Durations on the steady clock: a change of the system's time must not stretch the wait.
+    // Once the camera's frame period is known, the worker sleeps without the mutex until shortly
+    // before the next frame can come (acquire), and the attempts last up to a period less that
+    // lead: one attempt normally brings the frame, and a caller still waits less than a period.
     using Steady = std::chrono::steady_clock;
+    const std::uint64_t period = m_schedule.periodUS();
+    const std::uint32_t attemptMs = period > CameraPacedLeadUS + 1000
+                                        ? static_cast<std::uint32_t>((period - CameraPacedLeadUS) / 1000)
+                                        : CameraPacedAttemptMs;
     const auto deadline = Steady::now() + std::chrono::milliseconds(FetchTimeoutMs);
-    const auto waited = std::chrono::microseconds(CameraPacedAttemptMs * 1000 / 2);
+    const auto waited = std::chrono::microseconds(attemptMs * 1000 / 2);
     for (;;) {
         const auto attemptStart = Steady::now();
-        const ftkError result = fetchAttempt(frame, CameraPacedAttemptMs);
+        const ftkError result = fetchAttempt(frame, attemptMs);
         const auto now = Steady::now();
         if (result != ftkError::FTK_WAR_NO_FRAME || !frame || now >= deadline || now - attemptStart < waited)
             return result;
@@ -183,6 +194,21 @@ void AtracsysAcquisition::acquire(Clock::time_point& wakeUp) {
     // The recorder hook: the fetched frame as delivered, handed to the recorder's own thread.
     m_recorder.record(*frame);
     processFrame(*frame, wakeUp);
+    if (m_settings.framePacingMs() == 0)
+        sleepUntilNextFrame(wakeUp);
+}
+
+void AtracsysAcquisition::sleepUntilNextFrame(Clock::time_point& wakeUp) const {
+    // Paced by the camera, nothing is to be fetched before the next frame is exposed: the worker
+    // sleeps until just before (the mutex free meanwhile), never longer than a period.
+    const std::optional<std::uint64_t> next = m_schedule.nextFrameUS();
+    if (!next || *next < CameraPacedLeadUS)
+        return;
+    const Clock::time_point at{
+        std::chrono::duration_cast<Clock::duration>(std::chrono::microseconds(*next - CameraPacedLeadUS))};
+    const Clock::time_point now = Clock::now();
+    if (at > wakeUp && at < now + std::chrono::microseconds(m_schedule.periodUS()))
+        wakeUp = at;
 }
 
 bool AtracsysAcquisition::countFailedFetch(ftkError result) {
@@ -311,8 +337,9 @@ void AtracsysAcquisition::addDeviceTime(const ftkFrameQuery& frame, TrackingStre
     const std::uint64_t deviceUS = frame.imageHeader->timestampUS;
     tracking.addComponent(std::make_shared<DeviceFrameInfo>(m_deviceName, m_serialNumber,
                                                             frame.imageHeader->counter, deviceUS));
-    tracking.addComponent(
-        std::make_shared<CaptureTimeData>(m_captureClock.captureTime(deviceUS, m_arrivalUS), deviceUS));
+    const std::uint64_t captureUS = m_captureClock.captureTime(deviceUS, m_arrivalUS);
+    tracking.addComponent(std::make_shared<CaptureTimeData>(captureUS, deviceUS));
+    m_schedule.noteFrame(frame.imageHeader->counter, deviceUS, captureUS);
 }
 
 void AtracsysAcquisition::emitCameraUpdate(const ftkFrameQuery& frame,

@@ -2,6 +2,7 @@
 
 #include "atracsys/stream/AtracsysCaptureTimeEstimator.h"
 #include "atracsys/stream/AtracsysFrameConverter.h"
+#include "atracsys/stream/AtracsysFrameSchedule.h"
 #include "atracsys/stream/AtracsysStatusReporter.h"
 #include "atracsys/stream/AtracsysTrackingStreamBase.h"
 
@@ -71,6 +72,9 @@ private:
     void reportError(const std::string& message);
     /// The camera images of the frame as image data of the substreams, and the camera update.
     void emitCameraUpdate(const ftkFrameQuery& frame, std::vector<std::shared_ptr<ImageStreamData>>& images);
+    /// Paced by the camera, after a frame: the next round starts shortly before the next frame's
+    /// earliest arrival, when it is known.
+    void sleepUntilNextFrame(Clock::time_point& wakeUp) const;
     /// The capture-time and device-frame components of a frame with an image header.
     void addDeviceTime(const ftkFrameQuery& frame, TrackingStreamData& tracking);
 
@@ -82,6 +86,7 @@ private:
     AtracsysFrameConverter m_converter;
     AtracsysStatusReporter m_statusReporter;
     AtracsysCaptureTimeEstimator m_captureClock;
+    AtracsysFrameSchedule m_schedule;
     /// The update of the last frame with images; refilled for every such frame.
     std::unique_ptr<AtracsysUpdate> m_currentUpdate;
     /// When the last frame fetched arrived (µs since the epoch, UTC).
