@@ -38,7 +38,8 @@ class AtracsysTrackingStream;
 /// Threads. Everything here runs on the worker thread except prepareForOpen (control thread,
 /// device mutex held, worker not running). The fetch takes the device mutex through a FetchLock,
 /// which yields to calls from other threads waiting for it (AtracsysDeviceContext); paced by the
-/// camera it does so every millisecond of its wait.
+/// camera the worker sleeps without it until shortly before the next frame can come, and the
+/// fetch waits in attempts of up to a period, yielding between them.
 class AtracsysAcquisition {
 public:
     using Clock = Stream::Clock;
@@ -55,7 +56,7 @@ public:
     /// One round; returns the time of the next one.
     Clock::time_point round();
     /// Fetches the newest frame into the frame record (recreating a record released by an error),
-    /// waiting up to 100 ms for it; paced by the camera, in attempts of 1 ms (see the source).
+    /// waiting up to 100 ms for it; paced by the camera, in attempts (see the source).
     ftkError fetchFrame(ftkFrameQuery*& frame);
     /// Processes a fetched frame: checks, selection, images, poses and the data emission.
     void processFrame(const ftkFrameQuery& frame, Clock::time_point& wakeUp);
