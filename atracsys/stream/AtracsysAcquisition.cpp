@@ -104,20 +104,16 @@ AtracsysAcquisition::Clock::time_point AtracsysAcquisition::round() {
 ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
     if (m_settings.framePacingMs() != 0)
         return fetchAttempt(frame, FetchTimeoutMs);
-    // Paced by the camera, the worker fetches again as soon as it has handed a frame on, so one
-    // fetch would hold the device mutex across almost every frame period and a caller from
-    // another thread would wait for the frame in progress (up to a period plus the camera's
-    // delivery delay). The same wait is therefore made of short attempts, and the mutex is
-    // handed over between them: an announced caller waits for one attempt at most. No frame
-    // waits for this: the camera's frame ends an attempt at once, and between attempts nobody
-    // but an announced caller takes the mutex. An attempt that ends empty after its full wait
-    // is not a failure: the next one follows at once until the usual timeout has passed. One
-    // that comes back empty without waiting (a replay past its end; taken as such below half
-    // its time, since a library's timer may end a wait a little early) is returned as it is.
-    // Durations on the steady clock: a change of the system's time must not stretch the wait.
-    // Once the camera's frame period is known, the worker sleeps without the mutex until shortly
-    // before the next frame can come (acquire), and the attempts last up to a period less that
-    // lead: one attempt normally brings the frame, and a caller still waits less than a period.
+    // Paced by the camera, one fetch would hold the device mutex until the next frame came (up to
+    // a period plus the camera's delivery delay), and a caller from another thread would wait for
+    // it. The worker therefore sleeps without the mutex until shortly before the next frame can
+    // come (acquire), and the wait is made of attempts of up to a period less that lead (1 ms
+    // until the period is known) with the mutex handed over between them. The frame ends an
+    // attempt at once. An attempt that ends empty after waiting is no failure: the next follows
+    // until the usual timeout has passed. One that comes back empty without waiting (a replay past
+    // its end; below half its time, since a library's timer may end a wait a little early) is
+    // returned as it is. Durations on the steady clock: a change of the system's time must not
+    // stretch the wait.
     using Steady = std::chrono::steady_clock;
     const std::uint64_t period = m_schedule.periodUS();
     const std::uint32_t attemptMs = period > CameraPacedLeadUS + 1000

@@ -375,9 +375,14 @@ void Device::waitForArrivalLocked(std::unique_lock<std::mutex>& lock,
 void Device::prepareLocked(std::uint64_t index) {
     // A frame that cannot be made now is made again, with its error, when it is delivered.
     std::string ignored;
-    m_frameValid = m_source->produce(index, settingsLocked(), m_frame, m_truth, ignored);
-    m_frame.index = index;
+    produceLocked(index, ignored);
     m_preparedIndex = index;
+}
+
+bool Device::produceLocked(std::uint64_t index, std::string& message) {
+    m_frameValid = m_source->produce(index, settingsLocked(), m_frame, m_truth, message);
+    m_frame.index = index;
+    return m_frameValid;
 }
 
 double Device::currentTimeLocked(bool next) {
@@ -400,13 +405,8 @@ float Device::matchingToleranceLocked() const {
 
 ftkError Device::frameLocked(std::uint64_t index, bool wantImages, const FrameData*& frame, bool& withImages,
                              std::string& message) {
-    const ProductionSettings settings = settingsLocked();
-    if (!m_frameValid || m_frame.index != index) {
-        m_frameValid = m_source->produce(index, settings, m_frame, m_truth, message);
-        m_frame.index = index;
-        if (!m_frameValid) {
-            return ftkError::FTK_ERR_READ;
-        }
+    if ((!m_frameValid || m_frame.index != index) && !produceLocked(index, message)) {
+        return ftkError::FTK_ERR_READ;
     }
     const bool imagesEnabled = !m_model.usb || m_options.intValue(OptionCatalog::SendImages) == 1;
     withImages = wantImages && imagesEnabled && (!m_frame.replayed || m_frame.hasImages);

@@ -122,6 +122,8 @@ private:
     /// (a wake-up, or the start of that last stretch).
     void waitForArrivalLocked(std::unique_lock<std::mutex>& lock,
                               std::chrono::steady_clock::time_point arrival);
+    /// Makes frame `index` into m_frame; false with the reason when it cannot be made.
+    bool produceLocked(std::uint64_t index, std::string& message);
     /// Makes frame `index` ahead of its delivery (see waitLocked).
     void prepareLocked(std::uint64_t index);
     /// The frame a fetch takes: FTK_WAR_NO_FRAME past the end of a replay.
