@@ -18,6 +18,15 @@ endfunction()
 function(kestrion_add_test name)
     cmake_parse_arguments(T "" "TIMEOUT;COST" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
     add_executable(${name} ${T_SOURCES})
+    # The test files of a program are compiled a few at a time as one (a unity build): each of them
+    # would otherwise compile GoogleTest's and the product's templates again. Their file-local names
+    # (anonymous namespaces) must therefore differ within a program. GCC takes the included files
+    # for headers and would warn of test fixtures in an anonymous namespace, which are file-local
+    # here as intended.
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${name} PRIVATE -Wno-subobject-linkage)
+    endif()
     kestrion_warnings(${name})
     kestrion_test_code_options(${name})
     # A test sees the headers of its own folder and of what it links (tests/support among them).

@@ -12,7 +12,7 @@ using namespace Kestrion::TestSupport;
 
 namespace {
 
-constexpr std::uint64_t serial = simulatedSerial;
+constexpr std::uint64_t listedSerial = simulatedSerial;
 
 std::string refusedReads(const std::string& option, int count) {
     return R"({"kind": "optionRefusal", "option": ")" + option + R"(", "operation": "get", "count": )" +
@@ -29,7 +29,7 @@ testing::AssertionResult logged(LogCapture& capture, const std::string& text) {
 /// Whether the listing logged the option's line, built from what the device `sn` reports, with `values`.
 testing::AssertionResult listed(LogCapture& capture, const SimulatedCamera& camera, const std::string& name,
                                 const std::string& type, bool writable, const std::string& values,
-                                std::uint64_t sn = serial) {
+                                std::uint64_t sn = listedSerial) {
     const ReportedOption option = camera.reportedOption(sn, name);
     return logged(capture, "Option (" + std::to_string(option.id) + ") " + name + " | Type : " + type +
                                " | Description : " + option.description + " | Unit: " + option.unit +
@@ -41,9 +41,9 @@ testing::AssertionResult listed(LogCapture& capture, const SimulatedCamera& came
 TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     SimulatedCamera camera(sceneWithFaults(""));
     const ftkLibrary lib = camera.lib();
-    const std::size_t reported = camera.reportedOptions(serial).size();
+    const std::size_t reported = camera.reportedOptions(listedSerial).size();
     LogCapture capture;
-    logAvailableOptions(lib, serial);
+    logAvailableOptions(lib, listedSerial);
 
     EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true,
                        " | Value : 200 | Min : 50 | Max: 10000 | Default : 200"));
@@ -56,10 +56,10 @@ TEST(OptionListing, LogsEveryOptionWithItsCurrentValueAndBounds) {
     EXPECT_EQ(capture->size(), reported);
 
     // A value changed on the device shows as such, with its float formatting.
-    const OptionTable options = enumerateOptions(lib, serial);
-    ASSERT_TRUE(setOption<float>(lib, serial, options, "Distance matching tolerance", 1.234567f));
+    const OptionTable options = enumerateOptions(lib, listedSerial);
+    ASSERT_TRUE(setOption<float>(lib, listedSerial, options, "Distance matching tolerance", 1.234567f));
     capture->clear();
-    logAvailableOptions(lib, serial);
+    logAvailableOptions(lib, listedSerial);
     EXPECT_TRUE(listed(capture, camera, "Distance matching tolerance", "FTK_FLOAT32", true,
                        " | Value : 1.23457 | Min : 0 | Max: 10 | Default : 2"));
 
@@ -76,7 +76,7 @@ TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
                                            refusedReads("Epipolar matching tolerance", -1)));
     const ftkLibrary lib = camera.lib();
     LogCapture capture;
-    logAvailableOptions(lib, serial);
+    logAvailableOptions(lib, listedSerial);
 
     // Current value and minimum refused: the integer minimum shows "---", the float one "0".
     EXPECT_TRUE(listed(capture, camera, "Image Integration Time", "FTK_INT32", true,
@@ -93,7 +93,7 @@ TEST(OptionListing, FailedReadsAreReportedAndUnreadBoundsShowTheirSentinels) {
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip minimum value"), 4u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip maximum value"), 2u);
     EXPECT_EQ(capture->count(Log::Debug, "", "Skip default value"), 2u);
-    EXPECT_EQ(capture->size(), camera.reportedOptions(serial).size() + 12u) << capture->dump();
+    EXPECT_EQ(capture->size(), camera.reportedOptions(listedSerial).size() + 12u) << capture->dump();
 }
 
 TEST(OptionListing, UnreadableMalformedAndFractionalOptionsAndAFailedEnumeration) {
@@ -108,9 +108,9 @@ TEST(OptionListing, UnreadableMalformedAndFractionalOptionsAndAFailedEnumeration
             {"kind": "malformedOption", "option": "Image Integration Time", "malformation": "unknownType"},
             {"kind": "malformedOption", "option": "Sensor temperature", "malformation": "nullName"}]}]})");
     const ftkLibrary lib = camera.lib();
-    const std::vector<ReportedOption> reported = camera.reportedOptions(serial);
+    const std::vector<ReportedOption> reported = camera.reportedOptions(listedSerial);
     LogCapture capture;
-    logAvailableOptions(lib, serial);
+    logAvailableOptions(lib, listedSerial);
 
     // Float bounds are truncated toward zero: -1.7 shows -1 and 2.9 shows 2.
     EXPECT_TRUE(listed(capture, camera, "Offset", "FTK_FLOAT32", true,
@@ -121,11 +121,11 @@ TEST(OptionListing, UnreadableMalformedAndFractionalOptionsAndAFailedEnumeration
                                 "Unit:  | Read access : 0 | Write access : 1"));
 
     // A missing description, unit or name ends the option's text there; the values still follow.
-    EXPECT_TRUE(
-        logged(capture, "Option (" + std::to_string(camera.reportedOption(serial, "Enables IR strobe").id) +
-                            ") Enables IR strobe | Type : FTK_INT32 | Description :  | Value : 1 | Min : "
-                            "0 | Max: 1 | Default : 1"));
-    const ReportedOption frequency = camera.reportedOption(serial, "User-LED frequency");
+    EXPECT_TRUE(logged(
+        capture, "Option (" + std::to_string(camera.reportedOption(listedSerial, "Enables IR strobe").id) +
+                     ") Enables IR strobe | Type : FTK_INT32 | Description :  | Value : 1 | Min : "
+                     "0 | Max: 1 | Default : 1"));
+    const ReportedOption frequency = camera.reportedOption(listedSerial, "User-LED frequency");
     EXPECT_TRUE(logged(
         capture, "Option (" + std::to_string(frequency.id) +
                      ") User-LED frequency | Type : FTK_INT32 | Description : " + frequency.description +
@@ -143,10 +143,10 @@ TEST(OptionListing, UnreadableMalformedAndFractionalOptionsAndAFailedEnumeration
     EXPECT_EQ(capture->size(), reported.size() + 1u) << capture->dump();
 
     // The enumeration fails: one line, and nothing is listed.
-    ASSERT_TRUE(
-        ftkSimInjectFault(serial, R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})"));
+    ASSERT_TRUE(ftkSimInjectFault(listedSerial,
+                                  R"({"kind": "optionEnumerationStatus", "code": "FTK_ERR_INTERNAL"})"));
     capture->clear();
-    logAvailableOptions(lib, serial);
+    logAvailableOptions(lib, listedSerial);
     EXPECT_TRUE(capture->contains(Log::Error, "", "Enumerating option failed"));
     EXPECT_EQ(capture->size(), 1u) << capture->dump();
 }

@@ -10,10 +10,10 @@ using namespace Kestrion;
 
 namespace {
 
-struct Image : Data {
+struct ImageItem : Data {
     using Data::Data;
 };
-struct Geometry : Data {
+struct GeometryItem : Data {
     using Data::Data;
 };
 
@@ -70,11 +70,11 @@ TEST(Algorithm, DefaultCreationHookRefusesAndDataListsFilterByType) {
     EXPECT_FALSE(Algorithm::createCompatible(DataList(), &created));
     EXPECT_EQ(created, nullptr);
 
-    const DataList input{std::make_shared<Image>("left"), nullptr, std::make_shared<Geometry>("tool"),
-                         std::make_shared<Image>("right")};
+    const DataList input{std::make_shared<ImageItem>("left"), nullptr, std::make_shared<GeometryItem>("tool"),
+                         std::make_shared<ImageItem>("right")};
     EXPECT_EQ(input.size(), 3u) << "null items are not kept";
-    const auto images = input.getAll<Image>();
+    const auto images = input.getAll<ImageItem>();
     ASSERT_EQ(images.size(), 2u);
     EXPECT_EQ(images[1]->name(), "right");
-    EXPECT_EQ(input.getFirst<Geometry>()->name(), "tool");
+    EXPECT_EQ(input.getFirst<GeometryItem>()->name(), "tool");
 }

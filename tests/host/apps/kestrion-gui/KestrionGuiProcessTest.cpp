@@ -15,7 +15,7 @@
 
 namespace {
 
-const QString PluginDir = QStringLiteral(KESTRION_TEST_PLUGIN_DIR);
+const QString GuiPluginDir = QStringLiteral(KESTRION_TEST_PLUGIN_DIR);
 const QString App = QStringLiteral(KESTRION_GUI_APP);
 
 /// Runs the desktop host (or a wrapper with the host's path among its arguments) on the test
@@ -24,7 +24,7 @@ std::pair<int, std::string> runGui(const QString& program, const QStringList& ar
                                    const QString& platform) {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("KESTRION_PLUGIN_PATH"), PluginDir);
+    env.insert(QStringLiteral("KESTRION_PLUGIN_PATH"), GuiPluginDir);
     env.remove(QStringLiteral("KESTRION_LICENSE"));
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), platform);
     // Qt's platform plugins leave allocations at exit; the host's own are checked in-process.

@@ -21,7 +21,7 @@ using namespace Kestrion::Cli;
 namespace {
 
 /// A pointer with a tip (tracked, or not in the frame) and a reference without one.
-TrackingStreamData frame(std::uint64_t arrivalMs, bool tracked) {
+TrackingStreamData tipFrame(std::uint64_t arrivalMs, bool tracked) {
     TrackingInstrument pointer(TrackerID("atracsys-1000", "pointer"));
     TrackingInstrument reference(TrackerID("atracsys-1001", "reference"));
     pointer.quality = reference.quality = tracked ? 0.9 : 0.0;
@@ -48,18 +48,18 @@ bool endsWith(const std::string& text, const std::string& end) {
 
 TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     TrackStatistics statistics;
-    statistics.add(frame(1000, false), nullptr);
+    statistics.add(tipFrame(1000, false), nullptr);
     EXPECT_EQ(statistics.table(1000, 1.0, 1.0, delivering()).find("Tip"), std::string::npos)
         << "no tip seen yet";
-    statistics.add(frame(1020, true), nullptr);
-    statistics.add(frame(1040, false), nullptr);
+    statistics.add(tipFrame(1020, true), nullptr);
+    statistics.add(tipFrame(1040, false), nullptr);
     const std::string table = statistics.table(2000, 1.0, 1.0, delivering());
     EXPECT_NE(table.find("Last seen  Tip x, y, z [mm]" + std::string(10, ' ') + "  Status\n"),
               std::string::npos)
         << table;
     // Only while tracked, like the pose.
     EXPECT_NE(table.find("ago  -" + std::string(25, ' ') + "\n"), std::string::npos) << table;
-    statistics.add(frame(1060, true), nullptr);
+    statistics.add(tipFrame(1060, true), nullptr);
     const std::string tracked = statistics.table(2000, 1.0, 1.0, delivering());
     EXPECT_NE(tracked.find("ago  12.50, -3.25, 905.50" + std::string(6, ' ') + "\n"), std::string::npos)
         << tracked;
@@ -70,8 +70,8 @@ TEST(TrackTipColumns, TipsAppearInTheTableAndTheCsvFile) {
     const std::string file = temp.filePath("tips.csv").toStdString();
     TrackCsvWriter writer;
     ASSERT_TRUE(writer.open(file, true)) << writer.error();
-    EXPECT_TRUE(writer.write(0, frame(1000, true), nullptr));
-    EXPECT_TRUE(writer.write(1, frame(1017, false), nullptr));
+    EXPECT_TRUE(writer.write(0, tipFrame(1000, true), nullptr));
+    EXPECT_TRUE(writer.write(1, tipFrame(1017, false), nullptr));
     ASSERT_TRUE(writer.close()) << writer.error();
     std::ifstream in(file);
     std::vector<std::string> lines;

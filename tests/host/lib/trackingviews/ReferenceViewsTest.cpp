@@ -72,14 +72,14 @@ std::string cells(const Model& model, int row) {
 
 /// A running tracking stream whose frames the test completes with the host's additions and emits;
 /// they stay current however slowly the test runs.
-class FedStream : public TrackingStream {
+class ReferenceFedStream : public TrackingStream {
 public:
-    FedStream()
+    ReferenceFedStream()
         : TrackingStream("fed") {
         health().setSilenceThreshold(std::chrono::hours(1));
         EXPECT_TRUE(open() && start());
     }
-    ~FedStream() override { close(); }
+    ~ReferenceFedStream() override { close(); }
     std::vector<TrackingInstrument> instruments() const override { return {}; }
     void feed(bool stylusTracked, bool referenceTracked) {
         auto data = frame(stylusTracked, referenceTracked, "");
@@ -153,7 +153,7 @@ TEST(WorkingVolumeScene, DrawsInTheReferencesFrameOnlyWhileTheReferenceIsSeen) {
 TEST(TrackingViews, FollowTheReferenceChosenInTheInstrumentViewsContextMenu) {
     TestSupport::guiApplication();
     TestSupport::LogCapture capture;
-    FedStream stream;
+    ReferenceFedStream stream;
     InstrumentView view;
     WorkingVolumeView volume;
     view.setStream(&stream);

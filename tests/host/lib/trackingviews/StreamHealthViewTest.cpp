@@ -15,9 +15,9 @@ using namespace Kestrion;
 
 namespace {
 
-class FedStream : public TrackingStream {
+class HealthFedStream : public TrackingStream {
 public:
-    FedStream()
+    HealthFedStream()
         : TrackingStream("camera") {}
     std::vector<TrackingInstrument> instruments() const override { return {}; }
     void feed() {
@@ -30,7 +30,7 @@ public:
 
 TEST(StreamHealthView, ShowsRateFramesOutagesAndReconnectionsAndRaisesTheAlarmWhenSilent) {
     TestSupport::guiApplication();
-    FedStream stream;
+    HealthFedStream stream;
     stream.health().setSilenceThreshold(std::chrono::milliseconds(40));
     StreamHealthView view;
     QSignalSpy summaries(&view, &StreamHealthView::summaryChanged);
