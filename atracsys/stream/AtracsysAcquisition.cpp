@@ -119,12 +119,14 @@ ftkError AtracsysAcquisition::fetchFrame(ftkFrameQuery*& frame) {
     const std::uint32_t attemptMs = period > CameraPacedLeadUS + 1000
                                         ? static_cast<std::uint32_t>((period - CameraPacedLeadUS) / 1000)
                                         : CameraPacedAttemptMs;
-    const auto deadline = Steady::now() + std::chrono::milliseconds(FetchTimeoutMs);
+    const auto fetchStart = Steady::now();
+    const auto deadline = fetchStart + std::chrono::milliseconds(FetchTimeoutMs);
     const auto waited = std::chrono::microseconds(attemptMs * 1000 / 2);
     for (;;) {
         const auto attemptStart = Steady::now();
         const ftkError result = fetchAttempt(frame, attemptMs);
         const auto now = Steady::now();
+        m_frameWasWaiting = now - fetchStart < std::chrono::microseconds(CameraPacedLeadUS / 2);
         if (result != ftkError::FTK_WAR_NO_FRAME || !frame || now >= deadline || now - attemptStart < waited)
             return result;
     }
@@ -196,9 +198,12 @@ void AtracsysAcquisition::acquire(Clock::time_point& wakeUp) {
 
 void AtracsysAcquisition::sleepUntilNextFrame(Clock::time_point& wakeUp) const {
     // Paced by the camera, nothing is to be fetched before the next frame is exposed: the worker
-    // sleeps until just before (the mutex free meanwhile), never longer than a period.
+    // sleeps until just before (the mutex free meanwhile), never longer than a period. A frame
+    // that was waiting for the fetch says the worker came late (its start, a sleep that overran),
+    // and that the capture time, taken from that late arrival, may still be late as well: the
+    // next fetch then follows at once and waits for its frame, which sets both right.
     const std::optional<std::uint64_t> next = m_schedule.nextFrameUS();
-    if (!next || *next < CameraPacedLeadUS)
+    if (!next || *next < CameraPacedLeadUS || m_frameWasWaiting)
         return;
     const Clock::time_point at{
         std::chrono::duration_cast<Clock::duration>(std::chrono::microseconds(*next - CameraPacedLeadUS))};

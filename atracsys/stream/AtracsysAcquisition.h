@@ -90,6 +90,9 @@ private:
     AtracsysFrameSchedule m_schedule;
     /// The update of the last frame with images; refilled for every such frame.
     std::unique_ptr<AtracsysUpdate> m_currentUpdate;
+    /// Paced by the camera: the last frame fetched was there already when the fetch began (it
+    /// came back within half the lead, without waiting for it).
+    bool m_frameWasWaiting = false;
     /// When the last frame fetched arrived (µs since the epoch, UTC).
     std::uint64_t m_arrivalUS = 0;
     /// The option "Replay ended" of the device (a replayed recording); none on a camera.
