@@ -245,7 +245,7 @@ void BM_PairedLatency(benchmark::State& state) {
 
 BENCHMARK(BM_PairedLatency)
     ->ArgNames({"pairs", "seconds"})
-    ->Args({10, 3})
+    ->Args({30, 3})
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();

@@ -44,7 +44,7 @@ using State = Stream::State;
 
 namespace {
 
-constexpr const char* Category = "AtracsysTrackingController";
+constexpr const char* ControllerCategory = "AtracsysTrackingController";
 constexpr const char* MarkersCategory = "AtracsysMarkersWidget";
 const std::string MarkersFolder = std::string(KESTRION_SOURCE_DIR) + "/data/markers/";
 using Points = std::vector<Eigen::Vector3d>;
@@ -202,7 +202,7 @@ TEST_F(TrackingControllerTest, ControlsFollowTheStreamThroughOpenStartStopAndClo
     startButton()->click();
     EXPECT_EQ(stream->currentState(), State::Running);
     EXPECT_EQ(startButton()->text(), "Stop");
-    EXPECT_TRUE(capture->contains(Log::Warning, Category, "AtracsysTracking: Instruments empty!"))
+    EXPECT_TRUE(capture->contains(Log::Warning, ControllerCategory, "AtracsysTracking: Instruments empty!"))
         << capture->dump();
 
     startButton()->click();
@@ -226,7 +226,7 @@ TEST_F(TrackingControllerTest, ControlsFollowTheStreamThroughOpenStartStopAndClo
         EXPECT_EQ(stream->currentState(), State::Open);
         EXPECT_EQ(startButton()->text(), "Start");
     }
-    EXPECT_EQ(capture->count(Log::Warning, Category, "AtracsysTracking: Instruments empty!"), 1u);
+    EXPECT_EQ(capture->count(Log::Warning, ControllerCategory, "AtracsysTracking: Instruments empty!"), 1u);
 
     {
         startButton()->click();

@@ -23,7 +23,7 @@ using namespace Kestrion::TrackingStreamTest;
 
 namespace {
 
-constexpr const char* Category = "AtracsysMarkersWidget";
+constexpr const char* WidgetCategory = "AtracsysMarkersWidget";
 
 std::string label(QWidget& widget) {
     return widget.findChild<QLabel*>("pivotResultLabel")->text().toStdString();
@@ -49,16 +49,17 @@ TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
 
     // Without a tool nothing is recorded; the camera is opened and started on the way.
     start->click();
-    EXPECT_TRUE(capture->contains(Log::Info, Category,
+    EXPECT_TRUE(capture->contains(Log::Info, WidgetCategory,
                                   "Fiducial query mode changed to MARKER for pivot calibration"));
-    EXPECT_TRUE(capture->contains(Log::Warning, Category, "No active tracker for pivot calibration."));
+    EXPECT_TRUE(capture->contains(Log::Warning, WidgetCategory, "No active tracker for pivot calibration."));
     EXPECT_FALSE(panel->isRecording());
     ASSERT_TRUE(stream.addGeometry("tool", tool));
 
     // Cancelled: no result, nothing to save.
     start->click();
     EXPECT_TRUE(panel->isRecording());
-    EXPECT_TRUE(capture->contains(Log::Info, Category, "Run pivot calibration on tracker atracsys-1000"));
+    EXPECT_TRUE(
+        capture->contains(Log::Info, WidgetCategory, "Run pivot calibration on tracker atracsys-1000"));
     widget.findChild<QPushButton*>("pivotCancelButton")->click();
     EXPECT_FALSE(panel->isRecording());
     EXPECT_EQ(label(widget), "Pivot calibration cancelled.");
@@ -81,7 +82,7 @@ TEST(PivotPanel, RecordsShowsTheResultAndSavesTheTipIntoTheToolsFile) {
     });
     save->click();
     EXPECT_EQ(dialogs, 0u);
-    EXPECT_TRUE(capture->contains(Log::Info, Category, "the tool tip has been written to " + tool));
+    EXPECT_TRUE(capture->contains(Log::Info, WidgetCategory, "the tool tip has been written to " + tool));
     EXPECT_NE(label(widget).find("Tip saved to " + tool + "; the tool tracks it now."), std::string::npos)
         << label(widget);
     EXPECT_FALSE(save->isEnabled());
@@ -120,7 +121,7 @@ TEST(PivotPanel, AnOptimisedGeometryKeepsTheToolTipOnlyInItsOriginalFrame) {
         ASSERT_TRUE(saved && saved->tip.has_value() == keep) << keep;
         EXPECT_TRUE(!keep || (*saved->tip - Eigen::Vector3d(1.5, -2, 150)).norm() < 1e-3);
     }
-    EXPECT_EQ(capture->count(Log::Warning, Category,
+    EXPECT_EQ(capture->count(Log::Warning, WidgetCategory,
                              "The tool tip of atracsys-1000 is not kept: the optimized geometry has a new "
                              "coordinate frame, calibrate the tip again"),
               1u);

@@ -28,8 +28,8 @@ using Kestrion::SpryTrack::AtracsysTrackingStream;
 
 namespace {
 
-struct AlgorithmWithStream : AtracsysTrackingController::CreateAlgorithm {
-    explicit AlgorithmWithStream(AtracsysTrackingStream* stream) { setStream(stream); }
+struct RecordingAlgorithm : AtracsysTrackingController::CreateAlgorithm {
+    explicit RecordingAlgorithm(AtracsysTrackingStream* stream) { setStream(stream); }
 };
 
 /// Frames and gaps of a complete recording file; frames -1 when it cannot be read whole.
@@ -87,7 +87,7 @@ protected:
     TrackingStreamTest::SceneGuard scene;
     QTemporaryDir folder;
     AtracsysTrackingStream* stream = new AtracsysTrackingStream("Atracsys Tracking Stream");
-    AlgorithmWithStream algorithm{stream};
+    RecordingAlgorithm algorithm{stream};
     MainWindow window;
     AtracsysTrackingController controller{&algorithm};
     QtHelpers::FileDialogRequest request;
