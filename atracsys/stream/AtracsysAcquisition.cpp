@@ -198,12 +198,10 @@ void AtracsysAcquisition::acquire(Clock::time_point& wakeUp) {
 
 void AtracsysAcquisition::sleepUntilNextFrame(Clock::time_point& wakeUp) const {
     // Paced by the camera, nothing is to be fetched before the next frame is exposed: the worker
-    // sleeps until just before (the mutex free meanwhile), never longer than a period. A frame
-    // that was waiting for the fetch says the worker came late (its start, a sleep that overran),
-    // and that the capture time, taken from that late arrival, may still be late as well: the
-    // next fetch then follows at once and waits for its frame, which sets both right.
+    // sleeps until just before (the mutex free meanwhile), never longer than a period; not after a
+    // frame that was already waiting (AtracsysFrameSchedule).
     const std::optional<std::uint64_t> next = m_schedule.nextFrameUS();
-    if (!next || *next < CameraPacedLeadUS || m_frameWasWaiting)
+    if (!next || *next < CameraPacedLeadUS)
         return;
     const Clock::time_point at{
         std::chrono::duration_cast<Clock::duration>(std::chrono::microseconds(*next - CameraPacedLeadUS))};
@@ -340,7 +338,7 @@ void AtracsysAcquisition::addDeviceTime(const ftkFrameQuery& frame, TrackingStre
                                                             frame.imageHeader->counter, deviceUS));
     const std::uint64_t captureUS = m_captureClock.captureTime(deviceUS, m_arrivalUS);
     tracking.addComponent(std::make_shared<CaptureTimeData>(captureUS, deviceUS));
-    m_schedule.noteFrame(frame.imageHeader->counter, deviceUS, captureUS);
+    m_schedule.noteFrame(frame.imageHeader->counter, deviceUS, captureUS, m_frameWasWaiting);
 }
 
 void AtracsysAcquisition::emitCameraUpdate(const ftkFrameQuery& frame,

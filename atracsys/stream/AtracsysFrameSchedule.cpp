@@ -10,8 +10,8 @@ constexpr std::uint64_t MaxPeriodUS = 200000; // 5 Hz
 
 } // namespace
 
-void AtracsysFrameSchedule::noteFrame(std::uint32_t counter, std::uint64_t deviceUS,
-                                      std::uint64_t captureUS) {
+void AtracsysFrameSchedule::noteFrame(std::uint32_t counter, std::uint64_t deviceUS, std::uint64_t captureUS,
+                                      bool foundWaiting) {
     if (m_seen && counter > m_counter && deviceUS > m_deviceUS) {
         const std::uint64_t period = (deviceUS - m_deviceUS) / (counter - m_counter);
         m_periodUS = period >= MinPeriodUS && period <= MaxPeriodUS ? period : 0;
@@ -22,10 +22,11 @@ void AtracsysFrameSchedule::noteFrame(std::uint32_t counter, std::uint64_t devic
     m_counter = counter;
     m_deviceUS = deviceUS;
     m_captureUS = captureUS;
+    m_foundWaiting = foundWaiting;
 }
 
 std::optional<std::uint64_t> AtracsysFrameSchedule::nextFrameUS() const {
-    if (m_periodUS == 0)
+    if (m_periodUS == 0 || m_foundWaiting)
         return std::nullopt;
     return m_captureUS + m_periodUS;
 }

@@ -27,4 +27,13 @@ TEST(FrameSchedule, NextFrameIsTheLastCaptureTimePlusThePeriodKnownOnlyFromTrust
     // A jump of the camera's clock is no period (a frame every 10 s).
     schedule.noteFrame(2, 10'002'985, 1'000'014'970);
     EXPECT_FALSE(schedule.nextFrameUS());
+
+    // A frame found waiting by its fetch: its capture time may be late, so no sleep after it; the
+    // period stays, and the next frame waited for gives the time again.
+    schedule.noteFrame(3, 10'005'970, 1'000'017'955);
+    schedule.noteFrame(4, 10'008'955, 1'000'021'900, true);
+    EXPECT_EQ(schedule.periodUS(), 2985u);
+    EXPECT_FALSE(schedule.nextFrameUS());
+    schedule.noteFrame(5, 10'011'940, 1'000'023'925);
+    EXPECT_EQ(schedule.nextFrameUS(), 1'000'023'925u + 2985u);
 }
