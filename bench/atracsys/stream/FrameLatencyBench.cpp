@@ -7,7 +7,8 @@
 // frame as soon as it exists (ftkGetLastFrame returning). The stream's share is the difference.
 //
 // Reported per run: median and 99th percentile of the latency (µs), and the frames the stream
-// never delivered (gaps in the frame counter) per frame produced. BM_PairedLatency alternates the
+// never delivered (gaps in the frame counter) per frame produced; for the stream also its frames'
+// capture time less their true exposure after the first second (µs). BM_PairedLatency alternates the
 // bare loop and the camera-paced stream within one minute, so that both meet the same load.
 //
 // The 60 s runs at 335 Hz compare frames lost by the stream with those lost by the direct loop
@@ -20,6 +21,7 @@
 #include "host/stream/CompoundStreamData.h"
 #include "host/stream/DeviceFrameInfo.h"
 #include "host/stream/TrackingStreamData.h"
+#include "host/stream/state/CaptureTimeData.h"
 
 #include "simulator/control/ftkSimulator.h"
 
@@ -87,9 +89,10 @@ void cameraDelivery(std::size_t frames, std::vector<double>& latencies,
     ftkClose(&lib);
 }
 
-/// The same through the stream: the latency at the emission of each frame's data.
+/// The same through the stream: the latency at the emission of each frame's data; and, when
+/// `captureErrors` is given, each frame's capture time less its exposure (µs).
 void streamDelivery(std::size_t frames, int pacingMs, std::vector<double>& latencies,
-                    std::vector<std::uint32_t>& counters) {
+                    std::vector<std::uint32_t>& counters, std::vector<double>* captureErrors = nullptr) {
     SpryTrack::AtracsysTrackingStream stream("Atracsys Tracking Stream");
     stream.setFramePacingMs(pacingMs);
     std::mutex mutex; // the worker thread fills the lists, this thread waits for them
@@ -105,8 +108,11 @@ void streamDelivery(std::size_t frames, int pacingMs, std::vector<double>& laten
         std::lock_guard<std::mutex> lock(mutex);
         if (latencies.size() >= frames)
             return;
-        latencies.push_back(static_cast<double>(emitted) -
-                            exposureUS(info->serialNumber(), info->frameCounter()));
+        const double exposure = exposureUS(info->serialNumber(), info->frameCounter());
+        latencies.push_back(static_cast<double>(emitted) - exposure);
+        const auto* capture = tracking->component<CaptureTimeData>();
+        if (captureErrors && capture)
+            captureErrors->push_back(static_cast<double>(capture->captureTimeUS()) - exposure);
         counters.push_back(info->frameCounter());
         if (latencies.size() == frames)
             full.notify_all();
@@ -133,17 +139,19 @@ void BM_FrameLatency(benchmark::State& state) {
                                                   : (fast ? 1000 : 200); // about 3 s and 4 s
     ftkSimSetSteppedClock(false);
     ftkSimLoadScene(scene(fast).c_str());
-    std::vector<double> latencies;
+    std::vector<double> latencies, captureErrors;
     std::vector<std::uint32_t> counters;
     latencies.reserve(frames);
     counters.reserve(frames);
+    captureErrors.reserve(frames);
     for (auto _ : state) {
         latencies.clear();
         counters.clear();
+        captureErrors.clear();
         if (pacing < 0)
             cameraDelivery(frames, latencies, counters);
         else
-            streamDelivery(frames, pacing, latencies, counters);
+            streamDelivery(frames, pacing, latencies, counters, &captureErrors);
     }
     ftkSimResetScene();
     state.counters["median_us"] = percentile(latencies, 0.5);
@@ -151,6 +159,14 @@ void BM_FrameLatency(benchmark::State& state) {
     const double produced = counters.empty() ? 0.0 : double(counters.back() - counters.front() + 1);
     state.counters["lost_per_frame"] = produced > 0 ? (produced - double(counters.size())) / produced : 0.0;
     state.counters["lost"] = produced - double(counters.size());
+    if (!captureErrors.empty()) {
+        // After the first second, once the most prompt arrivals have set the clocks' offset.
+        const std::size_t settled = std::min(captureErrors.size() - 1, static_cast<std::size_t>(rateHz));
+        const std::vector<double> later(captureErrors.begin() + static_cast<std::ptrdiff_t>(settled),
+                                        captureErrors.end());
+        state.counters["capture_minus_exposure_median_us"] = percentile(later, 0.5);
+        state.counters["capture_minus_exposure_p99_us"] = percentile(later, 0.99);
+    }
 }
 
 /// Frames lost between the first and the last of `counters` (gaps in the frame counter).
