@@ -13,10 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <map>
-#include <mutex>
 
 using namespace Kestrion;
 using namespace Kestrion::TrackingStreamTest;
@@ -40,27 +37,13 @@ TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
         // Without images: copying them into the frame record is a constant part of the delay
         // between delivery and the fetch's return, which no estimate can see.
         stream.setQueryImages(false);
+        // Records each frame's data with its emission time: an arrival on the computer's clock,
+        // later than the fetch's return by the stream's own work.
         Recorder recorder(stream);
-        // When each frame's data was emitted (µs since the epoch, by frame counter): an arrival
-        // on the computer's clock, later than the fetch's return by the stream's own work.
-        std::mutex emittedMutex; // the worker thread writes, this thread reads after the close
-        std::map<std::uint32_t, double> emittedUS;
-        auto emission = stream.signalStreamData.connect([&](const std::shared_ptr<const StreamData>& data) {
-            const auto now = std::chrono::system_clock::now().time_since_epoch();
-            const auto compound = std::dynamic_pointer_cast<const CompoundStreamData>(data);
-            const auto tracking = compound ? trackingOf(compound) : nullptr;
-            const auto* device = tracking ? tracking->component<DeviceFrameInfo>() : nullptr;
-            if (!device)
-                return;
-            std::lock_guard<std::mutex> lock(emittedMutex);
-            emittedUS[device->frameCounter()] =
-                double(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-        });
         ASSERT_TRUE(stream.open() && stream.start());
         // 2.5 s at 335 Hz; a busy machine may drop some, which the mapping does not need.
         ASSERT_TRUE(recorder.waitForData(830, std::chrono::seconds(30)));
         stream.close();
-        emission.disconnect();
 
         const auto first = trackingOf(recorder.dataAt(0))->component<DeviceFrameInfo>();
         ASSERT_TRUE(first);
@@ -75,12 +58,11 @@ TEST(CaptureTime, FollowsTheExposuresWithoutTheDeliveryJitter) {
             ASSERT_TRUE(device && capture);
             int64 exposure = 0;
             ASSERT_TRUE(ftkSimGetExposureTime(91, device->frameCounter(), &exposure));
-            const auto emitted = emittedUS.find(device->frameCounter());
-            ASSERT_NE(emitted, emittedUS.end());
-            promptest = std::min(promptest, emitted->second - double(exposure));
+            const double arrival = recorder.emittedUSAt(i) - double(exposure);
+            promptest = std::min(promptest, arrival);
             if (device->deviceTimestampUS() - first->deviceTimestampUS() < 1'000'000)
                 continue; // the first second
-            arrivals.push_back(emitted->second - double(exposure));
+            arrivals.push_back(arrival);
             errors.push_back(static_cast<double>(capture->captureTimeUS()) - double(exposure));
             excess.push_back(errors.back() - promptest);
             ++checked;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -90,10 +91,12 @@ std::optional<int> ProbedStream::intOption(std::uint32_t id) {
 
 Recorder::Recorder(SpryTrack::AtracsysTrackingStream& stream) {
     m_connections.push_back(stream.signalStreamData.connect([this](std::shared_ptr<const StreamData> data) {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
         auto compound = std::dynamic_pointer_cast<const CompoundStreamData>(data);
         ASSERT_TRUE(compound) << "the stream emits compound data";
         std::lock_guard<std::mutex> lock(m_mutex);
         m_data.push_back(std::move(compound));
+        m_emittedUS.push_back(double(std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
         m_changed.notify_all();
     }));
     m_connections.push_back(stream.signalAtracsysUpdate.connect([this](AtracsysUpdate& update) {

@@ -88,6 +88,10 @@ public:
     std::shared_ptr<const CompoundStreamData> dataAt(std::size_t index) const {
         return locked([this, index] { return m_data.at(index); });
     }
+    /// When data item `index` was emitted (µs since the epoch, UTC).
+    double emittedUSAt(std::size_t index) const {
+        return locked([this, index] { return m_emittedUS.at(index); });
+    }
     std::shared_ptr<const CompoundStreamData> lastData() const {
         return locked([this] { return m_data.empty() ? nullptr : m_data.back(); });
     }
@@ -106,6 +110,7 @@ private:
     mutable std::mutex m_mutex; // items arrive on the stream's worker thread, the test reads them
     mutable std::condition_variable m_changed;
     std::vector<std::shared_ptr<const CompoundStreamData>> m_data;
+    std::vector<double> m_emittedUS; // one per item of m_data
     std::size_t m_updates = 0;
     std::size_t m_modifications = 0;
     AtracsysUpdate m_lastUpdate;
